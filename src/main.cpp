@@ -1,0 +1,167 @@
+// main.cpp: start-up and orderly exit. The catchers here run in waits only (see wait.h), so they may
+// do what any code may.
+#include "main.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "msg.h"
+#include "pass.h"
+#include "pty.h"
+#include "wait.h"
+
+static const char kVersion[] = "@(#)morp main 1.0";
+
+const char *Program_name = "morp";
+int Mode_vesk_init = 1;
+int master_fd = -1;
+pid_t Child_pid = 0;
+int Child_dead = 0;
+volatile std::sig_atomic_t Child_suspended = 0;
+tty_info Tty_original;
+tty_info suspended_tty;
+sigjmp_buf Env;
+
+// Their addresses are handed to the system, so they live as long as the process.
+static char *argv_shell[2];
+static char hist_buf[128];
+
+const char *t_basename(const char *str) {
+    const char *slash = strrchr(str, '/');
+    return slash == nullptr ? str : slash + 1;
+}
+
+void finish(int status) {
+    if (Child_suspended != 0 || tty_in_background()) exit(status);
+    tty_size_refresh(fileno(stdin), &Tty_original);
+    if (tty_info_change(fileno(stdin), &Tty_original, 1) != 0) {
+        message_format("%s: can't restore original tty mode", Program_name);
+        perror(Message_buf);
+        exit(1);
+    }
+    exit(status);
+}
+
+void fatal(const char *what) {
+    const int err = errno;
+    message_format("%s: %s", Program_name, what);
+    errno = err;
+    perror(Message_buf);
+    finish(1);
+}
+
+void fatal_message(const char *message) {
+    const int err = errno;
+    message_format("%s", message);
+    errno = err;
+    perror(Message_buf);
+    finish(1);
+}
+
+void sig_trap_sigterm(int) {
+    if (Child_suspended == 0) pass_last_words_at_once();
+    finish(1);
+}
+
+void sig_trap_sigwinch(int) {
+    const int err = errno;
+    if (master_fd >= 0 &&
+        ioctl(STDIN_FILENO, TIOCGWINSZ, &Tty_original.tty_winsize) == 0 &&
+        Tty_original.tty_winsize.ws_col != 0)
+        (void)ioctl(master_fd, TIOCSWINSZ, &Tty_original.tty_winsize);  // a lost size harms nobody
+    errno = err;
+}
+
+static void sig_trap_general(int) {}  // while the program is being started
+
+// Descriptors 0 to 2 may have been closed: nothing opened later may take their place.
+static void fill_standard_descriptors() {
+    if (fcntl(STDERR_FILENO, F_GETFD) >= 0) return;
+    (void)dup2(STDOUT_FILENO, STDERR_FILENO);
+}
+
+static void parse_options(int argc, char **argv) {
+    int option;
+    while ((option = getopt(argc, argv, "m:")) != -1) {
+        if (option != 'm') {
+            message_print("usage: %s program\n", Program_name);
+            exit(1);
+        }
+        Mode_vesk_init = atoi(optarg);
+    }
+}
+
+static char **program_arguments(int argc, char **argv) {
+    static_assert(sizeof argv_shell == 2 * sizeof(char *));
+    if (optind < argc) return argv + optind;
+    static char sh[] = "sh";
+    char *shell = getenv("SHELL");
+    argv_shell[0] = shell != nullptr ? shell : sh;
+    return argv_shell;
+}
+
+// Publishes the name of the history file in morp's own environment.
+static void publish_history_name(const char *program) {
+    static char none[] = "Q_VXHISTFILE=";
+    const char *name = getenv("Q_VXHISTFILE");
+    const char *home = getenv("HOME");
+    if (getenv("Q_VXNOHIST") != nullptr || (name == nullptr && home == nullptr)) {
+        (void)putenv(none);
+        return;
+    }
+    const char *parts[] = {none, name, "", "", ""};
+    if (name == nullptr) {
+        parts[1] = home;
+        parts[2] = "/.";
+        parts[3] = t_basename(program);
+        parts[4] = "_history";
+    }
+    std::size_t size = 1;
+    for (const char *part : parts) size += strlen(part);
+    // A longer name stays whole: its storage is never freed either.
+    char *assignment = size <= sizeof hist_buf ? hist_buf : static_cast<char *>(malloc(size));
+    if (assignment == nullptr) return;
+    assignment[0] = '\0';
+    char *end = assignment;
+    for (const char *part : parts) end = stpcpy(end, part);
+    (void)putenv(assignment);
+}
+
+int morp_main(int argc, char **argv) {
+    (void)kVersion;
+    Program_name = t_basename(argc > 0 ? argv[0] : "morp");
+    fill_standard_descriptors();
+    parse_options(argc, argv);
+    char **program = program_arguments(argc, argv);
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
+        message_print("%s: stdin and stdout must be a terminal\n", Program_name);
+        exit(1);
+    }
+    if (tty_info_get(fileno(stdin), &Tty_original) != 0) {
+        message_format("%s: can't get original tty mode", Program_name);
+        perror(Message_buf);
+        exit(1);
+    }
+    suspended_tty = Tty_original;
+    signals_block();
+    terminal_open();
+    signal_catch(SIGCHLD, sig_trap_general);
+    const pid_t pid = pty_fork(&master_fd, program);
+    signal_catch(SIGTERM, sig_trap_sigterm);
+    if (!signal_was_ignored(SIGHUP)) signal_catch(SIGHUP, sig_trap_sigterm);
+    signal_catch(SIGWINCH, sig_trap_sigwinch);
+    publish_history_name(program[0]);
+    Child_pid = pid;
+    if (!pty_program_started()) {
+        pty_pkt_enable(master_fd);
+        pass_last_words();
+        finish(1);
+    }
+    pass_all(master_fd);
+    finish(0);
+}

@@ -1,0 +1,38 @@
+// morp_defs.h: definitions that most modules need: the character type, buffer sizes, key codes.
+#pragma once
+
+// A character of a line being edited: a plain byte, signed on most machines. Convert through
+// unsigned char before a comparison, a shift or a classification.
+using genchar = char;
+
+// Codes of the editing style, `opt_flag`.
+inline constexpr int kStyleGmacs = 1;
+inline constexpr int kStyleEmacs = 2;
+inline constexpr int kStyleVi = 8;
+
+// A line or a copy of a history command: at most 257 characters and a NUL.
+inline constexpr int kMaxLine = 258;
+// A screen image: 258 columns, one character that runs over, and room for padding.
+inline constexpr int kMaxImage = 516;
+// What `kread` delivers at most, and the buffer that it is given (bytes).
+inline constexpr int kLineCapacity = 256;
+inline constexpr int kKeyboardBuffer = 266;
+// Counts typed before a command stop growing here.
+inline constexpr int kMaxCount = 32767;
+
+inline constexpr int kEscape = 27;
+inline constexpr int kBell = 7;
+
+// The code that the control key of letter `c` (upper case, or one of @[\]^_) sends.
+constexpr int ctrl(char c) { return c & 0x1f; }
+
+// Printable means plain ASCII: no locale is ever set. `c` is 0 to 255, or negative (never printable).
+constexpr bool is_printable(int c) { return c >= 32 && c <= 126; }
+constexpr bool is_blank(int c) { return c == ' ' || (c >= 9 && c <= 13); }
+constexpr bool is_digit(int c) { return c >= '0' && c <= '9'; }
+constexpr bool is_upper(int c) { return c >= 'A' && c <= 'Z'; }
+constexpr bool is_lower(int c) { return c >= 'a' && c <= 'z'; }
+constexpr bool is_alnum(int c) { return is_digit(c) || is_upper(c) || is_lower(c); }
+
+// The value 0 to 255 of a buffer character.
+constexpr int byte_of(genchar c) { return static_cast<unsigned char>(c); }

@@ -1,0 +1,141 @@
+// pty.cpp: see pty.h. The child reports a failed start by one byte through a pipe that a successful
+// exec closes, so the parent knows which it was whatever order signals arrive in.
+#include "pty.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "main.h"
+#include "msg.h"
+#include "wait.h"
+
+static constexpr std::size_t kNameSize = 26;
+static char pty_name[kNameSize];
+static char pty_name_slave[kNameSize];
+static int pty_slavefd = -1;  // in the child only
+static int Start_pipe = -1;   // read end of the report pipe, -1 once the report is in
+
+int pty_master() {
+    memcpy(pty_name_slave, "<UNSET>", sizeof "<UNSET>");
+    pty_name_slave[kNameSize - 1] = '\0';
+    const int fd = open("/dev/ptmx", O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return fd;
+    (void)grantpt(fd);   // a slave that can't be opened is reported by the child
+    (void)unlockpt(fd);
+    const char *name = ptsname(fd);
+    if (name != nullptr) (void)snprintf(pty_name_slave, kNameSize, "%s", name);
+    return fd;
+}
+
+int pty_slave(int master) {
+    const int fd = open(pty_name_slave, O_RDWR);
+    if (fd < 0) {
+        const int err = errno;
+        (void)close(master);
+        errno = err;
+        return -1;
+    }
+    return fd;
+}
+
+char *pty_dname() {
+    return pty_name;
+}
+
+char *pty_dname_slave() {
+    return pty_name_slave;
+}
+
+void pty_pkt_enable(int fd) {
+    const int one = 1;
+    (void)ioctl(fd, TIOCPKT, &one);
+}
+
+int pty_open_peer(int master) {
+    constexpr int kFlags = O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
+#ifdef TIOCGPTPEER
+    const int peer = ioctl(master, TIOCGPTPEER, kFlags);
+    if (peer >= 0) return peer;
+#endif
+    const char *name = ptsname(master);
+    return name == nullptr ? -1 : open(name, kFlags);
+}
+
+// In the child: reports a failed start, whose message has been composed, and ends.
+[[noreturn]] static void child_fail(int report) {
+    perror(Message_buf);
+    const char failed = 1;
+    if (write(report, &failed, 1) != 1) (void)kill(getppid(), SIGTERM);
+    _exit(1);
+}
+
+[[noreturn]] static void become_program(int master, int report, char **argv_p) {
+    (void)setsid();
+    (void)setpgid(0, 0);  // a session leader leads its group already
+    pty_slavefd = pty_slave(master);
+    if (pty_slavefd < 0) {
+        message_format("%s: can't open pty slave (\"%s\")", Program_name, pty_dname_slave());
+        child_fail(report);
+    }
+    (void)close(master);
+    if (tty_info_set(pty_slavefd, &Tty_original) != 0) {
+        message_format("%s: problem setting 'stty' settings on pty", Program_name);
+        child_fail(report);
+    }
+    // With a standard descriptor closed at the start, the slave or the pipe may sit on one of them.
+    if (report <= STDERR_FILENO) report = fcntl(report, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (pty_slavefd <= STDERR_FILENO) pty_slavefd = fcntl(pty_slavefd, F_DUPFD, STDERR_FILENO + 1);
+    bool placed = pty_slavefd >= 0;
+    for (int fd = 0; fd <= STDERR_FILENO; fd++) (void)close(fd);
+    for (int fd = 0; fd <= STDERR_FILENO && placed; fd++) placed = dup(pty_slavefd) == fd;
+    if (!placed) {
+        message_format("%s: dup error when trying to create shell", Program_name);
+        child_fail(report);
+    }
+    signals_restore();
+    (void)execvp(argv_p[0], argv_p);
+    message_format("%s: execvp error when trying to create shell", Program_name);
+    child_fail(report);
+}
+
+pid_t pty_fork(int *mfd, char **argv_p) {
+    const int master = pty_master();
+    if (master < 0) {
+        message_format("%s: can't open master pty (\"%s\")", Program_name, pty_dname());
+        perror(Message_buf);
+        finish(1);
+    }
+    int report[2];
+    if (pipe2(report, O_CLOEXEC) != 0) fatal("can't fork child process");
+    const pid_t pid = fork();
+    if (pid < 0) fatal("can't fork child process");
+    if (pid == 0) {
+        (void)close(report[0]);
+        become_program(master, report[1], argv_p);
+    }
+    (void)close(report[1]);
+    Start_pipe = report[0];
+    // A blocking write to a full pseudo-terminal would keep the program's output from being read.
+    (void)fcntl(master, F_SETFL, O_RDWR | O_NONBLOCK);
+    *mfd = master;
+    return pid;
+}
+
+bool pty_program_started() {
+    char failed = 0;
+    ssize_t n = 0;
+    do {
+        struct pollfd fd = {Start_pipe, POLLIN, 0};
+        n = -1;
+        if (wait_ready(&fd, 1, kNoTimeout) > 0) n = read(Start_pipe, &failed, 1);
+        else if (errno != EINTR) break;
+    } while (n < 0 && (errno == EINTR || errno == EAGAIN));
+    (void)close(Start_pipe);
+    Start_pipe = -1;
+    return n <= 0;
+}

@@ -1,0 +1,47 @@
+// tty.h: a terminal's settings with its size, and the mode switches of the user's and of the
+// program's terminal. On the pseudo-terminal master the settings are those of the slave. All operations
+// take effect at once and return 0, or -1 with errno set, unless said otherwise.
+#pragma once
+
+#include <sys/ioctl.h>
+#include <termios.h>
+
+struct tty_info {
+    struct termios tty_termios;
+    struct winsize tty_winsize;  // a column count of 0: unknown, never applied
+};
+
+// Reads settings and size of `fd`; an unreadable size is stored as 0 by 0. On failure the record is
+// unchanged.
+int tty_info_get(int fd, tty_info *tty_i);
+// Applies settings, then the size when it is known. `nooverrides` makes no difference.
+int tty_info_change(int fd, tty_info *tty_i, int nooverrides);
+int tty_info_set(int fd, tty_info *tty_i);
+// Reads the size of `fd` into the record when it is known; else leaves the record.
+void tty_size_refresh(int fd, tty_info *tty_i);
+
+// The changes of raw and of cooked mode to settings `t`; cooked takes the user's choices from
+// Tty_original. ECHO is left as it is.
+void tty_make_raw(struct termios *t);
+void tty_make_cooked(struct termios *t);
+// True when two records of settings are the same in every respect that can be set.
+bool tty_same(const struct termios &a, const struct termios &b);
+
+int tty_raw(int fd);
+int tty_cooked(int fd);
+// 0 when the settings have both ICANON and ECHO, 1 when not, -1 when they can't be read.
+int tty_mode_noedit(int fd);
+// These two also print a message when they fail.
+int tty_echo_get(int fd, int *val);
+int tty_echo_set(int fd, int val);
+// Flow-control characters as values 0 to 255; -1 disables one when set.
+int tty_startstop_get(int fd, int *start, int *stop);
+int tty_startstop_set(int fd, int start, int stop);
+
+// Sets the settings of `fd`, also when morp is in the background, where the system stops it until it
+// is in the foreground: SIGTERM and SIGHUP are served meanwhile.
+int tty_apply(int fd, const struct termios *t);
+// True when the foreground group of the user's terminal is known and is not morp's.
+bool tty_in_background();
+// The value 0 to 255 of special character `index` in `t`, or kNoKey when it is disabled.
+int tty_special(const struct termios &t, int index);

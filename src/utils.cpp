@@ -1,0 +1,28 @@
+#include "utils.h"
+
+#include <cstdlib>
+#include <string_view>
+
+#include "morp_defs.h"
+
+static constexpr const char *edtype_vars[] = {"Q_VXEDITOR", "VISUAL", "EDITOR"};
+
+// The style that the name of an editor stands for, 0 when none.
+static char valid_editor_type(const char *sp) {
+    if (sp == nullptr) return 0;
+    std::string_view name = sp;
+    const auto slash = name.rfind('/');
+    if (slash != std::string_view::npos) name.remove_prefix(slash + 1);
+    if (name.ends_with("vi")) return kStyleVi;
+    if (name == "gmacs") return kStyleGmacs;
+    if (name.ends_with("macs")) return kStyleEmacs;
+    return 0;
+}
+
+char get_editor_type() {
+    for (const char *variable : edtype_vars) {
+        const char type = valid_editor_type(getenv(variable));
+        if (type != 0) return type;
+    }
+    return kStyleVi;
+}
