@@ -1,0 +1,113 @@
+// child.cpp: the program's state, and job control: morp stops and resumes with it. All of this runs in
+// catchers, which run in waits only. While morp is stopped everything is blocked; what came meanwhile is
+// looked at before the terminal is touched again.
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "edit.h"
+#include "main.h"
+#include "pass_internal.h"
+#include "tty.h"
+#include "wait.h"
+
+volatile std::sig_atomic_t Resumed = 0;
+static bool Terminal_saved = false;  // suspended_tty belongs to the present suspension
+
+enum_child_state check_child_state() {
+    int status = 0;
+    const pid_t pid = waitpid(Child_pid, &status, WNOHANG | WUNTRACED);
+    if (pid < 0) return errno == ECHILD ? e_StateGone : e_StateRunning;
+    if (pid != Child_pid) return e_StateRunning;
+    if (WIFSTOPPED(status)) {
+        const int sig = WSTOPSIG(status);
+        return sig == SIGTSTP || sig == SIGSTOP ? e_StateStopped : e_StateRunning;
+    }
+    return WIFEXITED(status) || WIFSIGNALED(status) ? e_StateGone : e_StateRunning;
+}
+
+// A line being edited leaves the row to what the program said last.
+static void step_aside_for_last_words() {
+    if (e_view == nullptr || master_fd < 0) return;
+    struct pollfd fd = {master_fd, POLLIN, 0};
+    if (poll(&fd, 1, 0) == 1 && (fd.revents & POLLIN) != 0) pass_before_output();
+}
+
+void sig_trap_sigcld(int sig) {
+    switch (check_child_state()) {
+        case e_StateGone:
+            Child_dead = 1;
+            step_aside_for_last_words();
+            siglongjmp(Env, 4);  // NOLINT(cert-err52-cpp): the frames it crosses own nothing
+        case e_StateStopped:
+            handle_child_stop(sig, sig_trap_sigcld);
+            break;
+        case e_StateRunning:
+        case e_StateUnknown:
+            break;
+    }
+}
+
+void sig_trap_sigusr2(int sig) {
+    handle_child_stop(sig, sig_trap_sigusr2);
+    signal_catch(sig, sig_trap_sigusr2);
+}
+
+void sig_trap_sigcont(int) {
+    Resumed = 1;
+}
+
+static void drop_pending(int sig) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, sig);
+    constexpr struct timespec kAtOnce = {};
+    while (sigtimedwait(&set, nullptr, &kAtOnce) == sig) {
+    }
+}
+
+void handle_child_stop(int sig, S_sigpf sig_handler) {
+    if (Child_suspended != 0) {
+        signal_catch(sig, sig_handler);
+        return;
+    }
+    Terminal_saved = !tty_in_background();
+    if (Terminal_saved) {
+        if (tty_info_get(STDIN_FILENO, &suspended_tty) != 0)
+            fatal_message("morp: can't get tty mode");
+        tty_size_refresh(STDIN_FILENO, &Tty_original);
+        if (tty_info_set(STDIN_FILENO, &Tty_original) != 0)
+            fatal_message("morp: can't restore original tty mode");
+    }
+    Child_suspended = 1;
+    sigset_t all;
+    sigset_t mask;
+    sigfillset(&all);
+    (void)sigprocmask(SIG_BLOCK, &all, &mask);
+    (void)kill(getpid(), SIGSTOP);
+    handle_child_restart(SIGCONT);
+    (void)sigprocmask(SIG_SETMASK, &mask, nullptr);
+    signal_catch(sig, sig_handler);
+}
+
+void handle_child_restart(int) {
+    drop_pending(SIGUSR2);
+    wait_window_open(kWindowEnd);  // a kill of the suspended job is served here
+    wait_window_close();
+    if (Terminal_saved) {
+        // The size is the terminal's own; it may have changed, even while this call keeps morp stopped
+        // in the background.
+        suspended_tty.tty_winsize.ws_col = 0;
+        if (tty_info_set(STDIN_FILENO, &suspended_tty) != 0)
+            fatal_message("can't restore tty mode");
+    }
+    drop_pending(SIGCONT);
+    drop_pending(SIGUSR2);
+    sig_trap_sigwinch(SIGWINCH);
+    (void)kill(-Child_pid, SIGCONT);
+    Child_suspended = 0;
+    Resumed = 1;
+}

@@ -1,0 +1,189 @@
+// keyboard.cpp: the user's keys on their way to the program, the in-band toggle of editing, and the
+// keyboard's signals.
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "edit.h"
+#include "editlib.h"
+#include "main.h"
+#include "pass_internal.h"
+#include "tty.h"
+#include "wait.h"
+
+static const char det_str[5] = "~~;1";  // toggles editing
+static constexpr int det_str_len = 4;
+
+// State: keys not yet given to the program: a held beginning of the toggle, what the master did not
+// take, and the new input. det_ptr is past a toggle just recognised.
+static char det_buf[512];
+static int det_len = 0;
+static char *det_ptr = det_buf;
+static int matching_det_str = 0;
+
+static_assert(sizeof det_buf >= 2 * kLineCapacity);
+
+bool keyboard_wanted() {
+    return det_len <= static_cast<int>(sizeof det_buf) - kLineCapacity;
+}
+
+bool keyboard_pending() {
+    return det_len > 0 && matching_det_str == 0;
+}
+
+// True when /proc says that signal `sig` is in the set that `field` of the program's status names, or
+// when it can't be asked.
+static bool in_signal_set(const char *status, const char *field, int sig) {
+    const char *at = strstr(status, field);
+    if (at == nullptr) return true;
+    const unsigned long long set = strtoull(at + strlen(field), nullptr, 16);
+    return (set >> (sig - 1) & 1) != 0;
+}
+
+// Reads /proc/PID/NAME into `text` (`size` bytes), NUL-terminated. False when it can't be read.
+static bool read_proc(pid_t pid, const char *name, char *text, std::size_t size) {
+    char path[64];
+    (void)snprintf(path, sizeof path, "/proc/%d/%s", static_cast<int>(pid), name);
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    const ssize_t n = read(fd, text, size - 1);
+    (void)close(fd);
+    text[n > 0 ? n : 0] = '\0';
+    return n > 0;
+}
+
+// True when the program leaves a stop request to the system.
+static bool program_stops_by_default() {
+    char status[4096];
+    if (!read_proc(Child_pid, "status", status, sizeof status)) return false;
+    return !in_signal_set(status, "SigCgt:", SIGTSTP) && !in_signal_set(status, "SigIgn:", SIGTSTP);
+}
+
+// True when somebody outside morp's process group, in its session, could continue it: then the group
+// is not orphaned. Looks at morp's ancestors.
+static bool can_be_continued() {
+    const pid_t group = getpgrp();
+    const pid_t session = getsid(0);
+    pid_t parent = getppid();
+    while (parent > 1 && getsid(parent) == session) {
+        if (getpgid(parent) != group) return true;
+        char stat[512];
+        if (!read_proc(parent, "stat", stat, sizeof stat)) return false;
+        const char *behind_name = strrchr(stat, ')');
+        int next = 0;
+        if (behind_name == nullptr || sscanf(behind_name, ") %*c %d", &next) != 1) return false;
+        parent = next;
+    }
+    return false;
+}
+
+int handle_signal_general(int fd, int sig) {
+    if (Child_pid <= 0) return 0;
+    line_forget();
+    pid_t group = 0;
+    if (ioctl(fd, TIOCGPGRP, &group) != 0 || group <= 1) group = Child_pid;
+    // The program leads a session of its own, so the system drops a stop request that nobody handles.
+    if (sig == SIGTSTP && group == Child_pid && program_stops_by_default() && can_be_continued()) {
+        (void)kill(-Child_pid, SIGSTOP);
+        return 0;
+    }
+    if (ioctl(fd, TIOCSIG, sig) != 0) (void)kill(-group, sig);
+    return 0;
+}
+
+// Reads an edited line into buff. Returns its length, 0 for none.
+static int read_line(int fd) {
+    e_taken_len = -1;
+    e_nothing = 0;
+    const int n = kread(STDIN_FILENO, buff, kLineCapacity);
+    if (n < 0) fatal_message("morp: kread error from stdin");
+    if (n > 0) return n;
+    if (progdone != 0) {
+        handle_signal_general(fd, progdone);
+        progdone = 0;
+    } else if (e_taken_len >= 0) {
+        memcpy(buff, e_taken, static_cast<std::size_t>(e_taken_len));
+        return e_taken_len;
+    } else if (e_nothing == 0) {
+        handle_end_of_input(fd);
+    }
+    return 0;
+}
+
+// Reads keys as typed into buff; those that an edit left over come first. Returns their number.
+static int read_keys() {
+    int n = 0;
+    while (editb.e_index > 0 && n < kLineCapacity) {
+        const int key = editb.e_lbuf[--editb.e_index];
+        if (key >= 0) buff[n++] = static_cast<char>(key);  // negative: an editor's own code
+    }
+    if (n > 0) return n;
+    errno = 0;
+    n = static_cast<int>(keyboard_read(buff, kLineCapacity));
+    if (n > 0) {
+        for (int i = 0; i < n; i++) buff[i] = static_cast<char>(e_unmark(byte_of(buff[i])));
+        return n;
+    }
+    if (n < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
+    fatal_message("morp: read error from stdin");
+}
+
+static void detect_toggle() {
+    det_ptr = det_buf;
+    const int compared = std::min(det_len, det_str_len);
+    const bool equal = compared > 0 && memcmp(det_buf, det_str, static_cast<std::size_t>(compared)) == 0;
+    matching_det_str = equal && det_len < det_str_len ? 1 : 0;
+    if (!equal || det_len < det_str_len) return;
+    if (opt_flag != 0) {
+        Vesk_on_desired ^= 1;
+        Vesk_on = Vesk_on_desired;
+    }
+    det_len -= det_str_len;
+    det_ptr += det_str_len;
+}
+
+// Moves what is left from det_ptr on to the start of det_buf.
+static void keep_rest(int done) {
+    det_len -= done;
+    if (det_len > 0) memmove(det_buf, det_ptr + done, static_cast<std::size_t>(det_len));
+    det_ptr = det_buf;
+}
+
+// Gives the pending bytes to the program. The user's suspend key as the last of them is a request to
+// stop, not a byte.
+static int deliver(int fd, bool edited) {
+    const int suspend_key = tty_special(Tty_original.tty_termios, VSUSP);
+    const bool stop = byte_of(det_ptr[det_len - 1]) == suspend_key;
+    if (stop) det_len--;
+    const int done = det_len > 0 ? write_to_pty(fd, det_ptr, det_len, edited ? 1 : 0) : 0;
+    keep_rest(done > 0 ? done : 0);
+    if (stop) handle_signal_general(fd, SIGTSTP);
+    return done < 0 ? -1 : 0;
+}
+
+int handle_pending(int fd) {
+    return keyboard_pending() ? deliver(fd, false) : 0;
+}
+
+int handle_stdin_fd(int fd) {
+    // A program that has turned its echo off without a word must not have a secret edited and recorded.
+    const int in_force = Vesk_on;
+    (void)check_fd_mode(fd);
+    if (Vesk_on != in_force) return 0;
+    const int n = Vesk_on != 0 ? read_line(fd) : read_keys();
+    if (master_fd < 0) return 0;
+    memcpy(det_buf + det_len, buff, static_cast<std::size_t>(n));
+    det_len += n;
+    if (n == 0) return 0;
+    detect_toggle();
+    if (!keyboard_pending()) {
+        if (det_len == 0) det_ptr = det_buf;
+        return 0;
+    }
+    return deliver(fd, Vesk_on != 0);
+}

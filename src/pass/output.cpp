@@ -1,0 +1,107 @@
+// output.cpp: the program's output, from the master to the screen and to the capture of the prompt.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "edit.h"
+#include "main.h"
+#include "pass_internal.h"
+#include "tty.h"
+#include "wait.h"
+
+// A packet: one header byte and data, read at once. The longest that a master delivers in one read is
+// about this.
+static constexpr int kPacketSize = 4096;
+// The prompt capture takes the data in pieces of this size, each up to its first NUL.
+static constexpr int kPrimePiece = 254;
+// What a program leaves behind is relayed up to this size.
+static constexpr unsigned long kLastWords = 1024UL * 1024;
+
+// State: the packet read last, with room for a NUL behind it. It lives until it is written.
+static char buffo[kPacketSize + 1];
+static int nread = 0;
+
+unsigned long Relayed_bytes = 0;
+int Input_flushed = 0;
+
+static void show(const char *data, int len) {
+    if (screen_write(Screen::program, data, static_cast<std::size_t>(len)) != 0)
+        fatal_message("morp: write error to stdout");
+}
+
+static void prime(char *data, int len) {
+    for (int at = 0; at < len; at += kPrimePiece) {
+        char *end = data + (len - at > kPrimePiece ? at + kPrimePiece : len);
+        const char kept = *end;
+        *end = '\0';
+        e_setup_prime(data + at);
+        *end = kept;
+    }
+}
+
+static void relay_data(char *data, int len) {
+    char late = '\0';
+    const int skip = echo_to_drop(data, len, &late);
+    data += skip;
+    len -= skip;
+    if (len == 0) return;
+    pass_before_output();
+    if (late != '\0') show(&late, 1);
+    show(data, len);
+    prime(data, len);
+    Relayed_bytes += static_cast<unsigned long>(len);
+    line_after_output(data[len - 1]);
+}
+
+int handle_fd_stdout(int fd) {
+    line_before_output(fd);
+    nread = static_cast<int>(read(fd, buffo, kPacketSize));
+    if (nread <= 0) {
+        if (nread == 0 || errno == EIO) Master_hung_up = 1;
+        return Child_dead != 0 ? -1 : 0;
+    }
+    (void)check_fd_mode(fd);  // editing goes on as before when the settings can't be read
+    const int header = static_cast<unsigned char>(buffo[0]);
+    if (header == TIOCPKT_DATA) {
+        if (nread > 1) relay_data(buffo + 1, nread - 1);
+    } else {
+        echo_disarm();
+        if ((header & TIOCPKT_FLUSHREAD) != 0) Input_flushed = 1;
+    }
+    return 0;
+}
+
+int handle_fd_except(int, int *except_handled) {
+    *except_handled = 0;  // the report is consumed by the read that follows
+    return 0;
+}
+
+int check_fd_mode(int fd) {
+    struct termios t = {};
+    if (tcgetattr(fd, &t) != 0) return -1;
+    const tcflag_t lflag = program_lflag(t.c_lflag);
+    const int noedit = (lflag & ICANON) != 0 && (lflag & ECHO) != 0 ? 0 : 1;
+    if (noedit == Pty_raw_or_cbreak) return 0;
+    Pty_raw_or_cbreak = noedit;
+    if (opt_flag != 0) Vesk_on = noedit != 0 ? 0 : Vesk_on_desired;
+    return 0;
+}
+
+void pass_last_words() {
+    const unsigned long from = Relayed_bytes;
+    while (Relayed_bytes - from < kLastWords) {
+        Master_hung_up = 0;
+        errno = 0;
+        (void)handle_fd_stdout(master_fd);
+        if (nread <= 0 && errno != EINTR) return;  // EAGAIN: nothing left. EIO: nobody has it open
+    }
+}
+
+void pass_last_words_at_once() {
+    screen_finish_write();
+    screen_hurry();
+    if (master_fd >= 0) pass_last_words();
+}

@@ -1,0 +1,179 @@
+// pass.cpp: the state of the pass-through, its set-up and end, and the waits that keyboard and program
+// share. Two waits read keys: the main loop's, and pass_wait_key, the editors'. Both serve signals in
+// the wait only; the SIGCHLD catcher leaves either by a jump to Env, and nothing here owns anything.
+#include "pass.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "edit.h"
+#include "main.h"
+#include "msg.h"
+#include "pass_internal.h"
+#include "ploop.h"
+#include "pty.h"
+#include "tty.h"
+#include "utils.h"
+#include "wait.h"
+
+static const char kVersion[] = "@(#)morp pass 1.0";
+
+// State of the whole run.
+int opt_flag = 0;
+int Vesk_on_desired = 0;
+int Vesk_on = 0;
+int Pty_raw_or_cbreak = 0;
+char buff[kKeyboardBuffer];
+volatile std::sig_atomic_t progdone = 0;
+int Master_hung_up = 0;
+
+static void sig_trap_general(int sig) {
+    progdone = sig;
+}
+
+// Output stays hidden this long after the last piece, so that a program that prints in pieces doesn't
+// make the line flicker.
+static constexpr long kQuiet = 20 * kMillisecond;
+static constexpr long kHungUpRetry = 100 * kMillisecond;
+
+void pass_all(int _fd) {
+    static int fd;  // still valid after the jump
+    (void)kVersion;
+    fd = _fd;
+    opt_flag = get_editor_type();
+    Vesk_on_desired = Mode_vesk_init;
+    Vesk_on = Mode_vesk_init;
+    pty_pkt_enable(fd);
+    constexpr int kKeyboardSignals[] = {SIGTSTP, SIGINT, SIGQUIT};
+    for (const int sig : kKeyboardSignals) signal_catch(sig, sig_trap_general);
+    signal_catch(SIGUSR2, sig_trap_sigusr2);
+    signal_catch(SIGCHLD, sig_trap_sigcld);
+    signal_catch(SIGCONT, sig_trap_sigcont);
+    if (sigsetjmp(Env, 1) == 0) {  // NOLINT(cert-err52-cpp): the frames it crosses own nothing
+        print_sig_handlers("pass_all:");
+        pass_loop(fd);
+    }
+    e_view = nullptr;
+    if (master_fd >= 0) pass_last_words();
+}
+
+void pass_forward_waiting_signal() {
+    if (progdone == 0 || e_view != nullptr || master_fd < 0) return;
+    handle_signal_general(master_fd, progdone);
+    progdone = 0;
+}
+
+int wait_terminals(int fd, bool keys, bool pending, long timeout_ns, struct pollfd *fds) {
+    const bool hung_up = Master_hung_up != 0;
+    Master_hung_up = 0;  // tried again after this wait
+    if (hung_up && (timeout_ns == kNoTimeout || timeout_ns > kHungUpRetry))
+        timeout_ns = kHungUpRetry;
+    // A negative descriptor is left out by poll.
+    fds[kMasterSlot] = {hung_up ? -1 : fd,
+                        static_cast<short>(POLLIN | POLLPRI | (pending ? POLLOUT : 0)), 0};
+    fds[kKeyboardSlot] = {keys ? keyboard_fd() : -1, POLLIN, 0};
+    return wait_ready(fds, 2, timeout_ns);
+}
+
+bool master_ready(const struct pollfd *fds) {
+    return (fds[kMasterSlot].revents & (POLLIN | POLLPRI | POLLHUP | POLLERR)) != 0;
+}
+
+bool relay_once(int fd, bool pending, long timeout_ns) {
+    struct pollfd fds[2];
+    if (progdone != 0) return false;
+    const int ready = wait_terminals(fd, false, pending, timeout_ns, fds);
+    if (ready > 0 && master_ready(fds)) (void)handle_fd_stdout(fd);
+    return progdone == 0;
+}
+
+void assert_user_mode() {
+    if (Vesk_on != 0) {
+        if (e_assert_mode(STDIN_FILENO) != 0) fatal("can't set tty mode to cooked");
+        return;
+    }
+    struct termios now = {};
+    if (tcgetattr(STDIN_FILENO, &now) != 0) fatal("can't set tty mode to raw");
+    struct termios wanted = now;
+    tty_make_raw(&wanted);
+    wanted.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    if (!tty_same(now, wanted)) {
+        if (tty_raw(STDIN_FILENO) != 0) fatal("can't set tty mode to raw");
+        if (tty_echo_set(STDIN_FILENO, 0) != 0) fatal("can't set echo on stdin off");
+    }
+    e_leave_editing(STDIN_FILENO);
+}
+
+// Sleeps in the editor's wait. `deadline_ns` is when a line that stepped aside comes back, 0 for none.
+static int wait_in_edit(long long deadline_ns, struct pollfd *fds) {
+    long timeout = kNoTimeout;
+    if (deadline_ns != 0) {
+        const long long left = deadline_ns - now_ns();
+        timeout = left > 0 ? static_cast<long>(left) : 0;
+    }
+    return wait_terminals(master_fd, true, false, timeout, fds);
+}
+
+// While an editor waits, its line may have stepped aside for output. Shared with output.cpp through
+// pass_before_output; reset when a wait ends.
+static bool Stepped_aside = false;
+
+void pass_before_output() {
+    if (e_view == nullptr || Stepped_aside) return;
+    e_view->step_off();
+    e_flush();
+    Stepped_aside = true;
+}
+
+static void come_back() {
+    if (!Stepped_aside) return;
+    Stepped_aside = false;
+    e_view->come_back();
+    e_flush();
+}
+
+static void take_edit_away() {
+    if (!Stepped_aside) pass_before_output();
+    Stepped_aside = false;
+    e_taken_len = Input_flushed != 0 ? 0 : e_view->text(e_taken);
+}
+
+KeyWait pass_wait_key() {
+    long long deadline_ns = 0;
+    struct pollfd fds[2];
+    Stepped_aside = false;
+    for (;;) {
+        if (progdone != 0) return KeyWait::interrupted;
+        assert_user_mode();
+        if (Resumed != 0) {
+            Resumed = 0;
+            come_back();
+            deadline_ns = 0;
+            e_view->redraw();
+            e_flush();
+        }
+        const int ready = wait_in_edit(deadline_ns, fds);
+        if (progdone != 0) return KeyWait::interrupted;
+        if (ready < 0 && errno != EINTR) fatal("select error; but not EINTR");
+        if (ready > 0 && master_ready(fds)) {
+            (void)handle_fd_stdout(master_fd);
+            if (Stepped_aside) deadline_ns = now_ns() + kQuiet;
+        }
+        const bool key = ready > 0 && fds[kKeyboardSlot].revents != 0;
+        if (key && Vesk_on != 0) (void)check_fd_mode(master_fd);
+        if (Vesk_on == 0) {
+            take_edit_away();
+            return KeyWait::taken;
+        }
+        if (key || (deadline_ns != 0 && now_ns() >= deadline_ns)) {
+            come_back();
+            deadline_ns = 0;
+        }
+        if (key) {
+            Input_flushed = 0;
+            return KeyWait::ready;
+        }
+    }
+}

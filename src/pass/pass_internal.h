@@ -1,0 +1,92 @@
+// pass_internal.h: what the files of the pass-through and the main loop share.
+#pragma once
+
+#include <poll.h>
+
+#include "pass.h"
+
+// Supervision of the program (child.cpp).
+enum EnumChildState { e_StateUnknown = 0, e_StateGone = 1, e_StateRunning = 2, e_StateStopped = 3 };
+using enum_child_state = EnumChildState;
+using S_sigpf = void (*)(int);
+
+// Polls the program without blocking.
+enum_child_state check_child_state();
+void sig_trap_sigcld(int sig);
+void sig_trap_sigusr2(int sig);
+void sig_trap_sigcont(int sig);
+// Gives the user's terminal back, stops morp until it is continued, and resumes. `sig_handler`, the
+// running catcher of `sig`, is in force again afterwards.
+void handle_child_stop(int sig, S_sigpf sig_handler);
+void handle_child_restart(int sig);
+// 1 after somebody else may have changed the terminal and written on the screen: the next wait's
+// caller sets the mode afresh and draws.
+extern volatile std::sig_atomic_t Resumed;
+
+// Keyboard path (keyboard.cpp).
+// Reads keys, or a whole line when editing is in force, and passes them on. Returns 0, or -1 when
+// they could not be given to the program.
+int handle_stdin_fd(int fd);
+// True while a read of the keyboard would find room, and false while a finished line has to wait.
+bool keyboard_wanted();
+// Bytes that the master did not take are waiting to be written to it.
+bool keyboard_pending();
+// Writes what is pending. Returns 0, or -1.
+int handle_pending(int fd);
+// Sends keyboard signal `sig` to the foreground group of the program's terminal. Returns 0.
+int handle_signal_general(int fd, int sig);
+
+// Lines and keys to the program (send.cpp).
+// Writes `blen` bytes of `bf` to the master `fd`. With `echo_off` they are a finished line, which the
+// program's terminal doesn't echo and which is written whole, output relayed meanwhile; else as much as
+// the master takes at once. Returns the number of bytes done with, or -1 on failure.
+int write_to_pty(int fd, const char *bf, int blen, int echo_off);
+// True while the program has not yet dealt with the line before (see send.cpp).
+bool line_settling(int fd);
+// Nanoseconds after which line_settling should be asked again while it is true.
+long line_next_look();
+// Program output is about to be read; has been relayed, its last byte `last`.
+void line_before_output(int fd);
+void line_after_output(char last);
+// Drops a line that waits to be written: a keyboard signal came.
+void line_forget();
+// The echo flag of the program's terminal as the program set it: while a line is written with echo
+// off, `found` is replaced by what was found. `lflag` is the word as read.
+tcflag_t program_lflag(tcflag_t lflag);
+// Takes the expected echo of a newline off the start of program output. Returns the bytes to skip.
+int echo_to_drop(const char *data, int len, char *late);
+void echo_disarm();
+// Sends the end of input to the program and relays until it ends, a second end-of-input key, or a
+// second of silence. The master is closed then.
+void handle_end_of_input(int fd);
+
+// Output path (output.cpp).
+// Reads one packet from the master and relays it. Returns 0, or -1 when nothing could be read and the
+// program is known to be dead.
+int handle_fd_stdout(int fd);
+int handle_fd_except(int fd, int *except_handled);
+// Re-evaluates whether editing may be in force. Returns 0, -1 when the settings can't be read.
+int check_fd_mode(int fd);
+// Bytes of program output relayed so far, and whether the program flushed its input since the last
+// key was read.
+extern unsigned long Relayed_bytes;
+extern int Input_flushed;
+// The master reports hang-up although the program lives: nobody has the terminal open.
+extern int Master_hung_up;
+
+// Waiting (wait_loop in pass.cpp).
+inline constexpr int kMasterSlot = 0;
+inline constexpr int kKeyboardSlot = 1;
+// Sleeps until the master, or the keyboard where `keys`, is ready, or `timeout_ns` has passed. With
+// `pending`, also until the master takes bytes. A master that hangs is left out and tried again every
+// 100 ms. Returns as wait_ready; `fds` (two entries) holds what is ready.
+int wait_terminals(int fd, bool keys, bool pending, long timeout_ns, struct pollfd *fds);
+// True when the program's side is to be read.
+bool master_ready(const struct pollfd *fds);
+// Relays program output and serves signals for one wait of at most `timeout_ns`, without the keyboard.
+// `pending`: returns also when the master takes bytes. True unless a keyboard signal came.
+bool relay_once(int fd, bool pending, long timeout_ns);
+// Puts the user's terminal into the mode of the present state, or ends with a message.
+void assert_user_mode();
+// Program output is about to be written to the screen: a line being edited steps aside.
+void pass_before_output();

@@ -1,0 +1,388 @@
+// send.cpp: lines and keys to the program.
+//
+// A finished line must not be echoed by the program's terminal, and echo must not come back over a
+// program that has turned it off. The system takes written bytes in a worker of its own, after the write
+// has returned, and a program wakes as soon as a line end is there. So the line goes without its newline
+// while echo is off, which wakes nobody; a poll of the slave waits for the worker; echo is as it was
+// found again before the newline goes, and the newline's own echo is dropped on its way back.
+//
+// Lines that come faster than the program takes them wait, see look: typed ahead of a password prompt
+// they would meet the program in the middle of changing its modes.
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "edit.h"
+#include "main.h"
+#include "pass_internal.h"
+#include "pty.h"
+#include "tty.h"
+#include "wait.h"
+
+static constexpr long kLookEvery = 500 * kMicrosecond;
+static constexpr long kSilence = 2 * kMillisecond;  // after taking a line: nothing will be printed
+// A program that has printed whole lines only may be about to print its prompt.
+static constexpr long kPromptFollows = 200 * kMicrosecond;
+static constexpr long kBusy = 50 * kMillisecond;    // a program that takes no line for so long is busy
+static constexpr int kQueueRoom = 4000;   // bytes of input kept below what the system's queue holds
+static constexpr int kRelayFirst = 65536;  // bytes of output relayed before a line is written
+
+// How far the program has come with the line sent last.
+enum class Line { done, sent, taken, busy };
+
+// State: the last line, with the moments at which it was sent and seen to be taken.
+static Line Line_state = Line::done;
+static long long Sent_ns = 0;
+static long long Taken_ns = 0;
+static long long Printed_ns = 0;   // when the program last printed since it took the line, 0 never
+static bool Prompt_shown = false;  // what it printed last stands on an unfinished row
+static bool Line_is_open = false;  // what was sent last had no line end
+
+// State: echo switched off for a write, and the echo of a newline still to come.
+static bool Echo_held = false;
+static const char *Echo_want = "";  // empty when none is expected
+static bool Echo_begun = false;     // its first byte was at the end of a read
+
+void line_forget() {
+    Line_state = Line::done;
+}
+
+tcflag_t program_lflag(tcflag_t lflag) {
+    return Echo_held ? lflag | ECHO : lflag;
+}
+
+void echo_disarm() {
+    Echo_want = "";
+    Echo_begun = false;
+}
+
+int echo_to_drop(const char *data, int len, char *late) {
+    const int want = static_cast<int>(strlen(Echo_want));
+    int matched = Echo_begun ? 1 : 0;
+    int used = 0;
+    if (want == 0 || len == 0) return 0;
+    while (used < len && matched < want && data[used] == Echo_want[matched]) {
+        used++;
+        matched++;
+    }
+    if (matched == want) {
+        echo_disarm();
+        return used;
+    }
+    if (used == len) {
+        Echo_begun = true;
+        return used;
+    }
+    if (Echo_begun) *late = Echo_want[0];  // it was no echo
+    echo_disarm();
+    return 0;
+}
+
+static int unread_on(int peer) {
+    int count = 0;
+    return ioctl(peer, FIONREAD, &count) == 0 ? count : 0;
+}
+
+// Bytes of finished lines that the program has not read, 0 when that can't be asked.
+static int unread(int fd) {
+    const int peer = pty_open_peer(fd);
+    if (peer < 0) return 0;
+    const int count = unread_on(peer);
+    (void)close(peer);
+    return count;
+}
+
+// Follows the program's progress with the last line.
+static void look(int fd) {
+    if (Line_state == Line::sent || Line_state == Line::busy) {
+        if (unread(fd) == 0) {
+            Line_state = Line::taken;
+            Taken_ns = now_ns();
+            Printed_ns = 0;
+        } else if (now_ns() - Sent_ns >= kBusy) {
+            Line_state = Line::busy;
+        }
+    }
+    if (Line_state != Line::taken) return;
+    const bool served = Printed_ns == 0 ? now_ns() - Taken_ns >= kSilence
+                                        : Prompt_shown || now_ns() - Printed_ns >= kPromptFollows;
+    if (served) Line_state = Line::done;
+}
+
+bool line_settling(int fd) {
+    if (Line_state == Line::done) return false;
+    look(fd);
+    return Line_state == Line::sent || Line_state == Line::taken;
+}
+
+void line_before_output(int fd) {
+    if (Line_state == Line::sent) look(fd);
+}
+
+void line_after_output(char last) {
+    if (Line_state != Line::taken) return;
+    Printed_ns = now_ns();
+    Prompt_shown = last != '\n';
+}
+
+long line_next_look() {
+    return Line_state == Line::taken && Printed_ns != 0 ? kPromptFollows : kLookEvery;
+}
+
+// Waits until a line of `len` bytes may be written. False when a keyboard signal came.
+static bool await_turn(int fd, int len) {
+    for (;;) {
+        if (Line_state == Line::done) return true;
+        look(fd);
+        if (Line_state == Line::busy && unread(fd) + len <= kQueueRoom) return true;
+        if (Line_state != Line::done && !relay_once(fd, false, line_next_look())) return false;
+    }
+}
+
+// Writes all bytes, relaying output while the master takes none. Returns 1, 0 when a keyboard signal
+// came and the rest is dropped, -1 on failure.
+static int write_all(int fd, const char *data, int len) {
+    while (len > 0) {
+        const ssize_t n = write(fd, data, static_cast<std::size_t>(len));
+        if (n >= 0) {
+            data += n;
+            len -= static_cast<int>(n);
+        } else if (errno == EAGAIN) {
+            if (!relay_once(fd, true, kNoTimeout)) return 0;
+        } else if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return 1;
+}
+
+// Waits until the system has taken what was written to the master: a poll of the slave flushes its
+// worker.
+static void flush_worker(int peer) {
+    struct pollfd fd = {peer, POLLIN, 0};
+    (void)poll(&fd, 1, 0);
+}
+
+static bool special_in(const struct termios &t, int index, const char *data, int len) {
+    const int c = tty_special(t, index);
+    return c != kNoKey && memchr(data, c, static_cast<std::size_t>(len)) != nullptr;
+}
+
+// True when a reader could wake before the last of these bytes.
+static bool has_line_end(const struct termios &t, const char *data, int len) {
+    if (memchr(data, '\n', static_cast<std::size_t>(len)) != nullptr) return true;
+    if ((t.c_iflag & ICRNL) != 0 && memchr(data, '\r', static_cast<std::size_t>(len)) != nullptr)
+        return true;
+    return special_in(t, VEOF, data, len) || special_in(t, VEOL, data, len) ||
+           ((t.c_lflag & IEXTEN) != 0 && special_in(t, VEOL2, data, len));
+}
+
+static int echo_off(int peer) {
+    const int result = tty_echo_set(peer, 0);
+    if (result == 0) Echo_held = true;
+    return result;
+}
+
+static int echo_on(int peer) {
+    Echo_held = false;
+    return tty_echo_set(peer, 1);
+}
+
+// Writes a line whose end is its only one.
+static int send_split(int fd, int peer, const struct termios &found, const char *line, int len) {
+    const bool newline = line[len - 1] == '\n';
+    const int body = newline ? len - 1 : len;
+    int result = 1;
+    if (body > 0) {
+        if (echo_off(peer) != 0) return -1;
+        result = write_all(fd, line, body);
+        flush_worker(peer);
+        if (echo_on(peer) != 0) return -1;
+    }
+    if (!newline || result != 1) return result;
+    Echo_want = (found.c_oflag & OPOST) != 0 && (found.c_oflag & ONLCR) != 0 ? "\r\n" : "\n";
+    Echo_begun = false;
+    return write_all(fd, "\n", 1);
+}
+
+// Writes a line that a program may begin to read before it is complete, or behind others.
+static int send_whole(int fd, int peer, const char *line, int len) {
+    const int before = unread_on(peer);
+    if (echo_off(peer) != 0) return -1;
+    const int result = write_all(fd, line, len);
+    const long long limit = now_ns() + kBusy;
+    flush_worker(peer);
+    while (result == 1 && line[len - 1] == '\n' && unread_on(peer) == before && now_ns() < limit)
+        if (!relay_once(fd, false, kLookEvery)) break;
+    if (echo_on(peer) != 0) return -1;
+    return result;
+}
+
+// The same without a look at the slave.
+static int send_blind(int fd, const char *line, int len) {
+    int found = 0;
+    if (tty_echo_get(fd, &found) != 0) return -1;
+    if (found != 0 && echo_off(fd) != 0) return -1;
+    const int result = write_all(fd, line, len);
+    (void)relay_once(fd, false, kSilence);
+    if (found != 0 && echo_on(fd) != 0) return -1;
+    return result;
+}
+
+static void relay_waiting(int fd) {
+    const unsigned long from = Relayed_bytes;
+    while (Relayed_bytes - from < kRelayFirst) {
+        struct pollfd master = {fd, POLLIN, 0};
+        if (poll(&master, 1, 0) != 1 || (master.revents & POLLIN) == 0) return;
+        (void)handle_fd_stdout(fd);
+    }
+}
+
+static int send_through_peer(int fd, int peer, const char *line, int len) {
+    struct termios found = {};
+    if (tcgetattr(peer, &found) != 0) return -1;
+    const bool busy = Line_state == Line::busy;
+    const bool newline = line[len - 1] == '\n';
+    int result;
+    if ((found.c_lflag & ECHO) == 0)
+        result = write_all(fd, line, len);
+    else if (busy || has_line_end(found, line, newline ? len - 1 : len))
+        result = send_whole(fd, peer, line, len);
+    else
+        result = send_split(fd, peer, found, line, len);
+    Line_is_open = !newline;
+    if (newline && !busy) {
+        Line_state = Line::sent;
+        Sent_ns = now_ns();
+    }
+    return result;
+}
+
+static int send_line(int fd, const char *line, int len) {
+    if (!await_turn(fd, len)) return len;  // dropped
+    int peer = pty_open_peer(fd);
+    if (peer >= 0 && Line_state == Line::done && unread_on(peer) + len > kQueueRoom) {
+        // Keys passed through before fill the queue.
+        (void)close(peer);
+        Line_state = Line::busy;
+        if (!await_turn(fd, len)) return len;
+        peer = pty_open_peer(fd);
+    }
+    relay_waiting(fd);
+    (void)check_fd_mode(fd);
+    const int result =
+        peer < 0 ? send_blind(fd, line, len) : send_through_peer(fd, peer, line, len);
+    if (peer >= 0) (void)close(peer);
+    return result < 0 ? -1 : len;
+}
+
+// Writes what the master takes at once. Returns the bytes taken, -1 on failure.
+static int send_keys(int fd, const char *keys, int len) {
+    int done = 0;
+    while (done < len) {
+        const ssize_t n = write(fd, keys + done, static_cast<std::size_t>(len - done));
+        if (n >= 0)
+            done += static_cast<int>(n);
+        else if (errno == EAGAIN)
+            break;
+        else if (errno != EINTR)
+            return -1;
+    }
+    if (done > 0) Line_is_open = keys[done - 1] != '\n' && keys[done - 1] != '\r';
+    return done;
+}
+
+int write_to_pty(int fd, const char *bf, int blen, int echo_off_wanted) {
+    return echo_off_wanted != 0 ? send_line(fd, bf, blen) : send_keys(fd, bf, blen);
+}
+
+// Processor time, in clock ticks, of all processes of the program's session; a process that ended
+// takes its share away, which is a change too.
+static unsigned long long session_ticks() {
+    unsigned long long sum = 0;
+    DIR *proc = opendir("/proc");
+    if (proc == nullptr) return 0;
+    while (const struct dirent *entry = readdir(proc)) {
+        if (isdigit(static_cast<unsigned char>(entry->d_name[0])) == 0) continue;
+        char path[300];
+        char text[1024];
+        (void)snprintf(path, sizeof path, "/proc/%s/stat", entry->d_name);
+        const int fd = open(path, O_RDONLY | O_CLOEXEC);
+        if (fd < 0) continue;
+        const ssize_t n = read(fd, text, sizeof text - 1);
+        (void)close(fd);
+        if (n <= 0) continue;
+        text[n] = '\0';
+        const char *behind_name = strrchr(text, ')');
+        int session = 0;
+        unsigned long user = 0;
+        unsigned long system = 0;
+        if (behind_name != nullptr &&
+            sscanf(behind_name, ") %*c %*d %*d %d %*d %*d %*u %*u %*u %*u %*u %lu %lu", &session,
+                   &user, &system) == 3 &&
+            session == Child_pid)
+            sum += user + system + 1;
+    }
+    (void)closedir(proc);
+    return sum;
+}
+
+static void send_end_of_file(int fd) {
+    struct termios t = {};
+    if (tcgetattr(fd, &t) != 0 || (t.c_lflag & ICANON) == 0) return;
+    const int c = tty_special(t, VEOF);
+    if (c == kNoKey) return;
+    const char key = static_cast<char>(c);
+    // Behind an unfinished line the first one only ends the line.
+    if (Line_is_open) (void)write_all(fd, &key, 1);
+    (void)write_all(fd, &key, 1);
+    Line_is_open = false;
+}
+
+// Keys typed after the end of input: true when they hold another end-of-input key; else they go to the
+// program.
+static bool second_end_of_input(int fd) {
+    unsigned char keys[kLineCapacity];
+    const ssize_t n = keyboard_read(keys, sizeof keys);
+    if (n == 0) return true;
+    for (ssize_t i = 0; i < n; i++) {
+        const int key = e_unmark(keys[i]);
+        if (key == editb.e_eof) return true;
+        const char byte = static_cast<char>(key);
+        (void)write_all(fd, &byte, 1);
+    }
+    return false;
+}
+
+void handle_end_of_input(int fd) {
+    constexpr long kLook = 100 * kMillisecond;
+    constexpr long kIdle = 1000 * kMillisecond;
+    unsigned long printed = Relayed_bytes;
+    unsigned long long ticks = session_ticks();
+    long long since = now_ns();
+    send_end_of_file(fd);
+    while (now_ns() - since < kIdle) {
+        struct pollfd fds[2];
+        if (progdone != 0) {
+            handle_signal_general(fd, progdone);
+            progdone = 0;
+        }
+        assert_user_mode();
+        const int ready = wait_terminals(fd, true, false, kLook, fds);
+        if (ready > 0 && master_ready(fds)) (void)handle_fd_stdout(fd);
+        if (ready > 0 && fds[kKeyboardSlot].revents != 0 && second_end_of_input(fd)) break;
+        if (ready > 0 && Relayed_bytes == printed) continue;
+        const unsigned long long now_ticks = session_ticks();
+        if (Relayed_bytes != printed || now_ticks != ticks) since = now_ns();
+        printed = Relayed_bytes;
+        ticks = now_ticks;
+    }
+    (void)close(fd);
+    master_fd = -1;
+}

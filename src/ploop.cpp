@@ -1,0 +1,83 @@
+// ploop.cpp: the main loop: one wait for keyboard and program, and what follows from it.
+#include "ploop.h"
+
+#include <cerrno>
+#include <unistd.h>
+
+#include "edit.h"
+#include "main.h"
+#include "pass/pass_internal.h"
+#include "wait.h"
+
+static bool keys_held_ahead() {
+    return editb.e_index > 0;
+}
+
+// The screen was somebody else's: the prompt belongs on the row again.
+static void draw_after_resume() {
+    if (Resumed == 0) return;
+    Resumed = 0;
+    if (Vesk_on != 0) e_rewrite_prompt();
+}
+
+// Forwards a keyboard signal. True when there was one.
+static bool forward_signal(int fd) {
+    if (progdone == 0) return false;
+    handle_signal_general(fd, progdone);
+    progdone = 0;
+    return true;
+}
+
+// Serves keyboard and program after a wait. `held`: set when keys have to wait for the line before.
+static void serve(int fd, const struct pollfd *fds, bool *held) {
+    bool keys = fds[kKeyboardSlot].revents != 0 || (keys_held_ahead() && keyboard_wanted());
+    if (keys && line_settling(fd)) {
+        *held = true;
+        keys = false;
+    }
+    int except_handled = 0;
+    bool output = master_ready(fds);
+    if ((fds[kMasterSlot].revents & POLLPRI) != 0) {
+        (void)handle_fd_except(fd, &except_handled);
+        keys = false;  // the status may change what becomes of them
+    } else if (keys && output && keys_held_ahead()) {
+        // Keys typed ahead come behind the output that was there already.
+        (void)handle_fd_stdout(fd);
+        output = false;
+    }
+    if (keys) {
+        (void)handle_stdin_fd(fd);
+        if (master_fd < 0) return;
+    }
+    if ((fds[kMasterSlot].revents & POLLOUT) != 0) (void)handle_pending(fd);
+    if (output && except_handled == 0) (void)handle_fd_stdout(fd);
+}
+
+void pass_loop(int fd) {
+    bool held = false;
+    // What happened before the SIGCHLD catcher was there.
+    const enum_child_state state = check_child_state();
+    if (state == e_StateGone) Child_dead = 1;
+    if (state == e_StateStopped) handle_child_stop(SIGCHLD, sig_trap_sigcld);
+    while (Child_dead == 0 && master_fd >= 0) {
+        assert_user_mode();
+        draw_after_resume();
+        if (held) held = line_settling(fd);
+        long timeout = kNoTimeout;
+        if (held)
+            timeout = line_next_look();
+        else if (keys_held_ahead() && keyboard_wanted())
+            timeout = 0;
+        struct pollfd fds[2];
+        const int ready =
+            wait_terminals(fd, !held && keyboard_wanted() && !keys_held_ahead(), keyboard_pending(),
+                           timeout, fds);
+        if (forward_signal(fd)) continue;
+        if (ready < 0) {
+            if (errno == EINTR) continue;
+            if (errno == EBADF) return;
+            fatal("select error; but not EINTR");
+        }
+        serve(fd, fds, &held);
+    }
+}
