@@ -1,0 +1,142 @@
+// keys.cpp: keys with read-ahead and push-back, and the editors' output, which is gathered here until
+// an editor waits, rings or changes the mode.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "edit.h"
+#include "edit_internal.h"
+#include "pass.h"
+#include "wait.h"
+
+static const char bellchr[2] = {kBell, '\0'};
+
+// State: bytes queued for the terminal.
+static char Out_buf[1024];
+static std::size_t Out_len = 0;
+
+genchar e_taken[kMaxLine];
+int e_taken_len = -1;
+int e_nothing = 0;
+
+void edit_reset_keys() {
+    Out_len = 0;
+    e_taken_len = -1;
+    e_nothing = 0;
+}
+
+void edit_reset_for_test() {
+    edit_reset_terminal();
+    edit_reset_keys();
+    edit_reset_prime();
+}
+
+static void write_queued() {
+    if (Out_len == 0) return;
+    const std::size_t len = Out_len;
+    Out_len = 0;
+    // A terminal that is gone is reported by the read that follows, or by SIGHUP.
+    (void)screen_write(Screen::editor, Out_buf, len);
+}
+
+void e_write(const char *data, std::size_t len) {
+    while (len > 0) {
+        if (Out_len == sizeof Out_buf) write_queued();
+        const std::size_t n = std::min(len, sizeof Out_buf - Out_len);
+        memcpy(Out_buf + Out_len, data, n);
+        Out_len += n;
+        data += n;
+        len -= n;
+    }
+}
+
+void e_putchar(int c) {
+    if (c == '_') {  // overstrikes a blank where the terminal would not show an underscore
+        e_write(" \b_", 3);
+        return;
+    }
+    const char byte = static_cast<char>(c);
+    e_write(&byte, 1);
+}
+
+void e_flush() {
+    write_queued();
+    screen_drain();
+}
+
+void e_ringbell() {
+    e_write(bellchr, 1);
+    write_queued();
+}
+
+void e_crlf() {
+    e_putchar('\n');
+    e_flush();
+}
+
+void e_ungetchar(int c) {
+    if (editb.e_index < kLookAhead) editb.e_lbuf[editb.e_index++] = c;
+}
+
+// Reads up to `size` keys. Returns their number, 0 when the edit has to end, -1 when reading fails.
+static int read_keys(unsigned char *keys, int size) {
+    // A terminal that is gone fails at once, so this many tries take no time.
+    constexpr int kAttempts = 100;
+    for (int failed = 0; failed < kAttempts;) {
+        switch (pass_wait_key()) {
+            case KeyWait::interrupted:
+                e_row_stale = 1;
+                return 0;
+            case KeyWait::taken:
+                return 0;
+            case KeyWait::ready:
+                break;
+        }
+        const ssize_t n = keyboard_read(keys, static_cast<std::size_t>(size));
+        if (n >= 0) return static_cast<int>(n);
+        if (errno != EAGAIN && errno != EINTR) failed++;
+    }
+    return -1;
+}
+
+// Puts `count` keys just read on the empty stack. In the vi style a NUL ends the input: it and what
+// follows are lost.
+static void push_keys(const unsigned char *keys, int count) {
+    for (int i = 0; i < count; i++) {
+        const int key = e_unmark(keys[i]);
+        if (key == 0 && opt_flag == kStyleVi) {
+            count = i;
+            break;
+        }
+        editb.e_lbuf[i] = key;
+    }
+    std::reverse(editb.e_lbuf, editb.e_lbuf + count);
+    editb.e_index = count;
+}
+
+int e_getchar() {
+    if (editb.e_index == 0) {
+        e_flush();
+        editb.e_inmacro = 0;
+        unsigned char keys[kReadAhead];
+        // Within the line a burst saves redrawing; at its end one key at a time leaves what is typed
+        // after the newline in the terminal.
+        const int count = read_keys(keys, editb.e_cur < editb.e_eol ? kReadAhead : 1);
+        if (count > 0) push_keys(keys, count);
+        if (editb.e_index == 0) longjmp(editb.e_env, count < 0 ? kEditFailed : kEditEnd);
+    }
+    const int key = editb.e_lbuf[--editb.e_index];
+    return key == '\r' ? '\n' : key;
+}
+
+long e_read_cooked(int, void *buf, std::size_t len) {
+    for (;;) {
+        if (progdone != 0) {
+            errno = EINTR;
+            return -1;
+        }
+        const ssize_t n = keyboard_read(buf, len);
+        if (n < 0 && errno == EAGAIN) e_nothing = 1;
+        if (n >= 0 || errno != EINTR) return n;
+    }
+}

@@ -1,0 +1,99 @@
+// prime.cpp: the prompt is not known, it is what the program printed last. The capture holds the
+// program's output since the last line end or escape, that byte included.
+#include <cstring>
+
+#include "edit.h"
+#include "edit_internal.h"
+#include "history.h"
+
+// State: filled by output, emptied when a line has been finished with a newline.
+static char Prime_buf[kPrimeSize];
+static char *Prime_ptr = Prime_buf;  // at the terminating NUL
+
+// Kept when the capture overflows: the most recent third.
+static constexpr std::size_t kPrimeKept = 2730;
+
+int e_row_stale = 0;
+
+void edit_reset_prime() {
+    e_reset_prime();
+    e_row_stale = 0;
+}
+
+static bool restarts(char c) {
+    return c == '\n' || c == '\r' || c == kEscape;
+}
+
+void e_setup_prime(const char *ptr) {
+    const char *end = ptr + strlen(ptr);
+    if (end != ptr) e_row_stale = 0;
+    const char *from = end;
+    while (from > ptr && !restarts(from[-1])) from--;
+    if (from > ptr) {
+        from--;  // the byte that restarts the capture is its first
+        Prime_ptr = Prime_buf;
+    }
+    for (; from < end; from++) {
+        if (Prime_ptr == Prime_buf + kPrimeSize - 1) {
+            memmove(Prime_buf, Prime_ptr - kPrimeKept, kPrimeKept);
+            Prime_ptr = Prime_buf + kPrimeKept;
+        }
+        *Prime_ptr++ = *from;
+    }
+    *Prime_ptr = '\0';
+}
+
+void e_reset_prime() {
+    Prime_ptr = Prime_buf;
+    *Prime_ptr = '\0';
+}
+
+void e_row_renewed() {
+    e_row_stale = 0;
+}
+
+static const char *prompt_start() {
+    const char *start = Prime_buf;
+    for (const char *p = Prime_buf; *p != '\0'; p++)
+        if (*p == '\n' || *p == '\r') start = p + 1;
+    return start;
+}
+
+void e_new_prompt(int prompt_size) {
+    editb.e_wsize = e_window(editb.e_fd) - 2;
+    editb.e_crlf = Prime_buf[0] != '\0' ? 1 : 0;
+    const int most = prompt_size - 2;
+    int len = 0;
+    editb.e_prompt[0] = '\r';
+    for (const char *p = prompt_start(); *p != '\0'; p++) {
+        if (*p == kBell) continue;
+        if (!is_printable(byte_of(*p))) editb.e_crlf = 0;
+        if (len < most) editb.e_prompt[++len] = *p;
+    }
+    editb.e_prompt[len + 1] = '\0';
+    editb.e_plen = len;
+}
+
+void e_setup(int fd, int prompt_size) {
+    editb.e_fd = fd;
+    editb.e_hismax = editb.e_hloff = editb.e_hismin = 0;
+    if (fc_fix != nullptr) {
+        editb.e_hismax = fc_fix->fixind;
+        editb.e_hloff = fc_fix->fixline;
+        const int oldest = fc_fix->fixind - fc_fix->fixmax;
+        editb.e_hismin = oldest > 0 ? oldest : 0;
+    }
+    editb.e_hline = editb.e_hismax;
+    e_new_prompt(prompt_size);
+}
+
+void e_rewrite_prompt() {
+    char prompt[256];
+    char *const kept = editb.e_prompt;
+    editb.e_prompt = prompt;
+    e_new_prompt(sizeof prompt);
+    editb.e_prompt = kept;
+    if (editb.e_crlf == 0) return;
+    e_write(prompt, strlen(prompt));
+    e_flush();
+}

@@ -1,0 +1,184 @@
+// terminal.cpp: the editing modes of the user's terminal. Raw delivers each key; the alternative mode
+// (vi's first stage) lets the driver collect the line. Between lines and while output is relayed the
+// terminal stays in the mode that the style reads in: in a cooked moment erase, kill and quote keys
+// would be eaten, end-of-file become NUL and a key be echoed twice.
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <termios.h>
+
+#include "edit.h"
+#include "editlib.h"
+#include "pass.h"
+#include "tty.h"
+#include "wait.h"
+
+edit editb;
+const EditView *e_view = nullptr;
+
+// State: set by every switch of mode, zero at the start.
+static struct termios ttyparm;   // the user's settings
+static struct termios nttyparm;  // those of raw or alternative mode
+static int Marked = 0;           // unread bytes that the driver had collected before the switch
+static const char badcooked_msg[32] = "cannot reset tty to cooked mode";
+
+void edit_reset_terminal() {
+    e_view = nullptr;
+    editb = {};
+    Marked = 0;
+}
+
+static int local_tcget(int fd, int, struct termios *t) {
+    return tcgetattr(fd, t);
+}
+
+static int local_tcset(int fd, int, const struct termios *t) {
+    return tty_apply(fd, t);
+}
+
+static struct termios raw_of(const struct termios &user) {
+    struct termios t = user;
+    t.c_iflag &= ~static_cast<tcflag_t>(IGNPAR | PARMRK | INLCR | IGNCR | ICRNL);
+    t.c_iflag |= BRKINT;
+    t.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    t.c_cc[VTIME] = 0;
+    t.c_cc[VMIN] = 1;
+    return t;
+}
+
+static struct termios alternative_of(const struct termios &user) {
+    struct termios t = user;
+    t.c_iflag &= ~static_cast<tcflag_t>(IGNCR | ICRNL);
+    t.c_iflag |= INLCR;
+    // Without IEXTEN there is no VEOL2.
+    t.c_lflag |= ECHOE | ECHOK | IEXTEN;
+    t.c_cc[VEOF] = kEscape;
+    t.c_cc[VEOL] = '\r';
+    t.c_cc[VEOL2] = user.c_cc[VEOF];
+    return t;
+}
+
+// Applies `t`, whose user settings are in ttyparm, as mode `mode`. Returns 0, or -1.
+static int enter_mode(int fd, const struct termios &t, int mode) {
+    editb.e_eof = tty_special(ttyparm, VEOF);
+    editb.e_erase = tty_special(ttyparm, VERASE);
+    editb.e_kill = tty_special(ttyparm, VKILL);
+    nttyparm = t;
+    if (local_tcset(fd, 0, &nttyparm) != 0) return -1;
+    if (mode == kTtyRaw) {
+        if (editb.e_raw == kTtyAlt) Marked = keyboard_waiting();
+        (void)tcflow(fd, TCOON);  // in case the user had stopped the output
+    }
+    // Speed codes rise with the speed.
+    editb.e_ttyspeed = cfgetospeed(&ttyparm) <= B600 ? 1 : 2;
+    editb.e_raw = mode;
+    return 0;
+}
+
+// Adds the keys that wait in the terminal to the read-ahead stack, behind those held. A plain NUL is
+// dropped: no line can hold it.
+static void take_ahead() {
+    unsigned char keys[kReadAhead];
+    const int room = kReadAhead - editb.e_index;
+    if (room <= 0) return;
+    const ssize_t n = keyboard_read(keys, static_cast<std::size_t>(room));
+    if (n <= 0) return;  // none, or gone: the next wait sees it
+    unsigned char *end =
+        std::remove_if(keys, keys + n, [](unsigned char &key) {
+            key = static_cast<unsigned char>(e_unmark(key));
+            return key == 0;
+        });
+    const int count = static_cast<int>(end - keys);
+    std::move_backward(editb.e_lbuf, editb.e_lbuf + editb.e_index,
+                       editb.e_lbuf + editb.e_index + count);
+    std::reverse_copy(keys, end, editb.e_lbuf);
+    editb.e_index += count;
+}
+
+int e_setraw(int fd) {
+    if (editb.e_raw == kTtyRaw) return 0;
+    (void)fflush(stdout);
+    if (editb.e_raw != kTtyAlt) {
+        struct termios user = {};
+        if (local_tcget(fd, 0, &user) != 0 || (user.c_lflag & ECHO) == 0) return -1;
+        ttyparm = user;
+    }
+    return enter_mode(fd, raw_of(ttyparm), kTtyRaw);
+}
+
+// From a mode that delivers single keys: keys that wait there, or come while the mode changes, would
+// be handed on by the driver as a piece of line. They go to the stack, and the terminal stays raw.
+static int raw_to_alternative(int fd) {
+    take_ahead();
+    if (editb.e_index == 0) {
+        if (enter_mode(fd, alternative_of(ttyparm), kTtyAlt) != 0) return -1;
+        if (keyboard_waiting() == 0) return 0;
+        Marked = 0;
+        editb.e_raw = kTtyRaw;  // what waits was typed before the switch: nothing in it is a mark
+    }
+    const int result = enter_mode(fd, raw_of(ttyparm), kTtyRaw);
+    take_ahead();
+    return result;
+}
+
+int e_setalt(int fd) {
+    if (editb.e_raw == kTtyAlt) return 0;
+    if (editb.e_raw == kTtyRaw) return raw_to_alternative(fd);
+    struct termios user = {};
+    if (local_tcget(fd, 0, &user) != 0 || (user.c_lflag & ECHO) == 0) return -1;
+    ttyparm = user;
+    return enter_mode(fd, alternative_of(ttyparm), kTtyAlt);
+}
+
+void e_setcooked(int fd) {
+    if (editb.e_ttyspeed == 0 || editb.e_raw == kTtyCooked) {
+        editb.e_raw = kTtyCooked;
+        return;
+    }
+    if (local_tcset(fd, 0, &ttyparm) == 0)
+        editb.e_raw = kTtyCooked;
+    else if (errno != EBADF && errno != ENOTTY)
+        e_failed(badcooked_msg, nullptr);
+}
+
+void e_end_edit(int) {
+    if (opt_flag == kStyleVi) take_ahead();
+}
+
+int e_assert_mode(int fd) {
+    const bool raw = e_view != nullptr || opt_flag != kStyleVi || editb.e_index > 0;
+    const int mode = raw ? kTtyRaw : kTtyAlt;
+    struct termios current = {};
+    if (local_tcget(fd, 0, &current) != 0) return -1;
+    struct termios user = current;
+    tty_make_cooked(&user);
+    user.c_lflag |= ECHO;
+    const struct termios wanted = raw ? raw_of(user) : alternative_of(user);
+    if (editb.e_raw == mode && tty_same(current, wanted)) return 0;
+    ttyparm = user;
+    if (raw) return enter_mode(fd, wanted, kTtyRaw);
+    if ((current.c_lflag & ICANON) == 0) return raw_to_alternative(fd);
+    return enter_mode(fd, wanted, kTtyAlt);
+}
+
+void e_leave_editing(int) {
+    if (editb.e_raw == kTtyAlt) Marked = keyboard_waiting();
+    editb.e_raw = kTtyCooked;
+}
+
+int e_unmark(int c) {
+    if (Marked == 0) return c;
+    Marked--;
+    return c == 0 ? kEscape : c;
+}
+
+int e_window(int) {
+    constexpr long kNarrowest = 20;
+    constexpr long kWidest = 160;
+    const char *columns = getenv("COLUMNS");
+    if (columns == nullptr) return 79;
+    const long n = strtol(columns, nullptr, 10);
+    return static_cast<int>(std::clamp(n, kNarrowest + 1, kWidest + 1) - 1);
+}

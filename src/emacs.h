@@ -1,0 +1,8 @@
+// emacs.h: the emacs-like line editor and its gmacs variant.
+#pragma once
+
+// Reads and edits one line from the terminal `fd` in `line` (kKeyboardBuffer bytes), of which
+// `scend` (at most kLineCapacity) may be used. Returns its length, newline included; 0 when input
+// ended, a keyboard signal ended the edit or the edit was taken away (e_taken); -1 on a failed read.
+int emacs_read(int fd, char *line, int scend);
+void emacs_reset_for_test();
