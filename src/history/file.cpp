@@ -1,0 +1,268 @@
+// file.cpp: opening the history file and appending to it. The file is shared without locks: it is only
+// ever appended to, and each command goes out in one write with whatever belongs behind it, so that
+// the records of concurrent writers never mix. What was written is then indexed by reading it back.
+
+#include <fcntl.h>
+#include <sched.h>
+#include <stdio_ext.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "history/history_internal.h"
+
+fixcmd *fc_fix = nullptr;
+
+namespace history {
+
+static constexpr int kDefaultReach = 128;
+static constexpr long kMaxReach = 1'000'000;
+static constexpr int kSmallestRing = 16;
+// Buffer of the stream: a record of the longest line, with all that may go around it, fits.
+static constexpr std::size_t kStreamBuffer = 4096;
+static const char *const kFallbackName = "./history";
+
+// State: the stream's buffer, in use from hist_open on.
+static char stream_buffer[kStreamBuffer];
+
+// Writes where a failure does no harm that a reader would not survive.
+static void try_write_at(int fd, const unsigned char *data, std::size_t size, long offset) {
+    [[maybe_unused]] const ssize_t written = pwrite(fd, data, size, offset);
+}
+
+// --- Opening ---
+
+// Makes sure that the regular file `fd` of `size` bytes is a history file or empty, and gives it a
+// header. Written at offset 0, not appended: two processes that create the file at the same time
+// write the same bytes to the same place. Returns the format version, -1 when it is another file.
+static int claim_file(int fd, long size) {
+    unsigned char header[kHeaderSize] = {kMagic, kFileVersion};
+    if (size > 0 && (pread(fd, header, sizeof header, 0) < 1 || header[0] != kMagic)) return -1;
+    // A failure (disk full) is made up for with the first command.
+    if (size < kHeaderSize) try_write_at(fd, header, sizeof header, 0);
+    return header[1];
+}
+
+// Opens the file `name`. Returns its descriptor, -1 when it can't be used.
+static int open_named(const char *name, int &version) {
+    struct stat st;
+    // Even opening a pipe or a device may have an effect on others.
+    if (stat(name, &st) == 0 && !S_ISREG(st.st_mode)) return -1;
+    const int fd = open(name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
+    if (fd < 0) return -1;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+        version = claim_file(fd, static_cast<long>(st.st_size));
+        if (version >= 0) {
+            // Fails for a file that belongs to somebody else, who then decides who may read it.
+            if ((st.st_mode & 07777) != 0600) (void)fchmod(fd, 0600);
+            return fd;
+        }
+    }
+    close(fd);
+    return -1;
+}
+
+// A file without a name, for this run only. Returns its descriptor, or -1.
+static int open_temporary(int &version) {
+    std::FILE *file = std::tmpfile();
+    if (file == nullptr) return -1;
+    const int fd = fcntl(fileno(file), F_DUPFD_CLOEXEC, 0);
+    (void)std::fclose(file);  // nothing was written through it
+    if (fd >= 0) version = claim_file(fd, 0);
+    return fd;
+}
+
+static int open_file(int &version) {
+    char fallback[4096];  // longer names don't exist for the kernel
+    const char *name = std::getenv("Q_VXHISTFILE");
+    const char *home = std::getenv("HOME");
+    if (name == nullptr && home != nullptr) {
+        const int length = std::snprintf(fallback, sizeof fallback, "%s%s", home, kFallbackName);
+        if (length >= 0 && static_cast<std::size_t>(length) < sizeof fallback) name = fallback;
+    }
+    const int fd = name != nullptr && *name != '\0' ? open_named(name, version) : -1;
+    return fd >= 0 ? fd : open_temporary(version);
+}
+
+// Number of commands to keep in reach.
+static int reach() {
+    const char *size = std::getenv("Q_VXHISTSIZE");
+    if (size == nullptr) return kDefaultReach;
+    return static_cast<int>(std::clamp(std::strtol(size, nullptr, 10), 0L, kMaxReach));
+}
+
+// The control record with a ring of `ring` entries, all 0. Null without memory.
+static fixcmd *new_record(int ring) {
+    const std::size_t more = static_cast<std::size_t>(ring) - 1;
+    return static_cast<fixcmd *>(std::calloc(1, sizeof(fixcmd) + more * sizeof(long)));
+}
+
+// --- Appending ---
+
+static void put(const void *data, std::size_t size) {
+    (void)std::fwrite(data, 1, size, fc_fix->fixfd);  // write_out looks at the stream's error flag
+}
+
+static void put_sync(int number) {
+    const unsigned char sync[kSyncSize] = {kSync,
+                                           0,
+                                           static_cast<unsigned char>(number >> 16),
+                                           static_cast<unsigned char>(number >> 8),
+                                           static_cast<unsigned char>(number),
+                                           0};
+    put(sync, sizeof sync);
+}
+
+// Writes what was put. Returns the offset behind it, -1 when not all of it could be written: the rest
+// is dropped then, so that it can't come out later behind what others wrote.
+static long write_out() {
+    std::FILE *file = fc_fix->fixfd;
+    if (std::fflush(file) == 0 && std::ferror(file) == 0)
+        return lseek(fileno(file), 0, SEEK_CUR);  // where the system has appended it
+    __fpurge(file);
+    std::clearerr(file);
+    return -1;
+}
+
+// Puts what the end of the file lacks: the header when it could not be written, the end of a record
+// that a failed write cut short, so that the next one starts afresh. Nothing of this counts as a
+// command should the record be complete by then, because another process was just writing it.
+// Returns the number of bytes put.
+static long put_missing() {
+    static constexpr unsigned char kHeader[kHeaderSize] = {kMagic, kFileVersion};
+    static constexpr unsigned char kNuls[kSyncSize] = {};
+    const Tail &tail = File_tail;
+    if (tail.end < kHeaderSize) {
+        const long missing = kHeaderSize - tail.end;
+        put(kHeader + tail.end, static_cast<std::size_t>(missing));
+        return missing;
+    }
+    if (tail.skip > 0) {
+        put(kNuls, static_cast<std::size_t>(tail.skip) + 1);
+        return tail.skip + 1;
+    }
+    if (tail.prev == 0) return 0;
+    const bool ended = tail.prev == '\n';
+    put(ended ? "\0" : "\n\0", ended ? 1 : 2);
+    return ended ? 1 : 2;
+}
+
+// Catches up with other writers and puts what the file lacks in front of the next record. Returns the
+// offset at which that record will start.
+static long begin_record() {
+    // A write under way elsewhere can be seen in part. It ends within microseconds.
+    static constexpr int kPatience = 20;
+    hist_eof();
+    for (int i = 0; i < kPatience && (File_tail.prev != 0 || File_tail.skip > 0); i++) {
+        (void)sched_yield();
+        hist_eof();
+    }
+    return File_tail.end + put_missing();
+}
+
+// Corrects the number in the sync record just written, which ends at `end` and says `written`: when
+// another process appended between our last look and our write, it is too low. The record stays where
+// it is; only on a descriptor that doesn't append does pwrite go there.
+static void correct_sync(long end, int written) {
+    const long offset = end - kSyncSize;
+    const int number = fc_fix->fixind;
+    const int fd = fileno(fc_fix->fixfd);
+    unsigned char sync[kSyncSize];
+    if (read_at(offset, sync, sizeof sync) < sizeof sync || sync[0] != kSync || sync[1] != 0 ||
+        sync[2] != (written >> 16 & 255) || sync[3] != (written >> 8 & 255) ||
+        sync[4] != (written & 255))
+        return;
+    const unsigned char right[3] = {static_cast<unsigned char>(number >> 16),
+                                    static_cast<unsigned char>(number >> 8),
+                                    static_cast<unsigned char>(number)};
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_APPEND) != 0) return;
+    try_write_at(fd, right, sizeof right, offset + 2);
+    (void)fcntl(fd, F_SETFL, flags);
+}
+
+// Indexes what was written up to `end` (-1: nothing was); `number` is what its sync record says, 0 when
+// it has none. Then makes up for what the write could not know: an odd end, a sync record due.
+static void settle(long end, int number) {
+    bool synced = number != 0;
+    while (end >= 0) {
+        index_to(end);
+        if (number != 0 && number != fc_fix->fixind) correct_sync(end, number);
+        const long padding = end % 2;
+        const bool due = !synced && end + padding > kSyncFrom;
+        if (padding == 0 && !due) return;
+        put("", static_cast<std::size_t>(padding));
+        number = due ? fc_fix->fixind : 0;
+        if (due) put_sync(number);
+        synced = synced || due;
+        end = write_out();
+    }
+}
+
+}  // namespace history
+
+int hist_open() {
+    if (fc_fix != nullptr) return 0;
+    int version = history::kFileVersion;
+    const int fd = history::open_file(version);
+    if (fd < 0) return -1;
+    std::FILE *file = fdopen(fd, "a+");  // makes the descriptor append
+    if (file == nullptr) {
+        close(fd);
+        return -1;
+    }
+    const int fixmax = history::reach();
+    int ring = history::kSmallestRing;
+    while (ring <= fixmax) ring *= 2;
+    fc_fix = history::new_record(ring);
+    if (fc_fix == nullptr) {
+        (void)std::fclose(file);  // nothing was written through it
+        return -1;
+    }
+    (void)std::setvbuf(file, history::stream_buffer, _IOFBF, sizeof history::stream_buffer);
+    fc_fix->fixfd = file;
+    fc_fix->fixmax = fixmax;
+    history::index_open(ring - 1, version);
+    return 0;
+}
+
+void hist_flush() {
+    if (fc_fix == nullptr) return;
+    history::put("\n\0", 2);
+    history::settle(history::write_out(), 0);
+}
+
+void hist_cancel() {
+    static constexpr unsigned char kRecord[] = {history::kCancel, 0};
+    if (fc_fix == nullptr) return;
+    (void)history::begin_record();
+    history::put(kRecord, sizeof kRecord);
+    const long end = history::write_out();
+    if (end >= 0) history::index_to(end);
+}
+
+void hist_record(const char *text, std::size_t len) {
+    // A NUL would end the record.
+    len = strnlen(text, len);
+    if (fc_fix == nullptr || len == 0) return;
+    long end = history::begin_record() + static_cast<long>(len) + 2;
+    history::put(text, len);
+    history::put("\n\0", 2);
+    if (end % 2 != 0) {
+        history::put("", 1);
+        end++;
+    }
+    const int number = end > history::kSyncFrom ? fc_fix->fixind + 1 : 0;
+    if (number != 0) history::put_sync(number);
+    history::settle(history::write_out(), number);
+}
+
+void hist_close_for_test() {
+    if (fc_fix == nullptr) return;
+    (void)std::fclose(fc_fix->fixfd);
+    std::free(fc_fix);
+    fc_fix = nullptr;
+}

@@ -1,0 +1,274 @@
+// index.cpp: the rules by which the bytes of the history file become numbered commands, and the ring
+// that remembers where each command starts. The rules look at one byte after the other; here whole
+// blocks are read and memchr finds the ends of the records, with the same results whatever the bytes.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "history/history_internal.h"
+
+namespace history {
+
+// State: what is known about the open file besides fc_fix, set up anew by index_open.
+unsigned char Block[kBlock];
+Tail File_tail = {kHeaderSize, 0, 0};
+static int ring_mask;     // ring size less 1
+static int lowest_held;   // from here to fixind the ring entries are valid; 1 at least
+static int file_version;  // 0 reads the sync records of the old format
+
+// The state of the rules between two bytes.
+struct Scanner {
+    long pos;      // offset of the next byte
+    long clean;    // last offset seen at which the state was that at a record's start
+    int prev = 0;  // byte before pos, 0 also behind skipped bytes
+    int incr = 0;  // what the record begun so far will add to the command number
+    int skip = 0;  // bytes of a sync record still to pass
+    explicit Scanner(long start) : pos(start), clean(start) {}
+    bool at_start() const { return prev == 0 && skip == 0; }
+};
+
+// Takes the first byte of a record that is not empty.
+static void begin_record(Scanner &s, int c) {
+    s.prev = c;
+    if (c == kCancel) s.incr = -1;
+    if (c == kSync && file_version == 0) s.skip = 4;
+}
+
+// Bytes in front of the first NUL at `data`, `size` (1 at least) when there is none.
+static std::size_t length_to_nul(const unsigned char *data, std::size_t size) {
+    if (*data == 0) return 0;  // padding and sync records: not worth a call
+    const void *nul = std::memchr(data, 0, size);
+    return nul != nullptr ? static_cast<std::size_t>(static_cast<const unsigned char *>(nul) - data)
+                          : size;
+}
+
+// True when a whole sync record of the present format stands at `data`. The rules do nothing with it
+// but step over it.
+static bool is_sync(const unsigned char *data, std::size_t size) {
+    return data[0] == kSync && size >= kSyncSize && data[1] == 0 && data[kSyncSize - 1] == 0 &&
+           file_version != 0;
+}
+
+// Passes bytes of a sync record that are to be skipped, at most `size`. Returns their number.
+static std::size_t skip_bytes(Scanner &s, std::size_t size) {
+    const std::size_t step = std::min(static_cast<std::size_t>(s.skip), size);
+    s.skip -= static_cast<int>(step);
+    s.prev = 0;
+    return step;
+}
+
+// Runs the rules over the `size` bytes at `data`, the next of the file. `ended(incr, pos)` is called
+// for each NUL that ends a record, with the offset behind it.
+template <typename Ended>
+static void scan_bytes(Scanner &state, const unsigned char *data, std::size_t size, Ended ended) {
+    Scanner s = state;  // so that the compiler can keep it in registers
+    const long base = s.pos;
+    std::size_t i = 0;
+    while (i < size) {
+        if (s.skip > 0) {
+            i += skip_bytes(s, size - i);
+        } else if (s.prev == 0 && is_sync(data + i, size - i)) {
+            i += kSyncSize;
+            ended(0, base + static_cast<long>(i));
+        } else {
+            if (s.prev == 0 && data[i] != 0) {
+                begin_record(s, data[i++]);
+                if (s.skip > 0 || i == size) continue;
+            }
+            const std::size_t end = i + length_to_nul(data + i, size - i);
+            if (end > i) {
+                s.incr = 1;
+                s.prev = data[end - 1];
+            }
+            i = end;
+            if (i == size) break;
+            i++;
+            if (s.prev == kSync && s.incr == 0) s.skip = 3;
+            ended(s.incr, base + static_cast<long>(i));
+            s.incr = 0;
+            s.prev = 0;
+        }
+        if (s.skip == 0) s.clean = base + static_cast<long>(i);
+    }
+    s.pos = base + static_cast<long>(size);
+    state = s;
+}
+
+std::size_t read_at(long offset, unsigned char *dst, std::size_t size) {
+    const int fd = fileno(fc_fix->fixfd);
+    std::size_t got = 0;
+    while (got < size) {
+        const ssize_t n = pread(fd, dst + got, size - got, offset + static_cast<long>(got));
+        if (n > 0)
+            got += static_cast<std::size_t>(n);
+        else if (n == 0 || errno != EINTR)
+            break;
+    }
+    return got;
+}
+
+// Runs the rules from the scanner's position up to `limit` or the end of the file.
+template <typename Ended>
+static void scan_file(Scanner &s, long limit, Ended ended) {
+    while (s.pos < limit) {
+        const long left = limit - s.pos;
+        const std::size_t want = std::min(kBlock, static_cast<std::size_t>(left));
+        const std::size_t got = read_at(s.pos, Block, want);
+        scan_bytes(s, Block, got, ended);
+        if (got < want) return;
+    }
+}
+
+// What a stretch of the file does to the command number x in front of it: max(x + net, floor). The
+// floor comes from cancel records without a command, which withdraw nothing: no number is below 1.
+struct Tally {
+    long net = 0;
+    long floor = 1;
+    void add(int incr) {
+        net += incr;
+        floor = std::max(floor + incr, 1L);
+    }
+    long apply(long number) const { return std::max(number + net, floor); }
+};
+
+// The tally of `front` followed by `back`.
+static Tally joined(const Tally &front, const Tally &back) {
+    return {front.net + back.net, std::max(front.floor + back.net, back.floor)};
+}
+
+static void count_to(Scanner &s, long limit, Tally &tally) {
+    scan_file(s, limit, [&tally](int incr, long) { tally.add(incr); });
+}
+
+// Where indexing starts: behind a sync record, whose number it is, or at the first record.
+struct Start {
+    long offset;
+    int number;
+};
+static constexpr Start kFirstRecord = {kHeaderSize, 1};
+
+// Offset of the first sync record that starts in [`from` + 1, `to`) right behind a NUL; -1 if none.
+static long find_sync(long from, long to) {
+    static constexpr unsigned char kPattern[] = {0, kSync, 0};
+    // In the old format any byte may follow the first one.
+    const std::size_t length = file_version == 0 ? 2 : 3;
+    const long end = to + static_cast<long>(length) - 2;
+    for (long pos = from; pos < end;) {
+        const std::size_t want = std::min(kBlock, static_cast<std::size_t>(end - pos));
+        const std::size_t got = read_at(pos, Block, want);
+        const void *hit = memmem(Block, got, kPattern, length);
+        if (hit != nullptr) return pos + (static_cast<const unsigned char *>(hit) - Block) + 1;
+        if (got < want || got < length) return -1;
+        pos += static_cast<long>(got - (length - 1));
+    }
+    return -1;
+}
+
+// Reads the sync record at `offset`. False when the file ends within it.
+static bool read_sync(long offset, Start &start) {
+    unsigned char b[kSyncSize];
+    if (read_at(offset, b, sizeof b) < sizeof b) return false;
+    const int number =
+        file_version == 0 ? (b[1] & 127) * 128 + (b[2] & 127) : (b[2] * 256 + b[3]) * 256 + b[4];
+    // Only damage, or a number beyond 24 bits, gives 0.
+    start = {offset + kSyncSize, std::max(number, 1)};
+    return true;
+}
+
+// A damaged file may need its whole tail counted again each time the start moves; after so many times
+// everything is indexed instead, so that opening takes linear time whatever the file holds.
+static constexpr int kMaxRecounts = 16;
+
+// Finds where to start so that `fixmax` commands of the `size` bytes come into reach: tries further
+// and further from the end, by 16 bytes for each command still missing, and counts from the first
+// sync record there. Each byte is searched and counted once: what was counted before is joined on.
+static Start choose_start(long size) {
+    Start start = {-1, 0};
+    Tally tally;
+    long missing = fc_fix->fixmax;
+    long offset = size - 8192;
+    long searched = size;
+    for (int recounts = 0;;) {
+        offset -= 16 * missing + 8192;
+        if (offset <= 0) return kFirstRecord;
+        const long sync = find_sync(offset, searched);
+        searched = offset + 1;
+        if (sync < 0 && start.offset < 0) return kFirstRecord;
+        if (sync >= 0) {
+            const long counted = start.offset < 0 ? size : start.offset;
+            if (!read_sync(sync, start)) return kFirstRecord;
+            Scanner s(start.offset);
+            Tally front;
+            count_to(s, counted, front);
+            if (s.at_start()) {
+                tally = joined(front, tally);
+            } else {
+                if (++recounts > kMaxRecounts) return kFirstRecord;
+                count_to(s, size, front);
+                tally = front;
+            }
+        }
+        missing = fc_fix->fixmax - (tally.apply(start.number) - start.number);
+        if (missing <= 0) return start;
+    }
+}
+
+static void enter(int n, long offset) {
+    fc_fix->fixcmds[n & ring_mask] = offset;
+    // A cancel record may lead below the oldest command held; a new command overwrites the oldest.
+    lowest_held = n < lowest_held ? n : std::max(lowest_held, n - ring_mask);
+}
+
+static void start_index(const Start &start) {
+    fc_fix->fixind = lowest_held = start.number;
+    fc_fix->fixcnt = start.offset;
+    enter(start.number, start.offset);
+}
+
+static long file_size() {
+    struct stat st;
+    return fstat(fileno(fc_fix->fixfd), &st) == 0 ? static_cast<long>(st.st_size) : 0;
+}
+
+void index_to(long limit) {
+    // Somebody emptied the file: nothing that the ring holds is true any more.
+    const long size = file_size();
+    if (size < fc_fix->fixcnt) start_index(kFirstRecord);
+    Scanner s(fc_fix->fixcnt);
+    int number = fc_fix->fixind;
+    scan_file(s, limit, [&number](int incr, long pos) {
+        number = std::clamp(number + incr, 1, kMaxNumber);
+        enter(number, pos);
+    });
+    fc_fix->fixind = number;
+    // An unfinished record is read again from its start when its rest has come: it may be one that
+    // another process is just writing.
+    fc_fix->fixcnt = s.clean;
+    fc_fix->fixline = 0;
+    File_tail = {size < kHeaderSize ? size : s.pos, s.prev, s.skip};
+}
+
+void index_open(int mask, int version) {
+    ring_mask = mask;
+    file_version = version;
+    start_index(choose_start(file_size()));
+    index_to(LONG_MAX);
+}
+
+int ring_low() { return lowest_held; }
+
+long ring_start(int n) { return fc_fix->fixcmds[n & ring_mask]; }
+
+}  // namespace history
+
+void hist_eof() {
+    if (fc_fix != nullptr) history::index_to(LONG_MAX);
+}
+
+long hist_position(int n) {
+    return n >= history::ring_low() && n <= fc_fix->fixind ? history::ring_start(n) : -1;
+}
