@@ -1,0 +1,159 @@
+// emacs_internal.h: what the files of the emacs-like editor share: the state of the line read, the
+// display, the commands.
+//
+// The line is built in the caller's buffer, editb.e_inbuf, behind a copy of the prompt: prompt at 0
+// to e_plen - 1, text from e_plen on, a NUL at e_eol. Every position (e_cur, e_eol, the mark
+// e_fchar) counts from the start of the buffer. Text and prompt together stay below kKeyboardBuffer
+// - 1, so that newline and NUL always fit.
+//
+// Program output may arrive in any wait for a key and bring another prompt, which moves the text
+// and all positions in editb (see view.cpp). So no position is held in a local across next_key.
+#pragma once
+
+#include <type_traits>
+
+#include "edit.h"
+#include "history.h"
+#include "morp_defs.h"
+
+namespace emacs {
+
+// Codes of the user's own characters, out of the way of every key.
+inline constexpr int CODE_EOF = -2;
+inline constexpr int CODE_ERASE = -3;
+inline constexpr int CODE_KILL = -5;
+
+inline constexpr int kPromptSize = 256;  // bytes of the prompt buffer
+inline constexpr int kSearchSize = 256;  // bytes of the search text
+inline constexpr int kScreenSize = 160;  // the image: at most 158 columns, the marker, a NUL
+inline constexpr int kMaxText = 255;     // characters of text that a line ever holds
+// The longest prompt that leaves room for one whole burst of keys.
+inline constexpr int kMaxPrompt = 87;
+
+// Reasons to bring the row up to date.
+enum DRAWTYPE {
+    FIRST = 0,    // a new line: the prompt is on the row, the cursor behind it
+    REFRESH = 1,  // the cursor is on an empty row: draw everything
+    APPEND = 2,   // one character was added before the cursor
+    UPDATE = 3,   // any other change
+    FINAL = 4,    // the line is done: as UPDATE, also while keys are pending
+};
+
+// A printing terminal keeps a killed line; the next one starts on a new row.
+enum TERMINAL { CRT = 0, PAPER = 1 };
+
+// What the loop does when a command returns.
+enum class After {
+    next_key,      // nothing: the command has drawn what it changed
+    update,        // put the cursor at Command::i and update the row
+    drawline,      // measure the new text, put the cursor at its end and update the row
+    finish,        // hand the line back, its newline added
+    full,          // hand the line back as it is, without a newline
+    end_of_input,  // hand nothing back
+};
+
+// One command as the loop found it.
+struct Command {
+    int c;        // the key, or a code above
+    int i;        // the cursor as the key arrived; where After::update puts it
+    int count;    // the pending count, 1 when none
+    int oadjust;  // the pending count, -1 when none
+};
+static_assert(std::is_trivially_destructible_v<Command>);  // e_getchar leaves by a jump
+
+// State of the line read; reset at its start.
+extern int capacity;    // bytes of the buffer that may be used, at most kLineCapacity
+extern int adjust;      // count for the next command, -1 none
+extern char backslash;  // 1 while the character just inserted is a backslash
+// The line behind a search text or the version, from `keep_line` to `restore_line`. The text counts
+// from its own start, so a new prompt doesn't touch it.
+struct KeptLine {
+    int len;  // characters, -1 while no line is kept
+    int cur;  // cursor within them
+    genchar text[kKeyboardBuffer];
+};
+extern KeptLine kept;
+
+// State that outlives the line read.
+extern histloc location;  // where the last history move led; the line that ^O finished
+extern int CntrlO;        // 1: the next line starts as the one after `location`
+extern TERMINAL terminal;
+extern int prevdirection;         // of the last search: -1 older, 1 newer
+extern char string[kSearchSize];  // last search text
+
+// Next key, the row brought up to date first when that was put off.
+int next_key();
+// The length of the NUL-terminated buffer.
+int line_length();
+void keep_line();
+void restore_line();
+// Applies a count of `value` times `factor` plus `add`, none negative; stops at kMaxCount.
+constexpr int grow_count(int value, int factor, int add) {
+    return value > (kMaxCount - add) / factor ? kMaxCount : value * factor + add;
+}
+
+// The screen row (display.cpp).
+extern char *screen;   // its image: one character per window column, blanks up to e_wsize
+extern char *cursor;   // the window column of the terminal's cursor
+extern int offset;     // physical column shown in window column 0
+extern char overflow;  // marker shown in column e_wsize; 0 unknown
+extern char scvalid;   // 1: the image shows the line; 0: an update was put off
+extern int cr_ok;      // 1: a carriage return leads to window column 0
+void draw(DRAWTYPE option);
+// Moves the terminal's cursor to window column `new_col` (0 to e_wsize). Unless `c` is 0, writes it
+// there, one column further on; the image is left alone.
+void setcursor(int new_col, int c);
+// Writes a NUL-terminated string.
+void putstring(const char *s);
+
+// The view that output arriving in a wait needs (view.cpp).
+extern const EditView view;
+// Gives up a prompt that leaves the text no room; the caller then starts a row of its own.
+// `text_len` is the length of the text that has to fit behind it. Returns true when the prompt was
+// given up.
+bool drop_unfit_prompt(int text_len);
+
+// Commands of the key table: moves and changes (keys.cpp).
+After line_start(Command &command);
+After line_end(Command &command);
+After leftarrow(Command &command);
+After rightarrow(Command &command);
+After upper_case(Command &command);
+After find_character(Command &command);
+After transpose(Command &command);
+After insert(Command &command);
+After multiply_count(Command &command);
+After refresh(Command &command);
+After show_version(Command &command);
+After end_line(Command &command);
+After end_line_get_next(Command &command);
+After end_of_file(Command &command);
+After escape_prefix(Command &command);
+// Kill buffer and mark (kill.cpp).
+After set_mark(Command &command);
+After kill_line(Command &command);
+After kill_to_end(Command &command);
+After erase(Command &command);
+After delete_(Command &command);
+After delete_region(Command &command);
+After control_x(Command &command);
+After yank(Command &command);
+// The history (recall.cpp).
+After uparrow(Command &command);
+After downarrow(Command &command);
+After search_history(Command &command);
+// Copies the line at (e_hline, e_hloff), cut to the room behind the prompt, and a NUL to `dst`,
+// which holds kMaxText + 1 bytes. Without a history `dst` is left alone.
+void copy_history_line(genchar *dst);
+// Starts the line with the successor of the one that ^O finished, when that was asked for.
+void fetch_next_line();
+
+// Carries out the command typed as ESC and the next key; `count` is the pending count, -1 none.
+// Returns the count for the command after it, -1 none (escape.cpp).
+int escape(genchar *out, int count);
+// Lets the user type a text in place of the line and puts the history line that holds it there, or
+// the old line when there is none. `direction` 0 searches newer commands, above 0 older ones
+// (search.cpp).
+void search(genchar *out, int direction);
+
+}  // namespace emacs

@@ -1,0 +1,221 @@
+// loop.cpp: emacs_read, the key table and the state of the line read. A line is edited from
+// draw(FIRST) until a command asks for its end; e_getchar may end it at any wait by a jump to
+// editb.e_env. All state stands in the namespace, so nothing is lost in the jump.
+#include <poll.h>
+#include <algorithm>
+#include <cerrno>
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+
+#include "emacs.h"
+#include "emacs_internal.h"
+#include "pass.h"
+#include "wait.h"
+
+namespace emacs {
+
+int capacity = 0;
+int adjust = -1;
+char backslash = 0;
+KeptLine kept = {-1, 0, {}};
+
+histloc location = {0, 0};
+int CntrlO = 0;
+TERMINAL terminal = CRT;
+
+// The user's erase, kill and end-of-file characters come before this table.
+struct Binding {
+    int key;
+    After (*run)(Command &command);
+};
+static constexpr Binding kBindings[] = {
+    {CODE_KILL, kill_line},      {CODE_ERASE, erase},         {CODE_EOF, end_of_file},
+    {ctrl('@'), set_mark},       {ctrl('A'), line_start},     {ctrl('B'), leftarrow},
+    {ctrl('C'), upper_case},     {ctrl('D'), delete_},        {ctrl('E'), line_end},
+    {ctrl('F'), rightarrow},     {ctrl('J'), end_line},       {ctrl('K'), kill_to_end},
+    {ctrl('L'), refresh},        {ctrl('N'), downarrow},      {ctrl('O'), end_line_get_next},
+    {ctrl('P'), uparrow},        {ctrl('R'), search_history}, {ctrl('T'), transpose},
+    {ctrl('U'), multiply_count}, {ctrl('V'), show_version},   {ctrl('W'), delete_region},
+    {ctrl('X'), control_x},      {ctrl('Y'), yank},           {ctrl('['), escape_prefix},
+    {ctrl(']'), find_character},
+};
+
+int next_key() {
+    if (editb.e_index == 0 && scvalid == 0) draw(UPDATE);
+    return e_getchar();
+}
+
+int line_length() { return static_cast<int>(strnlen(editb.e_inbuf, kKeyboardBuffer - 1)); }
+
+void keep_line() {
+    kept.len = editb.e_eol - editb.e_plen;
+    kept.cur = editb.e_cur - editb.e_plen;
+    std::memcpy(kept.text, editb.e_inbuf + editb.e_plen, static_cast<std::size_t>(kept.len) + 1);
+}
+
+void restore_line() {
+    std::memcpy(editb.e_inbuf + editb.e_plen, kept.text, static_cast<std::size_t>(kept.len) + 1);
+    editb.e_cur = editb.e_plen + kept.cur;
+    kept.len = -1;
+}
+
+// A backslash makes the next key text when that is the user's erase or kill character or doesn't
+// print. Returns true when `c` has taken the place of the backslash.
+static bool quote(int c) {
+    if (backslash == 0) return false;
+    backslash = 0;
+    const bool quoted =
+        c == editb.e_erase || c == editb.e_kill || (!is_printable(c) && c != '\n' && c != '\r');
+    if (!quoted) return false;
+    editb.e_inbuf[editb.e_cur - 1] = static_cast<genchar>(c);
+    // Not APPEND: its echo of a printing character would leave the backslash on the screen.
+    draw(UPDATE);
+    return true;
+}
+
+static int code_of(int c) {
+    if (c == editb.e_kill) return CODE_KILL;
+    if (c == editb.e_erase) return CODE_ERASE;
+    if (c == editb.e_eof && editb.e_eol == editb.e_plen) return CODE_EOF;
+    return c;
+}
+
+static After run(Command &command) {
+    for (const Binding &binding : kBindings)
+        if (binding.key == command.c) return binding.run(command);
+    return insert(command);
+}
+
+// Reads and obeys keys until the line is done.
+static After edit_keys() {
+    for (;;) {
+        const int key = next_key();
+        if (quote(key)) continue;
+        Command command = {code_of(key), editb.e_cur, std::max(adjust, 0), adjust};
+        if (adjust < 0) command.count = 1;
+        adjust = -1;
+        const After after = run(command);
+        switch (after) {
+            case After::next_key:
+                break;
+            case After::update:
+                editb.e_cur = command.i;
+                draw(UPDATE);
+                break;
+            case After::drawline:
+                editb.e_eol = line_length();
+                editb.e_cur = editb.e_eol;
+                draw(UPDATE);
+                break;
+            default:
+                return after;
+        }
+    }
+}
+
+// Puts prompt and line on their row. The row may still show an edit that a keyboard signal ended,
+// or hold a prompt that leaves no room.
+static void begin_line() {
+    const bool own_row = drop_unfit_prompt(0);
+    if (own_row || e_row_stale != 0) {
+        e_putchar('\n');
+        if (editb.e_crlf == 1) putstring(editb.e_prompt + 1);
+    }
+    e_row_renewed();
+
+    const std::size_t plen = static_cast<std::size_t>(editb.e_plen);
+    std::memcpy(editb.e_inbuf, editb.e_prompt + 1, plen);
+    editb.e_inbuf[plen] = '\0';
+    editb.e_llimit = capacity - editb.e_plen;
+    editb.e_cur = editb.e_eol = editb.e_fchar = editb.e_plen;
+    draw(FIRST);
+    adjust = -1;
+    backslash = 0;
+    kept.len = -1;
+    fetch_next_line();
+}
+
+// Leaves the edit; the terminal stays raw for the main loop.
+static int leave(int fd, int result) {
+    e_view = nullptr;
+    e_end_edit(fd);
+    return result;
+}
+
+// Moves the line to the start of the buffer, over the prompt, and returns its length: it ends at
+// the first NUL that was quoted into it.
+static int deliver(int fd, After after) {
+    genchar *const line = editb.e_inbuf;
+    const int len = editb.e_eol - editb.e_plen;
+    std::memmove(line, line + editb.e_plen, static_cast<std::size_t>(len) + 1);
+    e_flush();
+    const int result = static_cast<int>(std::strlen(line));
+    if (result > 0) return leave(fd, result);
+    if (after == After::finish) return leave(fd, -1);
+    // The keys behind a full line are still to come, so it is no failure: an empty line.
+    line[0] = '\n';
+    line[1] = '\0';
+    return leave(fd, 1);
+}
+
+// The line as the driver makes it, for a terminal that can't be made raw.
+static int read_plainly(int fd, char *line, int room) {
+    while (progdone == 0) {
+        const long n = e_read_cooked(fd, line, static_cast<std::size_t>(room));
+        if (n >= 0) return static_cast<int>(n);
+        if (errno != EAGAIN && errno != EINTR) return -1;
+        // What the main loop saw is gone: a signal key empties the terminal's queue.
+        pollfd keyboard = {keyboard_fd(), POLLIN, 0};
+        (void)wait_ready(&keyboard, 1, kNoTimeout);  // the read tells what it was
+    }
+    return 0;
+}
+
+}  // namespace emacs
+
+void emacs_reset_for_test() {
+    emacs::location = {0, 0};
+    emacs::CntrlO = 0;
+    emacs::terminal = emacs::CRT;
+    emacs::prevdirection = 1;
+    emacs::string[0] = '\0';
+    emacs::adjust = -1;
+    emacs::backslash = 0;
+    emacs::kept.len = -1;
+}
+
+int emacs_read(int fd, char *line, int scend) {
+    using namespace emacs;
+    char prompt[kPromptSize];
+    genchar stack[kMaxLine];
+    char Screen[kScreenSize];
+    editb.e_prompt = prompt;
+    editb.e_tmp = stack;
+    editb.e_search = string;
+    editb.e_inbuf = line;
+    screen = Screen;
+    stack[0] = '\0';
+    capacity = std::min(scend, kLineCapacity);
+
+    if (e_setraw(fd) != 0) {
+        (void)std::fflush(stderr);
+        return read_plainly(fd, line, capacity);
+    }
+    e_setup(fd, kPromptSize);
+    // The frames that the jump crosses hold nothing to destroy.
+    switch (setjmp(editb.e_env)) {  // NOLINT(cert-err52-cpp)
+        case 0:
+            break;
+        case kEditEnd:
+            return leave(fd, 0);
+        default:
+            return leave(fd, -1);
+    }
+    e_view = &view;
+    begin_line();
+    const After after = edit_keys();
+    if (after != After::end_of_input) return deliver(fd, after);
+    e_flush();
+    return leave(fd, 0);
+}

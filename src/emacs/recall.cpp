@@ -1,0 +1,72 @@
+// recall.cpp: moves through the history, and the line that ^O asks for.
+#include <algorithm>
+#include <cstring>
+
+#include "emacs_internal.h"
+
+namespace emacs {
+
+void copy_history_line(genchar *dst) {
+    genchar copy[kMaxLine];
+    if (hist_copy(copy, editb.e_hline, editb.e_hloff) < 0) return;
+    // Behind the longest line newline and NUL still fit.
+    const int room = std::min(kMaxText, kKeyboardBuffer - 2 - editb.e_plen);
+    const std::size_t len = strnlen(copy, static_cast<std::size_t>(room));
+    std::memcpy(dst, copy, len);
+    dst[len] = '\0';
+}
+
+static After show_location() {
+    editb.e_hline = location.his_command;
+    editb.e_hloff = location.his_line;
+    copy_history_line(editb.e_inbuf + editb.e_plen);
+    return After::drawline;
+}
+
+// The oldest command in reach, -1 when there is none. Numbers in reach need not all be taken: the
+// history may be shorter, or start with a number found in the middle of its file.
+static int oldest_command() {
+    if (fc_fix == nullptr) return -1;
+    for (int n = std::max(editb.e_hismin, 1); n < editb.e_hismax; n++)
+        if (hist_position(n) >= 0) return n;
+    return -1;
+}
+
+After downarrow(Command &command) {
+    location = hist_locate(editb.e_hline, editb.e_hloff, command.count);
+    if (location.his_command > editb.e_hismax) {
+        e_ringbell();
+        return After::next_key;
+    }
+    return show_location();
+}
+
+After uparrow(Command &command) {
+    location = hist_locate(editb.e_hline, editb.e_hloff, -command.count);
+    if (location.his_command < editb.e_hismin) {
+        e_ringbell();
+        location = {oldest_command(), 0};
+        if (location.his_command < 0) return After::next_key;
+    }
+    return show_location();
+}
+
+After search_history(Command &command) {
+    search(editb.e_inbuf, command.count);
+    return After::drawline;
+}
+
+void fetch_next_line() {
+    if (CntrlO != 0) {
+        location = hist_locate(location.his_command, location.his_line, 1);
+        if (location.his_command < editb.e_hismax) {
+            editb.e_hline = location.his_command;
+            editb.e_hloff = location.his_line;
+            copy_history_line(editb.e_tmp);
+            e_ungetchar(ctrl('Y'));
+        }
+    }
+    CntrlO = 0;
+}
+
+}  // namespace emacs

@@ -1,0 +1,102 @@
+// search.cpp: the history search of ^R. While its text is typed the line holds, behind the prompt,
+// a caret, the letter R and the text; the real line is kept aside.
+#include <algorithm>
+#include <cstring>
+
+#include "emacs_internal.h"
+
+namespace emacs {
+
+int prevdirection = 1;
+char string[kSearchSize] = "";
+
+static constexpr int kLead = 2;  // the caret and the R
+
+// The most characters that a search text may have: search buffer and line buffer bound it.
+static int text_limit() {
+    return std::min(kSearchSize - 1, kKeyboardBuffer - 1 - kLead - editb.e_plen);
+}
+
+// Puts `c` at index `n` of the text, the cursor behind it.
+static void put(genchar *out, int n, int c, DRAWTYPE option) {
+    const int at = editb.e_plen + kLead + n;
+    out[at] = static_cast<genchar>(c);
+    out[at + 1] = '\0';
+    editb.e_cur = at + 1;
+    draw(option);
+}
+
+// Lets the user type the text. Returns false when the search was abandoned. `n` counts the
+// characters typed, since the text moves when a wait brings another prompt.
+static bool type_text(genchar *out) {
+    int n = 0;
+    for (;;) {
+        const int c = next_key();
+        if (c == '\n' || c == '\r' || c == '\0') return true;
+        if (c == editb.e_erase) {
+            if (n == 0) {
+                e_ringbell();
+                continue;
+            }
+            editb.e_cur = editb.e_plen + kLead + --n;
+            out[editb.e_cur] = '\0';
+            draw(UPDATE);
+        } else if (c == editb.e_kill) {
+            e_ringbell();
+            return false;
+        } else if (n >= text_limit()) {
+            e_ringbell();
+        } else if (c == '\\') {
+            put(out, n, c, APPEND);
+            const int quoted = next_key();
+            // It takes the place of the backslash, which the screen shows by now.
+            put(out, n++, quoted, UPDATE);
+        } else {
+            put(out, n++, c, APPEND);
+        }
+    }
+}
+
+// Searches for the text typed, or again for the last one. Returns true when a line was found and
+// stands in the line buffer.
+static bool find_text(genchar *out, int direction) {
+    if (direction > 0) {
+        direction = -1;
+    } else {
+        prevdirection = -prevdirection;
+        direction = 1;
+    }
+    const genchar *const text = out + editb.e_plen + kLead;
+    if (*text != '\0') {
+        const std::size_t len = strnlen(text, kSearchSize - 1);
+        std::memcpy(string, text, len);
+        string[len] = '\0';
+        prevdirection = direction;
+    } else {
+        direction = prevdirection;
+    }
+    const histloc found = hist_find(string, editb.e_hline, 1, direction);
+    if (found.his_command > 0) {
+        editb.e_hline = found.his_command;
+        editb.e_hloff = found.his_line;
+        copy_history_line(out + editb.e_plen);
+        return true;
+    }
+    e_ringbell();
+    editb.e_hline = editb.e_hismax;
+    editb.e_hloff = fc_fix != nullptr ? fc_fix->fixline : 0;
+    return false;
+}
+
+void search(genchar *out, int direction) {
+    keep_line();
+    std::memcpy(out + editb.e_plen, "^R", kLead + 1);
+    editb.e_cur = editb.e_plen + kLead;
+    draw(UPDATE);
+    if (type_text(out) && find_text(out, direction))
+        kept.len = -1;
+    else
+        restore_line();
+}
+
+}  // namespace emacs

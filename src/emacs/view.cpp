@@ -1,0 +1,89 @@
+// view.cpp: how the line makes way for program output and comes back. Output arrives only while the
+// editor waits, and next_key brings the row up to date before each wait.
+#include <algorithm>
+#include <cstring>
+
+#include "emacs_internal.h"
+
+namespace emacs {
+
+// State of the row: 1 while the line stands on a row of its own, below a prompt that was given up.
+static char own_row = 0;
+
+bool drop_unfit_prompt(int text_len) {
+    const bool fits = editb.e_plen < editb.e_wsize && editb.e_plen <= kMaxPrompt &&
+                      editb.e_plen + text_len <= kMaxText;
+    own_row = fits ? 0 : 1;
+    if (fits) return false;
+    editb.e_prompt[0] = '\r';
+    editb.e_prompt[1] = '\0';
+    editb.e_plen = 0;
+    editb.e_crlf = 1;
+    return true;
+}
+
+// Works on what the row shows, the image, not on the line.
+static void step_off() {
+    // A prompt that can't be written again is gone once the window has moved.
+    const bool gone = offset != 0 && editb.e_crlf == 0;
+    const int prompt = gone ? 0 : editb.e_plen;
+    for (int k = 0; k < editb.e_wsize; k++) {
+        const char c = k < prompt ? editb.e_inbuf[k] : ' ';
+        if (c == screen[k]) continue;
+        setcursor(k, byte_of(c));
+        screen[k] = c;
+    }
+    if (overflow != ' ') {
+        setcursor(editb.e_wsize, ' ');
+        overflow = ' ';
+    }
+    setcursor(prompt, 0);
+    // What the program prints now starts an empty row; the prompt captured isn't on it.
+    if (gone || own_row != 0) e_reset_prime();
+}
+
+// The length of everything that has to fit behind the prompt: the line, also while it is kept
+// aside, and what is shown in its place.
+static int text_length() {
+    return std::max({editb.e_eol, editb.e_cur, line_length()}) - editb.e_plen;
+}
+
+static void come_back() {
+    const int old_plen = editb.e_plen;
+    const int text_len = text_length();
+    e_new_prompt(kPromptSize);
+    if (drop_unfit_prompt(text_len)) e_putchar('\n');
+
+    const int moved = editb.e_plen - old_plen;
+    const std::size_t tail =
+        static_cast<std::size_t>(kKeyboardBuffer - std::max(old_plen, editb.e_plen));
+    std::memmove(editb.e_inbuf + editb.e_plen, editb.e_inbuf + old_plen, tail);
+    std::memcpy(editb.e_inbuf, editb.e_prompt + 1, static_cast<std::size_t>(editb.e_plen));
+    editb.e_cur += moved;
+    editb.e_eol += moved;
+    editb.e_fchar += moved;
+    editb.e_llimit = capacity - editb.e_plen;
+    draw(FIRST);
+    draw(UPDATE);
+}
+
+static void redraw() {
+    // The row may still hold what it showed, in another window position.
+    e_putchar('\r');
+    for (int k = 0; k <= editb.e_wsize; k++) e_putchar(' ');
+    e_putchar('\r');
+    draw(REFRESH);
+}
+
+static int text(genchar *dst) {
+    const bool aside = kept.len >= 0;
+    const int len = aside ? kept.len : editb.e_eol - editb.e_plen;
+    const genchar *const from = aside ? kept.text : editb.e_inbuf + editb.e_plen;
+    std::memcpy(dst, from, static_cast<std::size_t>(len));
+    dst[len] = '\0';
+    return len;
+}
+
+const EditView view = {step_off, come_back, redraw, text};
+
+}  // namespace emacs
