@@ -1,0 +1,177 @@
+// input.cpp: input mode, and the way between it and command mode.
+#include <algorithm>
+#include <cstring>
+
+#include "vi_internal.h"
+
+namespace vi {
+
+// What follows a key.
+enum class After { refresh, next_key, commands, done };
+
+// Judged by the line itself: the image may be out of date.
+bool line_full() {
+    return editb.e_eol >= editb.e_llimit || columns_of(editb.e_eol + 1) - 1 >= editb.e_llimit;
+}
+
+void insert(int c) {
+    if (editb.e_eol + 1 >= kMaxText) return;
+    const int at = editb.e_cur + 1;
+    genchar *const to = editb.e_inbuf + at;
+    memmove(to + 1, to, static_cast<std::size_t>(editb.e_eol + 1 - at));
+    *to = static_cast<genchar>(c);
+    editb.e_eol++;
+    editb.e_inbuf[editb.e_eol + 1] = '\0';
+    editb.e_cur = at;
+}
+
+void append(int c, int mode) {
+    if (line_full()) return;
+    if (mode == MODE_APPEND || editb.e_cur == editb.e_eol)
+        insert(c);
+    else
+        editb.e_inbuf[++editb.e_cur] = static_cast<genchar>(c);
+}
+
+int getcount(int c) {
+    repeat_set++;
+    int count = 0;
+    for (; is_digit(c); c = next_key()) count = std::min(count * 10 + (c - '0'), kMaxCount);
+    editb.e_repeat = std::min(editb.e_repeat * std::max(count, 1), kMaxCount);
+    return c;
+}
+
+static After text_key(int c, int &mode) {
+    if (mode == MODE_REPLACE) {
+        if (editb.e_cur < editb.e_eol) {
+            replace(c, 1);
+            return After::next_key;
+        }
+        delete_(1, RESULT_BAD);
+        mode = MODE_APPEND;
+    }
+    append(c, mode);
+    return After::refresh;
+}
+
+static After finish(int mode) {
+    if (mode != MODE_SEARCH) save_last();
+    return After::done;
+}
+
+static After end_of_file(int mode) {
+    if (editb.e_cur != -1) return After::next_key;
+    editb.e_addnl = 0;
+    return finish(mode);
+}
+
+// A backslash under the cursor gives way to the erase or kill character that would have acted.
+static bool quoted(int c) {
+    if (editb.e_cur < 0 || char_at(editb.e_cur) != '\\') return false;
+    delete_(1, RESULT_BAD);
+    append(c, MODE_APPEND);
+    return true;
+}
+
+static After erase(int c, int mode) {
+    if (mode == MODE_REPLACE) {
+        if (editb.e_cur > editb.e_fcol)
+            editb.e_cur--;
+        else
+            e_ringbell();
+        return After::refresh;
+    }
+    if (quoted(editb.e_erase == kNoKey ? c : editb.e_erase)) return After::refresh;
+    const bool prefix = mode == MODE_SEARCH && editb.e_cur == 0;
+    if (prefix) editb.e_fcol = 0;
+    delete_(1, RESULT_BAD);
+    return prefix ? After::done : After::refresh;
+}
+
+static After kill(int mode) {
+    if (quoted(editb.e_kill)) return After::refresh;
+    if (mode != MODE_SEARCH) {
+        del_line(RESULT_GOOD);
+    } else if (editb.e_cur > 0) {
+        editb.e_cur = 1;
+        delmotion('$', RESULT_BAD);
+    }
+    return After::refresh;
+}
+
+static After erase_word() {
+    const int last = editb.e_cur;
+    if (last > editb.e_fcol && is_blank(char_at(last - 1))) {
+        delete_(1, RESULT_BAD);
+    } else {
+        backword(1, 'b');
+        delete_(last - editb.e_cur + 1, RESULT_BAD);
+    }
+    return After::refresh;
+}
+
+static After obey(int c, int &mode) {
+    if (c == ctrl('V')) return text_key(next_key(), mode);
+    if (c == editb.e_eof) return end_of_file(mode);
+    if (c == editb.e_erase || c == ctrl('H')) return erase(c, mode);
+    if (c == editb.e_kill) return kill(mode);
+    switch (c) {
+        case ctrl('W'):
+            return erase_word();
+        case '\n':
+            return finish(mode);
+        case kEscape:
+            if (mode != MODE_SEARCH) return After::commands;
+            e_ringbell();
+            return After::next_key;
+        default:
+            return text_key(c, mode);
+    }
+}
+
+// A full line goes to the program as it is, marked as to be continued where there is room for that.
+static void end_full_line() {
+    const int last = editb.e_eol;
+    if (last >= 0 && char_at(last) != '\\' && last + 1 < kMaxText) {
+        editb.e_inbuf[last + 1] = '\\';
+        editb.e_inbuf[last + 2] = '\0';
+        editb.e_eol++;
+        if (editb.e_cur == last) editb.e_cur++;
+    }
+    refresh(MODE_INPUT);
+}
+
+static int display_mode(int mode) { return mode == MODE_REPLACE ? MODE_CONTROL : MODE_INPUT; }
+
+// Command mode, entered from input mode `mode`. Returns RESULT_ENTER or the input mode to go on in,
+// with the cursor in place for it.
+static int commands(int mode) {
+    if (mode == MODE_REPLACE && editb.e_cur > -1) editb.e_cur--;
+    const int next = cntlmode();
+    if (next == MODE_INSERT) return MODE_APPEND;
+    if (next != RESULT_ENTER) refresh(display_mode(next));
+    return next;
+}
+
+void VIgetline(int mode) {
+    editb.e_addnl = 1;
+    After after = mode == kEscape ? After::commands : After::next_key;
+    while (after != After::done) {
+        const bool by_command = after == After::commands;
+        if (by_command) {
+            mode = commands(mode);
+            if (mode == RESULT_ENTER) return;
+        } else if (after == After::refresh) {
+            refresh(display_mode(mode));
+        }
+        view_mode = display_mode(mode);
+        if (line_full()) {
+            if (!by_command && mode != MODE_SEARCH) return end_full_line();
+            e_ringbell();
+            if (by_command) continue;
+        }
+        after = obey(next_key(), mode);
+    }
+}
+
+}  // namespace vi

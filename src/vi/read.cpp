@@ -1,0 +1,307 @@
+// read.cpp: vi_read. The terminal driver collects and echoes the first part of a line (alternative
+// mode). A newline or the end-of-file key ends the line there; the escape key, or a quoted terminator,
+// hands it to the editor: the terminal goes raw, and input mode and command mode take over. Keys typed
+// ahead begin in raw mode at once. When a raw line is done the terminal stays raw: the main loop
+// switches it.
+#include <algorithm>
+#include <cerrno>
+#include <csetjmp>
+#include <cstring>
+
+#include "pass.h"
+#include "vi.h"
+#include "vi_internal.h"
+
+namespace vi {
+
+// Below this many columns a window behind the prompt is of no use.
+static constexpr int kNarrowest = 10;
+// Highest e_llimit: with the last character there, a backslash and the newline still fit.
+static constexpr int kHighestLimit = kLineCapacity - 3;
+
+// What one line needs; zeroed for each.
+struct Buffers {
+    char prompt[80];
+    char Lsearch[kMaxLine];
+    genchar Physical[kMaxImage];
+    genchar Ubuf[kMaxLine];
+    genchar ubuf[kMaxLine];
+    genchar Window[kWindowSize];
+};
+
+// State: outlives the line.
+static Buffers Line;
+static int Globals[kGlobals];
+static genchar Last_text[kMaxLine];  // e_tmp
+static bool Begun = false;           // the first call was made
+int last_cmd = 0;
+int repeat_set = 0;
+int last_find = 0;
+int direction = -1;
+genchar yankbuf[kMaxLine];
+
+// State: of the running call.
+int capacity = 0;
+int view_mode = MODE_INPUT;
+bool refresh_owed = false;
+bool end_blank = false;
+bool searching = false;
+bool own_row = false;
+bool after_escape = false;
+
+// The line as the driver delivered it.
+struct Cooked {
+    int term_char;  // what ended it: newline, escape, the end-of-file character; 0: the driver had no part
+    bool changed;  // the row doesn't show the line as it is
+    bool again;    // that is so for a reason that makes it worth showing a complete line again
+};
+
+static void set_limits() {
+    const int room = std::min(capacity, kLineCapacity - editb.e_plen);
+    editb.e_llimit = std::clamp(room - 2, 0, kHighestLimit);
+    editb.e_wsize -= editb.e_plen;
+}
+
+void drop_prompt() {
+    editb.e_wsize = e_window(editb.e_fd) - 2;
+    editb.e_plen = 0;
+    editb.e_prompt[1] = '\0';
+    editb.e_crlf = 1;
+    own_row = true;
+    set_limits();
+}
+
+void fit_prompt(int text_len) {
+    if (editb.e_wsize - editb.e_plen < kNarrowest || editb.e_plen + text_len > kMaxText)
+        drop_prompt();
+    else
+        set_limits();
+}
+
+static void first_call() {
+    if (Begun) return;
+    Begun = true;
+    last_cmd = 'i';
+    editb.e_fchar = -1;
+    editb.e_mode = 1;
+    editb.e_repeat = 1;
+}
+
+static void begin(int fd, genchar *line, int nchar) {
+    Line = {};
+    editb.e_inbuf = line;
+    editb.e_prompt = Line.prompt;
+    editb.e_search = Line.Lsearch;
+    editb.e_physbuf = Line.Physical;
+    editb.e_Ubuf = Line.Ubuf;
+    editb.e_ubuf = Line.ubuf;
+    editb.e_window = Line.Window;
+    editb.e_tmp = Last_text;
+    editb.e_globals = Globals;
+    capacity = std::min(nchar, kLineCapacity);
+    view_mode = MODE_INPUT;
+    refresh_owed = end_blank = searching = own_row = after_escape = false;
+    first_call();
+    e_setup(fd, kPromptSize);
+}
+
+// Positions and display state for a line whose last character is at `last`, as the driver has echoed
+// it behind the prompt.
+static void set_up(int last) {
+    editb.e_cur = editb.e_eol = editb.e_peol = last;
+    editb.e_pcur = last + 1;
+    editb.e_fcol = 0;
+    editb.e_saved = 0;
+    editb.e_ucol = kNothingSaved;
+    win_first() = 0;
+    margin_new() = margin_shown() = ' ';
+    ocur_phys() = 0;
+    ocur_virt() = kNoRefresh;
+    ofirst_w() = 0;
+    ochar() = 0;
+    own_row = false;
+    fit_prompt(0);
+    win_last() = std::min(last, editb.e_wsize - 1);
+    for (int k = 0; k <= win_last(); k++) editb.e_window[k] = editb.e_inbuf[k];
+}
+
+// Takes the terminator off the `len` bytes read and drops the NULs, which no line can hold. Returns
+// the new length.
+static int take_terminator(int len, Cooked &cooked) {
+    genchar *const line = editb.e_inbuf;
+    cooked = {kEscape, false, false};
+    if (len > 0) {
+        const int last = line[len - 1] == '\r' ? '\n' : byte_of(line[len - 1]);
+        if (last == '\n' || last == editb.e_eof) {
+            cooked.term_char = last;
+            len--;
+        }
+    }
+    const int kept = static_cast<int>(std::remove(line, line + len, '\0') - line);
+    if (kept != len) cooked.changed = cooked.again = true;
+    line[kept] = '\0';
+    return kept;
+}
+
+// Takes the quoting ^V out, of which the driver has left some, and the carriage returns.
+static void clean(Cooked &cooked) {
+    genchar *const line = editb.e_inbuf;
+    for (int i = 0; i <= editb.e_eol; i++) {
+        if (line[i] == '\r') line[i] = '\n';
+        const int c = byte_of(line[i]);
+        if (c == editb.e_erase || c == editb.e_kill || !is_printable(c)) {
+            cooked.changed = true;
+            if (c < 128) cooked.again = true;
+        }
+        if (c != ctrl('V')) continue;
+        if (i == editb.e_eol) {
+            line[i] = static_cast<genchar>(cooked.term_char);
+            return;
+        }
+        memmove(line + i, line + i + 1, static_cast<std::size_t>(editb.e_eol - i) + 1);
+        editb.e_cur--;
+        editb.e_eol--;
+    }
+}
+
+static bool ends_in(int c) { return editb.e_eol >= 0 && char_at(editb.e_eol) == c; }
+
+static int with_newline() {
+    editb.e_inbuf[++editb.e_eol] = '\n';
+    editb.e_inbuf[editb.e_eol + 1] = '\0';
+    e_reset_prime();
+    return editb.e_eol + 1;
+}
+
+// The driver's part was all of the line.
+static int deliver(const Cooked &cooked) {
+    if (editb.e_ttyspeed == 2 && editb.e_eol >= 0 && cooked.again) {
+        if (own_row) e_putchar('\n');
+        refresh(MODE_TRANSLATE);
+        pr_prompt();
+        putstring(0, editb.e_peol + 1);
+        e_flush();
+    }
+    last_cmd = 'i';
+    save_last();
+    if (cooked.term_char != '\n') return editb.e_eol + 1;
+    e_crlf();
+    return with_newline();
+}
+
+// Shows the line on its row after the switch to raw mode.
+static void show_first(const Cooked &cooked) {
+    // Behind a prompt that can't be written again the row can't be put right.
+    if (editb.e_crlf == 0 && cooked.changed) drop_prompt();
+    const bool fresh = own_row || e_row_stale != 0;
+    if (fresh) e_putchar('\n');
+    e_row_renewed();
+    if (editb.e_crlf == 0 && !fresh) {
+        refresh(MODE_TRANSLATE);
+        return;
+    }
+    if (editb.e_crlf != 0) pr_prompt();
+    forget_row();
+    const bool on_last = cooked.term_char == kEscape && editb.e_eol >= 0 && !ends_in(kEscape);
+    refresh(on_last ? MODE_CONTROL : MODE_INPUT);
+}
+
+static int leave(int fd, int result) {
+    e_view = nullptr;
+    e_end_edit(fd);
+    return result;
+}
+
+static int edit_raw(int fd, int mode) {
+    // The frames that the jump crosses hold nothing to destroy.
+    switch (setjmp(editb.e_env)) {  // NOLINT(cert-err52-cpp)
+        case 0:
+            break;
+        case kEditEnd:
+            editb.e_inbuf[0] = '\0';
+            return leave(fd, 0);
+        default:
+            editb.e_inbuf[0] = '\0';
+            return leave(fd, RESULT_BAD);
+    }
+    e_view = &view;
+    VIgetline(mode);
+    if (refresh_owed) refresh_now(MODE_INPUT);
+    if (editb.e_addnl == 0) return leave(fd, editb.e_eol + 1);
+    const int len = with_newline();
+    e_crlf();
+    return leave(fd, len);
+}
+
+// Result of a call in which e_read_cooked gave nothing: 0 when a signal key is the reason.
+static int unread() { return progdone != 0 || errno == EAGAIN ? 0 : RESULT_BAD; }
+
+// The line as the driver makes it, for a terminal that can't be switched.
+static int read_plainly(int fd, genchar *line, int room) {
+    const long n = e_read_cooked(fd, line, static_cast<std::size_t>(room));
+    return n >= 0 ? static_cast<int>(n) : unread();
+}
+
+// Hands the keys held on as they are: the terminal can't be made raw to edit them.
+static int deliver_keys(genchar *line, int room) {
+    int len = 0;
+    while (editb.e_index > 0 && len < room) line[len++] = static_cast<genchar>(e_getchar());
+    line[len] = '\0';
+    return len;
+}
+
+static int edit_ahead(int fd) {
+    if (e_setraw(fd) != 0) return deliver_keys(editb.e_inbuf, capacity);
+    editb.e_inbuf[0] = '\0';
+    set_up(-1);
+    show_first({0, false, false});
+    return edit_raw(fd, MODE_APPEND);
+}
+
+// Goes on with the `len` bytes that the driver delivered.
+static int edit_cooked(int fd, int len) {
+    Cooked cooked;
+    const int last = take_terminator(len, cooked) - 1;
+    if (cooked.term_char == '\n') e_reset_prime();
+    set_up(last);
+    clean(cooked);
+    if (cooked.term_char != kEscape && !ends_in(cooked.term_char)) return deliver(cooked);
+
+    if (e_setraw(fd) != 0) return with_newline();
+    show_first(cooked);
+    const bool input = ends_in(cooked.term_char);
+    after_escape = !input;
+    return edit_raw(fd, input ? MODE_APPEND : kEscape);
+}
+
+static bool ends_line(int c) { return c == '\r' || c == '\n' || c == editb.e_eof; }
+
+}  // namespace vi
+
+void vi_reset_for_test() {
+    using namespace vi;
+    Begun = false;
+    last_cmd = repeat_set = last_find = 0;
+    direction = -1;
+    Globals[2] = 0;
+    yankbuf[0] = Last_text[0] = '\0';
+}
+
+int vi_read(int fd, unsigned char *shbuf, int nchar) {
+    using namespace vi;
+    genchar *const line = reinterpret_cast<genchar *>(shbuf);
+    begin(fd, line, nchar);
+    if (editb.e_index > 0) return edit_ahead(fd);
+    if (e_setalt(fd) != 0) return read_plainly(fd, line, capacity);
+    // Keys that waited have kept the terminal raw.
+    if (editb.e_index > 0 || editb.e_raw == kTtyRaw) return edit_ahead(fd);
+
+    const long got = e_read_cooked(fd, line, static_cast<std::size_t>(capacity));
+    if (got < 0) return unread();
+    const int len = static_cast<int>(got);
+    line[len] = '\0';
+    if (len > 0 && byte_of(line[0]) == editb.e_eof) return 0;
+    // A piece of a long paste: the rest follows with the next read.
+    if (len == capacity && !ends_line(byte_of(line[len - 1]))) return len;
+    return edit_cooked(fd, len);
+}

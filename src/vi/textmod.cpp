@@ -1,0 +1,252 @@
+// textmod.cpp: the commands that change or yank text or lead into input mode. Each can be repeated;
+// what was typed in its input mode is then put in from e_tmp.
+#include <cstring>
+
+#include "history.h"
+#include "vi_internal.h"
+
+namespace vi {
+
+struct Change {
+    bool again;  // repeated by `.`
+    int count;
+};
+
+static void store(int at, int c) { editb.e_inbuf[at] = static_cast<genchar>(c); }
+
+// Whether the character can be overwritten on the screen alone: one column before and after, and what
+// stands behind it too, where the cursor may go next.
+static bool one_column(int c, int increment) {
+    if (ocur_virt() == -1 || editb.e_cur >= editb.e_eol) return false;
+    const int column = editb.e_pcur - win_first();
+    if (column < 0 || column >= editb.e_wsize) return false;
+    if (increment == 1 && column == editb.e_wsize - 1) return false;
+    return is_printable(c) && is_printable(char_at(editb.e_cur)) &&
+           is_printable(char_at(editb.e_cur + 1));
+}
+
+void replace(int c, int increment) {
+    if (one_column(c, increment)) {
+        const genchar stored = static_cast<genchar>(c);
+        store(editb.e_cur, c);
+        editb.e_physbuf[editb.e_pcur] = stored;
+        editb.e_window[editb.e_pcur - win_first()] = stored;
+        e_putchar(c);
+        if (increment == 1) {
+            editb.e_cur++;
+            editb.e_pcur++;
+            ochar() = char_at(editb.e_cur);
+        } else {
+            e_putchar('\b');
+            ochar() = c;
+        }
+        e_flush();
+        return;
+    }
+    delete_(1, RESULT_BAD);
+    insert(c);
+    if (increment == 1 && editb.e_cur < editb.e_eol) editb.e_cur++;
+    refresh(MODE_CONTROL);
+}
+
+// Puts `text` in behind the cursor, as often as `count` says or as there is room.
+static void put_text(const genchar *text, int count) {
+    for (; count > 0 && !line_full(); count--)
+        for (const genchar *p = text; *p != '\0'; p++) append(byte_of(*p), MODE_APPEND);
+    refresh(MODE_CONTROL);
+}
+
+static int put_after(const genchar *text, int count) {
+    if (*text == '\0') return RESULT_BAD;
+    save_v();
+    put_text(text, count);
+    return RESULT_GOOD;
+}
+
+static int put_before(const genchar *text, int count) {
+    if (*text == '\0') return RESULT_BAD;
+    save_v();
+    const int cur = editb.e_cur;
+    if (cur > -1 && !line_full()) editb.e_cur--;
+    put_text(text, count);
+    return RESULT_GOOD;
+}
+
+static int append_text(Change &change) {
+    if (change.again) return put_after(editb.e_tmp, change.count);
+    save_v();
+    if (editb.e_cur != -1) {
+        editb.e_fcol = editb.e_cur + 1;
+        cursor(editb.e_pcur + 1);
+        e_flush();
+    }
+    return MODE_APPEND;
+}
+
+static int append_at_end(Change &change) {
+    editb.e_cur = editb.e_eol;
+    sync_cursor();
+    return append_text(change);
+}
+
+static int insert_text(Change &change) {
+    if (change.again) return put_before(editb.e_tmp, change.count);
+    save_v();
+    if (editb.e_cur != -1) {
+        editb.e_fcol = editb.e_cur;
+        // The cursor stands on the last column of a character that doesn't print.
+        const bool wide = !is_printable(char_at(editb.e_cur));
+        editb.e_cur--;
+        if (wide) refresh(MODE_INPUT);
+    }
+    return MODE_INSERT;
+}
+
+static int insert_at_start(Change &change) {
+    if (editb.e_cur != -1) editb.e_cur = editb.e_fcol;
+    sync_cursor();
+    return insert_text(change);
+}
+
+static int overwrite(Change &change) {
+    if (change.again) return put_before(editb.e_tmp, change.count);
+    save_v();
+    if (editb.e_cur != -1) editb.e_fcol = editb.e_cur;
+    return MODE_REPLACE;
+}
+
+static int replace_one(Change &change) {
+    const int c = change.again ? byte_of(editb.e_tmp[0]) : next_key();
+    if (editb.e_cur == -1 || c == '\0') return RESULT_BAD;
+    if (editb.e_tmp[0] == '\0') editb.e_tmp[1] = '\0';
+    editb.e_tmp[0] = static_cast<genchar>(c);
+    save_v();
+    replace(c, 0);
+    return RESULT_GOOD;
+}
+
+// After a deletion: input mode, or the text typed in it before.
+static int substitute(const Change &change) {
+    if (!change.again) {
+        editb.e_fcol = editb.e_cur + 1;
+        return MODE_APPEND;
+    }
+    put_text(editb.e_tmp, 1);
+    return RESULT_GOOD;
+}
+
+static int substitute_chars(Change &change) {
+    save_v();
+    delete_(change.count, RESULT_BAD);
+    return substitute(change);
+}
+
+// The motion behind an operator: the next key, or the one behind a count.
+static int read_motion(const Change &change) {
+    if (change.again) return last_motion();
+    const int c = next_key();
+    return is_digit(c) && c != '0' ? getcount(c) : c;
+}
+
+static int change_over(Change &change, int motion) {
+    last_motion() = motion;
+    if (motion == 'c') {
+        del_line(RESULT_GOOD);
+        return MODE_APPEND;
+    }
+    if (delmotion(motion, 'c') != 0) return RESULT_BAD;
+    return substitute(change);
+}
+
+static int delete_over(int motion) {
+    last_motion() = motion;
+    if (motion == 'd') {
+        del_line(RESULT_GOOD);
+    } else {
+        const int last = editb.e_eol;
+        if (delmotion(motion, 'd') != 0) return RESULT_BAD;
+        const bool deleted = editb.e_eol != last;
+        if (deleted && editb.e_cur < editb.e_eol) editb.e_cur++;
+    }
+    refresh(MODE_CONTROL);
+    return RESULT_GOOD;
+}
+
+static int yank_over(int motion) {
+    last_motion() = motion;
+    if (motion == 'y') {
+        editb.e_inbuf[editb.e_eol + 1] = '\0';
+        memcpy(yankbuf, editb.e_inbuf, static_cast<std::size_t>(editb.e_eol) + 2);
+    } else if (delmotion(motion, 'y') != 0) {
+        return RESULT_BAD;
+    }
+    refresh(MODE_CONTROL);
+    return RESULT_GOOD;
+}
+
+static int change_motion(Change &change) { return change_over(change, read_motion(change)); }
+
+static int change_line(Change &change) { return change_over(change, 'c'); }
+
+static int change_to_end(Change &change) {
+    change.again = false;  // leads into input mode also when repeated
+    return change_over(change, '$');
+}
+
+static int delete_motion(Change &change) { return delete_over(read_motion(change)); }
+static int delete_to_end(Change &) { return delete_over('$'); }
+static int delete_here(Change &) { return delete_over('l'); }
+static int delete_before(Change &) { return delete_over('h'); }
+static int yank_motion(Change &change) { return yank_over(read_motion(change)); }
+static int yank_to_end(Change &) { return yank_over('$'); }
+
+static int put_yanked_after(Change &change) { return put_after(yankbuf, change.count); }
+static int put_yanked_before(Change &change) { return put_before(yankbuf, change.count); }
+
+static int toggle_case(Change &) {
+    if (editb.e_cur == -1) return RESULT_BAD;
+    save_v();
+    int c = char_at(editb.e_cur);
+    if (is_upper(c) || is_lower(c)) c ^= 'a' ^ 'A';
+    replace(c, 1);
+    return RESULT_GOOD;
+}
+
+static int append_word(Change &) {
+    save_v();
+    genchar words[kMaxLine] = {};
+    const char *word = hist_word(words, repeat_set != 0 ? editb.e_repeat : -1);
+    if (word == nullptr || *word == '\0') {
+        e_ringbell();
+        refresh(MODE_CONTROL);
+        return RESULT_GOOD;
+    }
+    append(' ', MODE_APPEND);
+    for (; *word != '\0'; word++) append(byte_of(*word), MODE_APPEND);
+    return MODE_APPEND;
+}
+
+struct TextCommand {
+    int key;
+    int (*run)(Change &change);
+};
+static constexpr TextCommand kCommands[] = {
+    {'A', append_at_end},     {'C', change_to_end}, {'D', delete_to_end},    {'I', insert_at_start},
+    {'P', put_yanked_before}, {'R', overwrite},     {'S', change_line},      {'X', delete_before},
+    {'Y', yank_to_end},       {'_', append_word},   {'a', append_text},      {'c', change_motion},
+    {'d', delete_motion},     {'i', insert_text},   {'p', put_yanked_after}, {'r', replace_one},
+    {'s', substitute_chars},  {'x', delete_here},   {'y', yank_motion},      {'~', toggle_case},
+};
+
+int textmod(int c, int mode) {
+    Change change = {mode != 0, editb.e_repeat};
+    // A repeated find takes the character that it had.
+    const int motion = last_motion();
+    if (change.again && (motion == 'f' || motion == 'F' || motion == 't' || motion == 'T'))
+        last_motion() = ';';
+    for (const TextCommand &command : kCommands)
+        if (command.key == c) return command.run(change);
+    return RESULT_BAD;
+}
+
+}  // namespace vi

@@ -1,0 +1,167 @@
+// vi_internal.h: what the files of the vi editor share. A line is edited in place in the caller's
+// buffer. Its first part may come from the terminal driver (read.cpp); then input mode (input.cpp) and
+// command mode (command.cpp) take turns until a newline. Keys are waited for in next_key only: there
+// program output may take the line off the screen and bring it back (view.cpp), and there the edit may
+// end by a jump to editb.e_env. What is kept across a wait stands in editb, in the state below, or in
+// frames that hold nothing to destroy.
+//
+// Positions are indices of the line; -1 is an empty line, or a place before the first character.
+// Columns count from the first character of the line, also where the window has moved.
+#pragma once
+
+#include "edit.h"
+#include "morp_defs.h"
+
+namespace vi {
+
+// Results and modes.
+inline constexpr int RESULT_GOOD = 0;
+inline constexpr int RESULT_BAD = -1;
+inline constexpr int MODE_APPEND = -10;     // typed characters go in behind the cursor
+inline constexpr int MODE_CONTROL = -20;    // display: the cursor on its character
+inline constexpr int RESULT_ENTER = -25;    // the line is accepted
+inline constexpr int MODE_INPUT = -30;      // display: the cursor behind its character
+inline constexpr int MODE_INSERT = -35;     // input mode with the cursor already in place
+inline constexpr int MODE_REPLACE = -40;    // typed characters overwrite
+inline constexpr int MODE_SEARCH = -45;     // a search text is typed
+inline constexpr int MODE_TRANSLATE = -50;  // display: build the image, write nothing
+
+// Results of mvcursor for keys that command mode takes as moves in the history.
+inline constexpr int kDownArrow = 101;
+inline constexpr int kUpArrow = 102;
+
+// Value of ocur_virt while nothing is known of the last refresh; -1 says the same.
+inline constexpr int kNoRefresh = 256;
+// Value of e_ucol while nothing is saved for undo.
+inline constexpr int kNothingSaved = -2;
+// Size that e_setup is given for the prompt buffer.
+inline constexpr int kPromptSize = 78;
+// Most characters of a line; with its newline it fills what kread delivers.
+inline constexpr int kMaxText = kLineCapacity - 1;
+inline constexpr int kWindowSize = 170;
+inline constexpr int kGlobals = 9;
+
+// The state words behind editb.e_globals; valid during a call of vi_read.
+inline int &win_first() { return editb.e_globals[0]; }     // first column in the window
+inline int &win_last() { return editb.e_globals[1]; }      // last index in use in e_window, -1 none
+inline int &last_motion() { return editb.e_globals[2]; }   // motion of the last c, d, y; for `.`
+inline int &margin_new() { return editb.e_globals[3]; }    // marker the line needs: ' ' '<' '>' '*'
+inline int &margin_shown() { return editb.e_globals[4]; }  // marker on the screen, 0 not known
+inline int &ocur_phys() { return editb.e_globals[5]; }     // cursor column, cursor index and
+inline int &ocur_virt() { return editb.e_globals[6]; }     //   win_first when the row was last
+inline int &ofirst_w() { return editb.e_globals[7]; }      //   brought up to date
+inline int &ochar() { return editb.e_globals[8]; }  // character that the cursor was last put on
+
+// State that outlives the line (read.cpp).
+extern int last_cmd;               // last successful command of textmod
+extern int repeat_set;             // not 0: a count was typed for the current command
+extern int last_find;              // last of f F t T, 0 none
+extern int direction;              // of the last / (-1, older) or ? (1, newer)
+extern genchar yankbuf[kMaxLine];  // text last deleted or yanked
+
+// State of the running call (read.cpp).
+extern int capacity;       // bytes of the caller's buffer that may be used
+extern int view_mode;      // MODE_CONTROL or MODE_INPUT: where the cursor is while a key is awaited
+extern bool refresh_owed;  // a refresh was put off because keys were waiting
+extern bool end_blank;     // a blank stands behind the line, counted in e_eol (delete.cpp)
+extern bool searching;     // the line is a search text, the edited one is in e_ubuf
+extern bool own_row;       // the line stands on a row of its own, the prompt left alone
+extern bool after_escape;  // the escape key that ended the driver's part was the last key
+
+inline int char_at(int i) { return byte_of(editb.e_inbuf[i]); }
+
+// Next key; before it waits, what the screen owes is written.
+int next_key();
+
+// read.cpp
+// Gives up the prompt where it leaves no room: a window under 10 columns, or prompt and `text_len`
+// characters above 255. Sets e_wsize (that e_setup has made) and e_llimit.
+void fit_prompt(int text_len);
+// The line takes a row of its own and has no prompt. Sets e_wsize and e_llimit.
+void drop_prompt();
+
+// input.cpp
+// Reads keys in input mode, from `mode` (MODE_APPEND, MODE_SEARCH, or escape to begin with commands)
+// on, until the line is done.
+void VIgetline(int mode);
+// Puts `c` into the line behind the cursor and the cursor on it; MODE_REPLACE overwrites the next
+// character. A full line stays as it is.
+void append(int c, int mode);
+// The same without the limit of the line: as long as the newline still fits in the buffer.
+void insert(int c);
+// Reads a count of which `c` is the first digit, multiplies it into e_repeat and returns the key after.
+int getcount(int c);
+// Whether the line, or the columns that show it, have reached e_llimit.
+bool line_full();
+
+// command.cpp
+// Obeys commands until the line is accepted (RESULT_ENTER) or input goes on (MODE_APPEND, MODE_INSERT,
+// MODE_REPLACE).
+int cntlmode();
+
+// textmod.cpp
+// Carries out `c` if it is a command that changes or yanks text; `mode` is 0, or `c` when it is being
+// repeated. RESULT_GOOD, RESULT_BAD when it is none or can't be done, or an input mode.
+int textmod(int c, int mode);
+// Overwrites the character under the cursor; with `increment` 1 the cursor moves on.
+void replace(int c, int increment);
+
+// motion.cpp
+// Moves the cursor by the motion key `motion`, e_repeat times. 0; -1 when it is no motion or can't be
+// made (the cursor stays); kDownArrow, kUpArrow.
+int mvcursor(int motion);
+
+// words.cpp: over `nwords` words; an upper-case motion letter takes everything but blanks for a word.
+void forward(int nwords, int cmd);
+void backword(int nwords, int cmd);
+void endword(int nwords, int cmd);
+
+// delete.cpp
+// Takes `nchars` characters from the cursor on: `mode` 'c' deletes them, 'y' copies them to yankbuf,
+// any other does both. The cursor goes before the span. Rings before e_fcol.
+void delete_(int nchars, int mode);
+// Deletes the line; RESULT_GOOD saves it for undo first.
+void del_line(int mode);
+// delete_ from the cursor over the motion; RESULT_BAD as `mode` deletes without saving for undo. -1
+// when nothing was done.
+int delmotion(int motion, int mode);
+
+// undo.cpp
+void save_v();
+void restore_v();
+// Keeps what was inserted since e_fcol in e_tmp.
+void save_last();
+// Puts the `len` characters at `text` in place of the line, the cursor on index `cur` as far as there
+// is such a character.
+void set_line(const genchar *text, int cur);
+
+// display.cpp
+void refresh(int mode);
+// Refreshes at once, whatever keys are waiting.
+void refresh_now(int mode);
+void sync_cursor();
+// Moves the terminal's cursor to column `x`.
+void cursor(int x);
+void putstring(int col, int nchars);
+void pr_prompt();
+void pr_string(const char *s);
+// Columns that the first `count` characters of the line take, as far as the image goes.
+int columns_of(int count);
+// Makes the next refresh write the window anew.
+void forget_window();
+// The same for a row whose content and marker are not known.
+void forget_row();
+// The same for a fresh row, the cursor behind the prompt.
+void renew_row();
+// Shows the line as it is while a key is awaited: without the blank that an operator has put behind
+// it, the cursor as view_mode says.
+void show_line();
+
+// search.cpp
+// Searches the history; `mode` is one of / ? n N. 0 when e_hline is the command found, -1 when none
+// was, -2 when the search was abandoned.
+int search(int mode);
+
+extern const EditView view;
+
+}  // namespace vi
