@@ -104,8 +104,8 @@ extern int e_taken_len;
 extern int e_nothing;
 
 // 1 while the row still shows the text of an edit that a keyboard signal ended and the program has
-// printed nothing since: the next edit starts with a newline and the prompt. Set by e_getchar,
-// cleared by e_setup_prime and by e_row_renewed.
+// printed nothing since: the next edit starts with a newline and the prompt. Set by the
+// editors' wait, cleared by e_setup_prime and by e_row_renewed.
 extern int e_row_stale;
 
 // Puts the terminal `fd` into raw mode: every key is delivered as typed, signals stay on. Returns 0

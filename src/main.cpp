@@ -142,23 +142,23 @@ int morp_main(int argc, char **argv) {
         message_print("%s: stdin and stdout must be a terminal\n", Program_name);
         exit(1);
     }
+    signals_block();  // from here on no change of size is missed
     if (tty_info_get(fileno(stdin), &Tty_original) != 0) {
         message_format("%s: can't get original tty mode", Program_name);
         perror(Message_buf);
         exit(1);
     }
     suspended_tty = Tty_original;
-    signals_block();
     terminal_open();
     signal_catch(SIGCHLD, sig_trap_general);
     const pid_t pid = pty_fork(&master_fd, program);
+    pty_pkt_enable(master_fd);
     signal_catch(SIGTERM, sig_trap_sigterm);
     if (!signal_was_ignored(SIGHUP)) signal_catch(SIGHUP, sig_trap_sigterm);
     signal_catch(SIGWINCH, sig_trap_sigwinch);
     publish_history_name(program[0]);
     Child_pid = pid;
     if (!pty_program_started()) {
-        pty_pkt_enable(master_fd);
         pass_last_words();
         finish(1);
     }

@@ -163,6 +163,14 @@ int keyboard_waiting() {
 
 static ssize_t write_once(const Channel &to, const char *data, std::size_t len) {
     if (to.own) return write(to.fd, data, len);
+    if (Hurry) {
+        struct pollfd fd = {to.fd, POLLOUT, 0};
+        if (poll(&fd, 1, 0) != 1 || (fd.revents & POLLOUT) == 0) {
+            errno = EAGAIN;
+            return -1;
+        }
+        return write(to.fd, data, len < 64 ? len : 64);
+    }
     wait_window_open(kWindowWrite);  // a ^S sleeps in this call
     const ssize_t n = write(to.fd, data, len);
     const int err = errno;
@@ -178,9 +186,13 @@ int screen_write(Screen to, const char *data, std::size_t len) {
         if (n >= 0) {
             Rest.data += n;
             Rest.len -= static_cast<std::size_t>(n);
+            pass_forward_waiting_signal();
             continue;
         }
-        if (errno == EINTR) continue;
+        if (errno == EINTR) {
+            pass_forward_waiting_signal();
+            continue;
+        }
         if (errno != EAGAIN || Hurry) {
             Rest.len = 0;
             return errno == EAGAIN ? 0 : -1;

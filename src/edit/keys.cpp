@@ -85,8 +85,6 @@ static int read_keys(unsigned char *keys, int size) {
     for (int failed = 0; failed < kAttempts;) {
         switch (pass_wait_key()) {
             case KeyWait::interrupted:
-                e_row_stale = 1;
-                return 0;
             case KeyWait::taken:
                 return 0;
             case KeyWait::ready:

@@ -115,8 +115,6 @@ static int raw_to_alternative(int fd) {
     if (editb.e_index == 0) {
         if (enter_mode(fd, alternative_of(ttyparm), kTtyAlt) != 0) return -1;
         if (keyboard_waiting() == 0) return 0;
-        Marked = 0;
-        editb.e_raw = kTtyRaw;  // what waits was typed before the switch: nothing in it is a mark
     }
     const int result = enter_mode(fd, raw_of(ttyparm), kTtyRaw);
     take_ahead();

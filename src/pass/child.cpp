@@ -74,6 +74,11 @@ void handle_child_stop(int sig, S_sigpf sig_handler) {
         signal_catch(sig, sig_handler);
         return;
     }
+    // A second request in the middle of this one would save settings that are not the user's.
+    sigset_t all;
+    sigset_t mask;
+    sigfillset(&all);
+    (void)sigprocmask(SIG_BLOCK, &all, &mask);
     Terminal_saved = !tty_in_background();
     if (Terminal_saved) {
         if (tty_info_get(STDIN_FILENO, &suspended_tty) != 0)
@@ -83,10 +88,6 @@ void handle_child_stop(int sig, S_sigpf sig_handler) {
             fatal_message("morp: can't restore original tty mode");
     }
     Child_suspended = 1;
-    sigset_t all;
-    sigset_t mask;
-    sigfillset(&all);
-    (void)sigprocmask(SIG_BLOCK, &all, &mask);
     (void)kill(getpid(), SIGSTOP);
     handle_child_restart(SIGCONT);
     (void)sigprocmask(SIG_SETMASK, &mask, nullptr);
@@ -109,5 +110,6 @@ void handle_child_restart(int) {
     sig_trap_sigwinch(SIGWINCH);
     (void)kill(-Child_pid, SIGCONT);
     Child_suspended = 0;
+    e_row_renewed();  // the shell has written below it
     Resumed = 1;
 }

@@ -21,15 +21,18 @@ static constexpr int det_str_len = 4;
 
 // State: keys not yet given to the program: a held beginning of the toggle, what the master did not
 // take, and the new input. det_ptr is past a toggle just recognised.
-static char det_buf[512];
+static char det_buf[520];
 static int det_len = 0;
 static char *det_ptr = det_buf;
 static int matching_det_str = 0;
 
-static_assert(sizeof det_buf >= 2 * kLineCapacity);
+unsigned long Signals_forwarded = 0;
+
+// What is pending when the keyboard is read, and a line taken from an editor.
+static_assert(sizeof det_buf >= kLineCapacity + kMaxLine);
 
 bool keyboard_wanted() {
-    return det_len <= static_cast<int>(sizeof det_buf) - kLineCapacity;
+    return det_len <= kLineCapacity;
 }
 
 bool keyboard_pending() {
@@ -84,15 +87,18 @@ static bool can_be_continued() {
 
 int handle_signal_general(int fd, int sig) {
     if (Child_pid <= 0) return 0;
-    line_forget();
+    Signals_forwarded++;
     pid_t group = 0;
-    if (ioctl(fd, TIOCGPGRP, &group) != 0 || group <= 1) group = Child_pid;
+    const bool known = ioctl(fd, TIOCGPGRP, &group) == 0 && group > 1;
+    if (!known) group = Child_pid;
     // The program leads a session of its own, so the system drops a stop request that nobody handles.
     if (sig == SIGTSTP && group == Child_pid && program_stops_by_default() && can_be_continued()) {
         (void)kill(-Child_pid, SIGSTOP);
-        return 0;
+    } else if (!known || ioctl(fd, TIOCSIG, sig) != 0) {
+        // Without a foreground group TIOCSIG would succeed and reach nobody.
+        (void)kill(-group, sig);
     }
-    if (ioctl(fd, TIOCSIG, sig) != 0) (void)kill(-group, sig);
+    line_forget(fd);
     return 0;
 }
 
@@ -100,6 +106,7 @@ int handle_signal_general(int fd, int sig) {
 static int read_line(int fd) {
     e_taken_len = -1;
     e_nothing = 0;
+    Input_flushed = 0;
     const int n = kread(STDIN_FILENO, buff, kLineCapacity);
     if (n < 0) fatal_message("morp: kread error from stdin");
     if (n > 0) return n;
@@ -110,6 +117,7 @@ static int read_line(int fd) {
         memcpy(buff, e_taken, static_cast<std::size_t>(e_taken_len));
         return e_taken_len;
     } else if (e_nothing == 0) {
+        (void)handle_pending(fd);
         handle_end_of_input(fd);
     }
     return 0;
@@ -154,20 +162,25 @@ static void keep_rest(int done) {
     det_ptr = det_buf;
 }
 
-// Gives the pending bytes to the program. The user's suspend key as the last of them is a request to
-// stop, not a byte.
+static int deliver_pending(int fd, bool edited) {
+    const int done = det_len > 0 ? write_to_pty(fd, det_ptr, det_len, edited ? 1 : 0) : 0;
+    keep_rest(done > 0 ? done : 0);
+    return done < 0 ? -1 : 0;
+}
+
+// Gives the pending bytes to the program. The user's suspend key as the last of the new ones is a
+// request to stop, not a byte.
 static int deliver(int fd, bool edited) {
     const int suspend_key = tty_special(Tty_original.tty_termios, VSUSP);
     const bool stop = byte_of(det_ptr[det_len - 1]) == suspend_key;
     if (stop) det_len--;
-    const int done = det_len > 0 ? write_to_pty(fd, det_ptr, det_len, edited ? 1 : 0) : 0;
-    keep_rest(done > 0 ? done : 0);
+    const int result = deliver_pending(fd, edited);
     if (stop) handle_signal_general(fd, SIGTSTP);
-    return done < 0 ? -1 : 0;
+    return result;
 }
 
 int handle_pending(int fd) {
-    return keyboard_pending() ? deliver(fd, false) : 0;
+    return keyboard_pending() ? deliver_pending(fd, false) : 0;
 }
 
 int handle_stdin_fd(int fd) {

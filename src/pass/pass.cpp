@@ -13,7 +13,6 @@
 #include "msg.h"
 #include "pass_internal.h"
 #include "ploop.h"
-#include "pty.h"
 #include "tty.h"
 #include "utils.h"
 #include "wait.h"
@@ -45,7 +44,6 @@ void pass_all(int _fd) {
     opt_flag = get_editor_type();
     Vesk_on_desired = Mode_vesk_init;
     Vesk_on = Mode_vesk_init;
-    pty_pkt_enable(fd);
     constexpr int kKeyboardSignals[] = {SIGTSTP, SIGINT, SIGQUIT};
     for (const int sig : kKeyboardSignals) signal_catch(sig, sig_trap_general);
     signal_catch(SIGUSR2, sig_trap_sigusr2);
@@ -84,9 +82,10 @@ bool master_ready(const struct pollfd *fds) {
 bool relay_once(int fd, bool pending, long timeout_ns) {
     struct pollfd fds[2];
     if (progdone != 0) return false;
+    const unsigned long forwarded = Signals_forwarded;  // one may come while the screen is slow
     const int ready = wait_terminals(fd, false, pending, timeout_ns, fds);
     if (ready > 0 && master_ready(fds)) (void)handle_fd_stdout(fd);
-    return progdone == 0;
+    return progdone == 0 && Signals_forwarded == forwarded;
 }
 
 void assert_user_mode() {
@@ -100,8 +99,9 @@ void assert_user_mode() {
     tty_make_raw(&wanted);
     wanted.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     if (!tty_same(now, wanted)) {
-        if (tty_raw(STDIN_FILENO) != 0) fatal("can't set tty mode to raw");
-        if (tty_echo_set(STDIN_FILENO, 0) != 0) fatal("can't set echo on stdin off");
+        // At once: a key of a secret must not be echoed in between.
+        if (tty_apply(STDIN_FILENO, &wanted) != 0) fatal("can't set tty mode to raw");
+        (void)tcflow(STDIN_FILENO, TCOON);
     }
     e_leave_editing(STDIN_FILENO);
 }
@@ -140,12 +140,18 @@ static void take_edit_away() {
     e_taken_len = Input_flushed != 0 ? 0 : e_view->text(e_taken);
 }
 
+// A keyboard signal ends the edit; its text stays on the row, unless it had stepped aside.
+static KeyWait interrupted() {
+    if (!Stepped_aside) e_row_stale = 1;
+    return KeyWait::interrupted;
+}
+
 KeyWait pass_wait_key() {
     long long deadline_ns = 0;
     struct pollfd fds[2];
     Stepped_aside = false;
     for (;;) {
-        if (progdone != 0) return KeyWait::interrupted;
+        if (progdone != 0) return interrupted();
         assert_user_mode();
         if (Resumed != 0) {
             Resumed = 0;
@@ -155,7 +161,7 @@ KeyWait pass_wait_key() {
             e_flush();
         }
         const int ready = wait_in_edit(deadline_ns, fds);
-        if (progdone != 0) return KeyWait::interrupted;
+        if (progdone != 0) return interrupted();
         if (ready < 0 && errno != EINTR) fatal("select error; but not EINTR");
         if (ready > 0 && master_ready(fds)) {
             (void)handle_fd_stdout(master_fd);

@@ -35,6 +35,7 @@ bool keyboard_pending();
 int handle_pending(int fd);
 // Sends keyboard signal `sig` to the foreground group of the program's terminal. Returns 0.
 int handle_signal_general(int fd, int sig);
+extern unsigned long Signals_forwarded;
 
 // Lines and keys to the program (send.cpp).
 // Writes `blen` bytes of `bf` to the master `fd`. With `echo_off` they are a finished line, which the
@@ -48,8 +49,8 @@ long line_next_look();
 // Program output is about to be read; has been relayed, its last byte `last`.
 void line_before_output(int fd);
 void line_after_output(char last);
-// Drops a line that waits to be written: a keyboard signal came.
-void line_forget();
+// A keyboard signal came: nothing waits for the line before any longer.
+void line_forget(int fd);
 // The echo flag of the program's terminal as the program set it: while a line is written with echo
 // off, `found` is replaced by what was found. `lflag` is the word as read.
 tcflag_t program_lflag(tcflag_t lflag);

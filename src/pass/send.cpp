@@ -49,10 +49,6 @@ static bool Echo_held = false;
 static const char *Echo_want = "";  // empty when none is expected
 static bool Echo_begun = false;     // its first byte was at the end of a read
 
-void line_forget() {
-    Line_state = Line::done;
-}
-
 tcflag_t program_lflag(tcflag_t lflag) {
     return Echo_held ? lflag | ECHO : lflag;
 }
@@ -84,12 +80,21 @@ int echo_to_drop(const char *data, int len, char *late) {
     return 0;
 }
 
+// Waits until the system has taken what was written to the master: a poll of the slave flushes its
+// worker.
+static void flush_worker(int peer) {
+    struct pollfd fd = {peer, POLLIN, 0};
+    (void)poll(&fd, 1, 0);
+}
+
+// Bytes of finished lines that the program has not read.
 static int unread_on(int peer) {
     int count = 0;
+    flush_worker(peer);  // until then a line just written seems to have been read
     return ioctl(peer, FIONREAD, &count) == 0 ? count : 0;
 }
 
-// Bytes of finished lines that the program has not read, 0 when that can't be asked.
+// The same, 0 when that can't be asked.
 static int unread(int fd) {
     const int peer = pty_open_peer(fd);
     if (peer < 0) return 0;
@@ -110,9 +115,16 @@ static void look(int fd) {
         }
     }
     if (Line_state != Line::taken) return;
-    const bool served = Printed_ns == 0 ? now_ns() - Taken_ns >= kSilence
-                                        : Prompt_shown || now_ns() - Printed_ns >= kPromptFollows;
+    const long long now = now_ns();
+    const bool served =
+        Printed_ns == 0 ? now - Taken_ns >= kSilence
+                        : Prompt_shown || now - Printed_ns >= kPromptFollows || now - Taken_ns >= kBusy;
     if (served) Line_state = Line::done;
+}
+
+void line_forget(int fd) {
+    // A program that lives on with the line unread is busy; the next line may meet it reading.
+    if (Line_state != Line::done) Line_state = unread(fd) > 0 ? Line::busy : Line::done;
 }
 
 bool line_settling(int fd) {
@@ -162,13 +174,6 @@ static int write_all(int fd, const char *data, int len) {
     return 1;
 }
 
-// Waits until the system has taken what was written to the master: a poll of the slave flushes its
-// worker.
-static void flush_worker(int peer) {
-    struct pollfd fd = {peer, POLLIN, 0};
-    (void)poll(&fd, 1, 0);
-}
-
 static bool special_in(const struct termios &t, int index, const char *data, int len) {
     const int c = tty_special(t, index);
     return c != kNoKey && memchr(data, c, static_cast<std::size_t>(len)) != nullptr;
@@ -176,6 +181,7 @@ static bool special_in(const struct termios &t, int index, const char *data, int
 
 // True when a reader could wake before the last of these bytes.
 static bool has_line_end(const struct termios &t, const char *data, int len) {
+    if ((t.c_lflag & ICANON) == 0) return len > 0;
     if (memchr(data, '\n', static_cast<std::size_t>(len)) != nullptr) return true;
     if ((t.c_iflag & ICRNL) != 0 && memchr(data, '\r', static_cast<std::size_t>(len)) != nullptr)
         return true;
@@ -345,17 +351,29 @@ static void send_end_of_file(int fd) {
     Line_is_open = false;
 }
 
-// Keys typed after the end of input: true when they hold another end-of-input key; else they go to the
-// program.
+// A key typed after the end of input goes to the program; false when it is another end-of-input key.
+static bool pass_key(int fd, int key) {
+    if (key == editb.e_eof) return false;
+    const char byte = static_cast<char>(key);
+    (void)write_all(fd, &byte, 1);
+    return true;
+}
+
+// Passes on the keys that wait; true when they hold another end-of-input key.
 static bool second_end_of_input(int fd) {
     unsigned char keys[kLineCapacity];
     const ssize_t n = keyboard_read(keys, sizeof keys);
-    if (n == 0) return true;
-    for (ssize_t i = 0; i < n; i++) {
-        const int key = e_unmark(keys[i]);
-        if (key == editb.e_eof) return true;
-        const char byte = static_cast<char>(key);
-        (void)write_all(fd, &byte, 1);
+    if (n == 0) return editb.e_raw != kTtyAlt;  // there an escape key reads as nothing
+    for (ssize_t i = 0; i < n; i++)
+        if (!pass_key(fd, e_unmark(keys[i]))) return true;
+    return false;
+}
+
+// The keys that the edit left over, typed behind its end-of-input key.
+static bool held_end_of_input(int fd) {
+    while (editb.e_index > 0) {
+        const int key = editb.e_lbuf[--editb.e_index];
+        if (key >= 0 && !pass_key(fd, key)) return true;
     }
     return false;
 }
@@ -367,7 +385,8 @@ void handle_end_of_input(int fd) {
     unsigned long long ticks = session_ticks();
     long long since = now_ns();
     send_end_of_file(fd);
-    while (now_ns() - since < kIdle) {
+    bool ended = held_end_of_input(fd);
+    while (!ended && now_ns() - since < kIdle) {
         struct pollfd fds[2];
         if (progdone != 0) {
             handle_signal_general(fd, progdone);
