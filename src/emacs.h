@@ -2,7 +2,9 @@
 #pragma once
 
 // Reads and edits one line from the terminal `fd` in `line` (kKeyboardBuffer bytes), of which
-// `scend` (at most kLineCapacity) may be used. Returns its length, newline included; 0 when input
-// ended, a keyboard signal ended the edit or the edit was taken away (e_taken); -1 on a failed read.
+// `scend` (at most kLineCapacity) may be used. Returns its length, newline included (a full line
+// has none, and a line ends at the first NUL quoted into it); 0 when input ended, a keyboard signal
+// ended the edit or the edit was taken away (e_taken); -1 on a failed read and for a line that a
+// quoted NUL has left nothing of.
 int emacs_read(int fd, char *line, int scend);
 void emacs_reset_for_test();

@@ -52,7 +52,7 @@ static void start_row(DRAWTYPE option) {
     clear_image();
     overflow = ' ';
     offset = 0;
-    cr_ok = editb.e_crlf;
+    cr_ok = editb.e_crlf == 1 ? 1 : 0;
     if (option == FIRST) {
         scvalid = 1;
         std::memcpy(screen, editb.e_inbuf, static_cast<std::size_t>(editb.e_plen));

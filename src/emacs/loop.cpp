@@ -145,15 +145,14 @@ static int leave(int fd, int result) {
 
 // Moves the line to the start of the buffer, over the prompt, and returns its length: it ends at
 // the first NUL that was quoted into it.
-static int deliver(int fd, After after) {
+static int deliver(int fd) {
     genchar *const line = editb.e_inbuf;
     const int len = editb.e_eol - editb.e_plen;
     std::memmove(line, line + editb.e_plen, static_cast<std::size_t>(len) + 1);
     e_flush();
     const int result = static_cast<int>(std::strlen(line));
     if (result > 0) return leave(fd, result);
-    if (after == After::finish) return leave(fd, -1);
-    // The keys behind a full line are still to come, so it is no failure: an empty line.
+    // A quoted NUL at the start hides the rest; that is an empty line, not a failed read.
     line[0] = '\n';
     line[1] = '\0';
     return leave(fd, 1);
@@ -215,7 +214,7 @@ int emacs_read(int fd, char *line, int scend) {
     e_view = &view;
     begin_line();
     const After after = edit_keys();
-    if (after != After::end_of_input) return deliver(fd, after);
+    if (after != After::end_of_input) return deliver(fd);
     e_flush();
     return leave(fd, 0);
 }
