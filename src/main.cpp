@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "msg.h"
@@ -152,6 +153,8 @@ int morp_main(int argc, char **argv) {
     terminal_open();
     signal_catch(SIGCHLD, sig_trap_general);
     const pid_t pid = pty_fork(&master_fd, program);
+    // The waits for a program to take a line are short; the program, started already, keeps its own.
+    (void)prctl(PR_SET_TIMERSLACK, 1UL);
     pty_pkt_enable(master_fd);
     signal_catch(SIGTERM, sig_trap_sigterm);
     if (!signal_was_ignored(SIGHUP)) signal_catch(SIGHUP, sig_trap_sigterm);

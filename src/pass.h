@@ -21,6 +21,10 @@ enum class KeyWait { ready, interrupted, taken };
 // the editor stepping off its row and coming back (e_view). `ready`: read now. `interrupted`: progdone
 // is set. `taken`: the program left line input, the edit has to end.
 KeyWait pass_wait_key();
+// In a paste the next key is there already: there is nothing to wait for and nothing to show yet. True
+// when a read of the keyboard may be tried without a wait: the wait has served signals and output within
+// the last millisecond, and the program, which is looked at for each key, still reads lines.
+bool pass_key_expected();
 
 // The pass-through on master `fd`. Returns when the program has ended or the master is closed.
 void pass_all(int fd);

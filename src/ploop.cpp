@@ -46,6 +46,7 @@ static void serve(int fd, const struct pollfd *fds, bool *held) {
         output = false;
     }
     if (keys) {
+        pass_keys_seen();
         (void)handle_stdin_fd(fd);
         if (master_fd < 0) return;
     }
@@ -68,6 +69,8 @@ void pass_loop(int fd) {
             timeout = line_next_look();
         else if (keys_held_ahead() && keyboard_wanted())
             timeout = 0;
+        else
+            line_idle();
         struct pollfd fds[2];
         const int ready =
             wait_terminals(fd, !held && keyboard_wanted() && !keys_held_ahead(), keyboard_pending(),

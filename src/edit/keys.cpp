@@ -60,6 +60,7 @@ void e_putchar(int c) {
 }
 
 void e_flush() {
+    if (Out_len == 0) return;  // what went before was drained when it was written
     write_queued();
     screen_drain();
 }
@@ -82,6 +83,10 @@ void e_ungetchar(int c) {
 static int read_keys(unsigned char *keys, int size) {
     // A terminal that is gone fails at once, so this many tries take no time.
     constexpr int kAttempts = 100;
+    if (pass_key_expected()) {
+        const ssize_t n = keyboard_read(keys, static_cast<std::size_t>(size));
+        if (n > 0) return static_cast<int>(n);
+    }
     for (int failed = 0; failed < kAttempts;) {
         switch (pass_wait_key()) {
             case KeyWait::interrupted:
@@ -114,7 +119,6 @@ static void push_keys(const unsigned char *keys, int count) {
 
 int e_getchar() {
     if (editb.e_index == 0) {
-        e_flush();
         editb.e_inmacro = 0;
         unsigned char keys[kReadAhead];
         // Within the line a burst saves redrawing; at its end one key at a time leaves what is typed

@@ -146,12 +146,33 @@ static KeyWait interrupted() {
     return KeyWait::interrupted;
 }
 
+// State: until this moment a key that is there already is read without a wait.
+static long long Burst_end_ns = 0;
+
+void pass_keys_seen() {
+    Burst_end_ns = now_ns() + kMillisecond;
+}
+
+bool pass_key_expected() {
+    if (progdone != 0 || Resumed != 0 || now_ns() >= Burst_end_ns) return false;
+    (void)check_fd_mode(master_fd);
+    Input_flushed = 0;
+    return Vesk_on != 0;
+}
+
 KeyWait pass_wait_key() {
     long long deadline_ns = 0;
     struct pollfd fds[2];
     Stepped_aside = false;
+    Burst_end_ns = 0;
+    line_idle();
+    e_flush();
     for (;;) {
         if (progdone != 0) return interrupted();
+        if (Vesk_on == 0) {
+            take_edit_away();
+            return KeyWait::taken;
+        }
         assert_user_mode();
         if (Resumed != 0) {
             Resumed = 0;
@@ -169,16 +190,14 @@ KeyWait pass_wait_key() {
         }
         const bool key = ready > 0 && fds[kKeyboardSlot].revents != 0;
         if (key && Vesk_on != 0) (void)check_fd_mode(master_fd);
-        if (Vesk_on == 0) {
-            take_edit_away();
-            return KeyWait::taken;
-        }
+        if (Vesk_on == 0) continue;
         if (key || (deadline_ns != 0 && now_ns() >= deadline_ns)) {
             come_back();
             deadline_ns = 0;
         }
         if (key) {
             Input_flushed = 0;
+            pass_keys_seen();
             return KeyWait::ready;
         }
     }

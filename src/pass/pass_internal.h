@@ -49,6 +49,8 @@ long line_next_look();
 // Program output is about to be read; has been relayed, its last byte `last`.
 void line_before_output(int fd);
 void line_after_output(char last);
+// Before a sleep: where no keys wait, what was kept ready for the next line is given up.
+void line_idle();
 // A keyboard signal came: nothing waits for the line before any longer.
 void line_forget(int fd);
 // The echo flag of the program's terminal as the program set it: while a line is written with echo
@@ -87,6 +89,8 @@ bool master_ready(const struct pollfd *fds);
 // Relays program output and serves signals for one wait of at most `timeout_ns`, without the keyboard.
 // `pending`: returns also when the master takes bytes. True unless a keyboard signal came.
 bool relay_once(int fd, bool pending, long timeout_ns);
+// A wait has just found keys: see pass_key_expected.
+void pass_keys_seen();
 // Puts the user's terminal into the mode of the present state, or ends with a message.
 void assert_user_mode();
 // Program output is about to be written to the screen: a line being edited steps aside.

@@ -28,7 +28,7 @@
 static constexpr long kLookEvery = 500 * kMicrosecond;
 static constexpr long kSilence = 2 * kMillisecond;  // after taking a line: nothing will be printed
 // A program that has printed whole lines only may be about to print its prompt.
-static constexpr long kPromptFollows = 200 * kMicrosecond;
+static constexpr long kPromptFollows = 50 * kMicrosecond;
 static constexpr long kBusy = 50 * kMillisecond;    // a program that takes no line for so long is busy
 static constexpr int kQueueRoom = 4000;   // bytes of input kept below what the system's queue holds
 static constexpr int kRelayFirst = 65536;  // bytes of output relayed before a line is written
@@ -43,6 +43,7 @@ static long long Taken_ns = 0;
 static long long Printed_ns = 0;   // when the program last printed since it took the line, 0 never
 static bool Prompt_shown = false;  // what it printed last stands on an unfinished row
 static bool Line_is_open = false;  // what was sent last had no line end
+static int Kept_peer = -1;         // the slave, kept open while more lines wait behind this one
 
 // State: echo switched off for a write, and the echo of a newline still to come.
 static bool Echo_held = false;
@@ -96,11 +97,26 @@ static int unread_on(int peer) {
 
 // The same, 0 when that can't be asked.
 static int unread(int fd) {
+    if (Kept_peer >= 0) return unread_on(Kept_peer);
     const int peer = pty_open_peer(fd);
     if (peer < 0) return 0;
     const int count = unread_on(peer);
     (void)close(peer);
     return count;
+}
+
+static int take_peer(int fd) {
+    const int peer = Kept_peer >= 0 ? Kept_peer : pty_open_peer(fd);
+    Kept_peer = -1;
+    return peer;
+}
+
+// Done with the slave, unless keys are waiting: then the next line will be there in no time.
+static void give_peer(int peer) {
+    if (peer >= 0 && (editb.e_index > 0 || keyboard_waiting() > 0))
+        Kept_peer = peer;
+    else if (peer >= 0)
+        (void)close(peer);
 }
 
 // Follows the program's progress with the last line.
@@ -127,8 +143,16 @@ void line_forget(int fd) {
     if (Line_state != Line::done) Line_state = unread(fd) > 0 ? Line::busy : Line::done;
 }
 
+void line_idle() {
+    if (Kept_peer < 0 || keyboard_waiting() > 0) return;
+    (void)close(Kept_peer);
+    Kept_peer = -1;
+}
+
 bool line_settling(int fd) {
     if (Line_state == Line::done) return false;
+    // A program mostly prints something first, which leads to a look; each one costs a slave opened.
+    if (Line_state == Line::sent && now_ns() - Sent_ns < kLookEvery) return true;
     look(fd);
     return Line_state == Line::sent || Line_state == Line::taken;
 }
@@ -189,15 +213,18 @@ static bool has_line_end(const struct termios &t, const char *data, int len) {
            ((t.c_lflag & IEXTEN) != 0 && special_in(t, VEOL2, data, len));
 }
 
-static int echo_off(int peer) {
-    const int result = tty_echo_set(peer, 0);
+// Switches echo, which was found on, off and on again; `found` holds the settings of a moment ago.
+static int echo_off(int peer, const struct termios &found) {
+    struct termios silent = found;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    const int result = tty_apply(peer, &silent);
     if (result == 0) Echo_held = true;
     return result;
 }
 
 static int echo_on(int peer) {
     Echo_held = false;
-    return tty_echo_set(peer, 1);
+    return tty_echo_set(peer, 1);  // read anew: the program may have changed something else
 }
 
 // Writes a line whose end is its only one.
@@ -206,7 +233,7 @@ static int send_split(int fd, int peer, const struct termios &found, const char 
     const int body = newline ? len - 1 : len;
     int result = 1;
     if (body > 0) {
-        if (echo_off(peer) != 0) return -1;
+        if (echo_off(peer, found) != 0) return -1;
         result = write_all(fd, line, body);
         flush_worker(peer);
         if (echo_on(peer) != 0) return -1;
@@ -218,9 +245,9 @@ static int send_split(int fd, int peer, const struct termios &found, const char 
 }
 
 // Writes a line that a program may begin to read before it is complete, or behind others.
-static int send_whole(int fd, int peer, const char *line, int len) {
+static int send_whole(int fd, int peer, const struct termios &found, const char *line, int len) {
     const int before = unread_on(peer);
-    if (echo_off(peer) != 0) return -1;
+    if (echo_off(peer, found) != 0) return -1;
     const int result = write_all(fd, line, len);
     const long long limit = now_ns() + kBusy;
     flush_worker(peer);
@@ -232,12 +259,13 @@ static int send_whole(int fd, int peer, const char *line, int len) {
 
 // The same without a look at the slave.
 static int send_blind(int fd, const char *line, int len) {
-    int found = 0;
-    if (tty_echo_get(fd, &found) != 0) return -1;
-    if (found != 0 && echo_off(fd) != 0) return -1;
+    struct termios found = {};
+    if (tcgetattr(fd, &found) != 0) return -1;
+    const bool echo = (found.c_lflag & ECHO) != 0;
+    if (echo && echo_off(fd, found) != 0) return -1;
     const int result = write_all(fd, line, len);
     (void)relay_once(fd, false, kSilence);
-    if (found != 0 && echo_on(fd) != 0) return -1;
+    if (echo && echo_on(fd) != 0) return -1;
     return result;
 }
 
@@ -259,7 +287,7 @@ static int send_through_peer(int fd, int peer, const char *line, int len) {
     if ((found.c_lflag & ECHO) == 0)
         result = write_all(fd, line, len);
     else if (busy || has_line_end(found, line, newline ? len - 1 : len))
-        result = send_whole(fd, peer, line, len);
+        result = send_whole(fd, peer, found, line, len);
     else
         result = send_split(fd, peer, found, line, len);
     Line_is_open = !newline;
@@ -272,19 +300,19 @@ static int send_through_peer(int fd, int peer, const char *line, int len) {
 
 static int send_line(int fd, const char *line, int len) {
     if (!await_turn(fd, len)) return len;  // dropped
-    int peer = pty_open_peer(fd);
+    int peer = take_peer(fd);
     if (peer >= 0 && Line_state == Line::done && unread_on(peer) + len > kQueueRoom) {
         // Keys passed through before fill the queue.
         (void)close(peer);
         Line_state = Line::busy;
         if (!await_turn(fd, len)) return len;
-        peer = pty_open_peer(fd);
+        peer = take_peer(fd);
     }
     relay_waiting(fd);
     (void)check_fd_mode(fd);
     const int result =
         peer < 0 ? send_blind(fd, line, len) : send_through_peer(fd, peer, line, len);
-    if (peer >= 0) (void)close(peer);
+    give_peer(peer);
     return result < 0 ? -1 : len;
 }
 
