@@ -27,9 +27,10 @@ static void keep_line(Visit &visit) {
     editb.e_ucol = saved;
 }
 
-static void bring_line_back(Visit &visit) {
+// `shown_saved`: the line it replaces is saved for undo already.
+static void bring_line_back(Visit &visit, bool shown_saved) {
     if (visit.column == -1) {
-        save_v();
+        if (!shown_saved) save_v();
         set_line("", 0);
     } else {
         editb.e_ubuf = visit.kept;
@@ -65,9 +66,9 @@ static int next_line(Visit &visit) {
     if (editb.e_hline > editb.e_hismax) {
         editb.e_hline = editb.e_hismax;
         e_ringbell();
-        if (away) bring_line_back(visit);
+        if (away) bring_line_back(visit, false);
     } else if (editb.e_hline == editb.e_hismax) {
-        bring_line_back(visit);
+        bring_line_back(visit, false);
     } else {
         save_v();
         load_line();
@@ -84,7 +85,7 @@ static int go_to_line(Visit &visit) {
     keep_line(visit);
     editb.e_hline = target;
     if (target == editb.e_hismax) {
-        bring_line_back(visit);
+        bring_line_back(visit, false);
     } else {
         save_v();
         load_line();
@@ -99,7 +100,7 @@ static int search_history(Visit &visit) {
     if (result == 0) {
         forget_window();
         if (editb.e_hline == editb.e_hismax)
-            bring_line_back(visit);
+            bring_line_back(visit, true);
         else
             load_line();
         return RESULT_GOOD;
@@ -194,8 +195,8 @@ static void enter() {
     sync_cursor();
 }
 
-// The first key of a command. The escape key of an arrow key may have ended the driver's part, which
-// leaves the bracket and the letter.
+// The first key of a command. The escape key of an arrow key may have ended the driver's part,
+// which leaves the bracket and the letter.
 static int command_key() {
     view_mode = MODE_CONTROL;
     const int c = next_key();

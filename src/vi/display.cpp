@@ -1,7 +1,7 @@
 // display.cpp: the row that shows the line. The image (e_physbuf) is the line as characters of one
-// column each, the window (e_window) the part of it that the screen shows behind the prompt, as last
-// written, and in the column after it a marker tells on which sides the line goes on. Only printable
-// characters, backspaces and the carriage return that begins the prompt are written.
+// column each, the window (e_window) the part of it that the screen shows behind the prompt, as
+// last written, and in the column after it a marker tells on which sides the line goes on. Only
+// printable characters, backspaces and the carriage return that begins the prompt are written.
 #include <cstring>
 
 #include "vi_internal.h"
@@ -22,8 +22,8 @@ int columns_of(int count) {
     return col;
 }
 
-// The last column of the character under the cursor: that of the image when the image was cut before
-// it, 0 without such a character.
+// The last column of the character under the cursor: that of the image when the image was cut
+// before it, 0 without such a character.
 static int cursor_column() {
     const int cols = columns_of(editb.e_cur + 1);
     return cols > 0 ? cols - 1 : 0;
@@ -141,8 +141,8 @@ void refresh_now(int mode) {
     e_flush();
 }
 
-// Keys typed ahead are obeyed before the screen is brought up to date; one that ends the line or the
-// input wants it right.
+// Keys typed ahead are obeyed before the screen is brought up to date; one that ends the line or
+// the input wants it right.
 static bool keys_come_first() {
     if (editb.e_index == 0) return false;
     const int next = editb.e_lbuf[editb.e_index - 1];

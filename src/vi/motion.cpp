@@ -1,5 +1,5 @@
-// motion.cpp: the cursor motions of command mode. A motion that can't be made leaves the cursor where
-// it is.
+// motion.cpp: the cursor motions of command mode. A motion that can't be made leaves the cursor
+// where it is.
 #include <algorithm>
 
 #include "vi_internal.h"

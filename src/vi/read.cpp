@@ -1,8 +1,8 @@
 // read.cpp: vi_read. The terminal driver collects and echoes the first part of a line (alternative
-// mode). A newline or the end-of-file key ends the line there; the escape key, or a quoted terminator,
-// hands it to the editor: the terminal goes raw, and input mode and command mode take over. Keys typed
-// ahead begin in raw mode at once. When a raw line is done the terminal stays raw: the main loop
-// switches it.
+// mode). A newline or the end-of-file key ends the line there; the escape key, or a quoted
+// terminator, hands it to the editor: the terminal goes raw, and input mode and command mode take
+// over. Keys typed ahead begin in raw mode at once. When a raw line is done the terminal stays raw:
+// the main loop switches it.
 #include <algorithm>
 #include <cerrno>
 #include <csetjmp>
@@ -51,9 +51,9 @@ bool after_escape = false;
 
 // The line as the driver delivered it.
 struct Cooked {
-    int term_char;  // what ended it: newline, escape, the end-of-file character; 0: the driver had no part
-    bool changed;  // the row doesn't show the line as it is
-    bool again;    // that is so for a reason that makes it worth showing a complete line again
+    int term_char;  // newline, escape or end-of-file character that ended it; 0: it had no part
+    bool changed;   // the row doesn't show the line as it is
+    bool again;     // that is so for a reason that makes it worth showing a complete line again
 };
 
 static void set_limits() {
@@ -105,8 +105,8 @@ static void begin(int fd, genchar *line, int nchar) {
     e_setup(fd, kPromptSize);
 }
 
-// Positions and display state for a line whose last character is at `last`, as the driver has echoed
-// it behind the prompt.
+// Positions and display state for a line whose last character is at `last`, as the driver has
+// echoed it behind the prompt.
 static void set_up(int last) {
     editb.e_cur = editb.e_eol = editb.e_peol = last;
     editb.e_pcur = last + 1;
@@ -192,7 +192,7 @@ static int deliver(const Cooked &cooked) {
 // Shows the line on its row after the switch to raw mode.
 static void show_first(const Cooked &cooked) {
     // Behind a prompt that can't be written again the row can't be put right.
-    if (editb.e_crlf == 0 && cooked.changed) drop_prompt();
+    if (editb.e_crlf == 0 && (cooked.changed || editb.e_eol >= editb.e_wsize)) drop_prompt();
     const bool fresh = own_row || e_row_stale != 0;
     if (fresh) e_putchar('\n');
     e_row_renewed();

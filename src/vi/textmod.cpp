@@ -14,13 +14,14 @@ struct Change {
 
 static void store(int at, int c) { editb.e_inbuf[at] = static_cast<genchar>(c); }
 
-// Whether the character can be overwritten on the screen alone: one column before and after, and what
-// stands behind it too, where the cursor may go next.
+// Whether the character can be overwritten on the screen alone: one column before and after, and
+// what stands behind it too, where the cursor may go next.
 static bool one_column(int c, int increment) {
-    if (ocur_virt() == -1 || editb.e_cur >= editb.e_eol) return false;
+    if (ocur_virt() == -1 || editb.e_cur < 0 || editb.e_cur >= editb.e_eol) return false;
     const int column = editb.e_pcur - win_first();
     if (column < 0 || column >= editb.e_wsize) return false;
     if (increment == 1 && column == editb.e_wsize - 1) return false;
+    if (columns_of(editb.e_cur + increment) >= kMaxLine) return false;  // behind the image's end
     return is_printable(c) && is_printable(char_at(editb.e_cur)) &&
            is_printable(char_at(editb.e_cur + 1));
 }
@@ -53,6 +54,8 @@ void replace(int c, int increment) {
 static void put_text(const genchar *text, int count) {
     for (; count > 0 && !line_full(); count--)
         for (const genchar *p = text; *p != '\0'; p++) append(byte_of(*p), MODE_APPEND);
+    // Nothing went in before the first character: the line is not empty for that.
+    if (editb.e_cur == -1 && editb.e_eol >= 0) editb.e_cur = 0;
     refresh(MODE_CONTROL);
 }
 
@@ -77,7 +80,8 @@ static int append_text(Change &change) {
     save_v();
     if (editb.e_cur != -1) {
         editb.e_fcol = editb.e_cur + 1;
-        cursor(editb.e_pcur + 1);
+        // A row that waits for its refresh may have been stepped along before.
+        if (editb.e_pcur < win_first() + editb.e_wsize) cursor(editb.e_pcur + 1);
         e_flush();
     }
     return MODE_APPEND;

@@ -1,9 +1,9 @@
 // vi_internal.h: what the files of the vi editor share. A line is edited in place in the caller's
-// buffer. Its first part may come from the terminal driver (read.cpp); then input mode (input.cpp) and
-// command mode (command.cpp) take turns until a newline. Keys are waited for in next_key only: there
-// program output may take the line off the screen and bring it back (view.cpp), and there the edit may
-// end by a jump to editb.e_env. What is kept across a wait stands in editb, in the state below, or in
-// frames that hold nothing to destroy.
+// buffer. Its first part may come from the terminal driver (read.cpp); then input mode (input.cpp)
+// and command mode (command.cpp) take turns until a newline. Keys are waited for in next_key only:
+// there program output may take the line off the screen and bring it back (view.cpp), and there the
+// edit may end by a jump to editb.e_env. What is kept across a wait stands in editb, in the state
+// below, or in frames that hold nothing to destroy.
 //
 // Positions are indices of the line; -1 is an empty line, or a place before the first character.
 // Columns count from the first character of the line, also where the window has moved.
@@ -80,45 +80,43 @@ void fit_prompt(int text_len);
 // The line takes a row of its own and has no prompt. Sets e_wsize and e_llimit.
 void drop_prompt();
 
-// input.cpp
-// Reads keys in input mode, from `mode` (MODE_APPEND, MODE_SEARCH, or escape to begin with commands)
-// on, until the line is done.
+// input.cpp Reads keys in input mode, from `mode` (MODE_APPEND, MODE_SEARCH, or escape to begin
+// with commands) on, until the line is done.
 void VIgetline(int mode);
 // Puts `c` into the line behind the cursor and the cursor on it; MODE_REPLACE overwrites the next
 // character. A full line stays as it is.
 void append(int c, int mode);
 // The same without the limit of the line: as long as the newline still fits in the buffer.
 void insert(int c);
-// Reads a count of which `c` is the first digit, multiplies it into e_repeat and returns the key after.
+// Reads a count of which `c` is the first digit, multiplies it into e_repeat and returns the key
+// after.
 int getcount(int c);
 // Whether the line, or the columns that show it, have reached e_llimit.
 bool line_full();
 
-// command.cpp
-// Obeys commands until the line is accepted (RESULT_ENTER) or input goes on (MODE_APPEND, MODE_INSERT,
-// MODE_REPLACE).
+// command.cpp Obeys commands until the line is accepted (RESULT_ENTER) or input goes on
+// (MODE_APPEND, MODE_INSERT, MODE_REPLACE).
 int cntlmode();
 
-// textmod.cpp
-// Carries out `c` if it is a command that changes or yanks text; `mode` is 0, or `c` when it is being
-// repeated. RESULT_GOOD, RESULT_BAD when it is none or can't be done, or an input mode.
+// textmod.cpp Carries out `c` if it is a command that changes or yanks text; `mode` is 0, or `c`
+// when it is being repeated. RESULT_GOOD, RESULT_BAD when it is none or can't be done, or an input
+// mode.
 int textmod(int c, int mode);
 // Overwrites the character under the cursor; with `increment` 1 the cursor moves on.
 void replace(int c, int increment);
 
-// motion.cpp
-// Moves the cursor by the motion key `motion`, e_repeat times. 0; -1 when it is no motion or can't be
-// made (the cursor stays); kDownArrow, kUpArrow.
+// motion.cpp Moves the cursor by the motion key `motion`, e_repeat times. 0; -1 when it is no
+// motion or can't be made (the cursor stays); kDownArrow, kUpArrow.
 int mvcursor(int motion);
 
-// words.cpp: over `nwords` words; an upper-case motion letter takes everything but blanks for a word.
+// words.cpp: over `nwords` words; an upper-case motion letter takes everything but blanks for a
+// word.
 void forward(int nwords, int cmd);
 void backword(int nwords, int cmd);
 void endword(int nwords, int cmd);
 
-// delete.cpp
-// Takes `nchars` characters from the cursor on: `mode` 'c' deletes them, 'y' copies them to yankbuf,
-// any other does both. The cursor goes before the span. Rings before e_fcol.
+// delete.cpp Takes `nchars` characters from the cursor on: `mode` 'c' deletes them, 'y' copies them
+// to yankbuf, any other does both. The cursor goes before the span. Rings before e_fcol.
 void delete_(int nchars, int mode);
 // Deletes the line; RESULT_GOOD saves it for undo first.
 void del_line(int mode);
@@ -131,8 +129,8 @@ void save_v();
 void restore_v();
 // Keeps what was inserted since e_fcol in e_tmp.
 void save_last();
-// Puts the `len` characters at `text` in place of the line, the cursor on index `cur` as far as there
-// is such a character.
+// Puts the `len` characters at `text` in place of the line, the cursor on index `cur` as far as
+// there is such a character.
 void set_line(const genchar *text, int cur);
 
 // display.cpp

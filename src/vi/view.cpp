@@ -1,5 +1,5 @@
-// view.cpp: how the line makes way for program output and comes back. Output arrives only while a key
-// is awaited, and next_key brings the row up to date before each wait.
+// view.cpp: how the line makes way for program output and comes back. Output arrives only while a
+// key is awaited, and next_key brings the row up to date before each wait.
 #include <algorithm>
 #include <cstring>
 

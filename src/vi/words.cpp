@@ -1,6 +1,6 @@
-// words.cpp: the word scans. A small word is a run of letters and digits or a run of other characters
-// that are not blank, a big word a run of everything that is not blank. No scan looks outside
-// e_fcol to e_eol.
+// words.cpp: the word scans. A small word is a run of letters and digits or a run of other
+// characters that are not blank, a big word a run of everything that is not blank. No scan looks
+// outside e_fcol to e_eol.
 #include <algorithm>
 
 #include "vi_internal.h"
@@ -10,8 +10,8 @@ namespace vi {
 static bool blank_at(int i) { return is_blank(char_at(i)); }
 static bool alnum_at(int i) { return is_alnum(char_at(i)); }
 
-// Whether the character at `i` belongs to the word of which a character is alphanumeric (`alnum`) or
-// not; a big word takes both.
+// Whether the character at `i` belongs to the word of which a character is alphanumeric (`alnum`)
+// or not; a big word takes both.
 static bool in_word(int i, bool big, bool alnum) {
     return !blank_at(i) && (big || alnum_at(i) == alnum);
 }
