@@ -1,6 +1,6 @@
-// file.cpp: opening the history file and appending to it. The file is shared without locks: it is only
-// ever appended to, and each command goes out in one write with whatever belongs behind it, so that
-// the records of concurrent writers never mix. What was written is then indexed by reading it back.
+// file.cpp: opening the history file and appending to it. The file is shared without locks: it
+// only grows, and each command goes out in one write with whatever belongs behind it, so that the
+// records of concurrent writers never mix. What was written is then indexed by reading it back.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -116,8 +116,8 @@ static void put_sync(int number) {
     put(sync, sizeof sync);
 }
 
-// Writes what was put. Returns the offset behind it, -1 when not all of it could be written: the rest
-// is dropped then, so that it can't come out later behind what others wrote.
+// Writes what was put. Returns the offset behind it, -1 when not all of it could be written: the
+// rest is dropped then, so that it can't come out later behind what others wrote.
 static long write_out() {
     std::FILE *file = fc_fix->fixfd;
     if (std::fflush(file) == 0 && std::ferror(file) == 0)
@@ -125,6 +125,13 @@ static long write_out() {
     __fpurge(file);
     std::clearerr(file);
     return -1;
+}
+
+// True when the last record is not complete. Behind the skipped bytes of a sync record, where only
+// its NUL is missing, the next command's start has not been entered yet.
+static bool unfinished() {
+    return File_tail.prev != 0 || File_tail.skip > 0 ||
+           (File_tail.end >= kHeaderSize && ring_start(fc_fix->fixind) != File_tail.end);
 }
 
 // Puts what the end of the file lacks: the header when it could not be written, the end of a record
@@ -140,23 +147,22 @@ static long put_missing() {
         put(kHeader + tail.end, static_cast<std::size_t>(missing));
         return missing;
     }
-    if (tail.skip > 0) {
-        put(kNuls, static_cast<std::size_t>(tail.skip) + 1);
-        return tail.skip + 1;
-    }
-    if (tail.prev == 0) return 0;
-    const bool ended = tail.prev == '\n';
-    put(ended ? "\0" : "\n\0", ended ? 1 : 2);
-    return ended ? 1 : 2;
+    if (!unfinished()) return 0;
+    const long newline = tail.prev != 0 && tail.prev != '\n' ? 1 : 0;
+    long nuls = tail.skip + 1;
+    nuls += (tail.end + newline + nuls) % 2;  // a command starts at an even offset
+    put("\n", static_cast<std::size_t>(newline));
+    put(kNuls, static_cast<std::size_t>(nuls));
+    return newline + nuls;
 }
 
-// Catches up with other writers and puts what the file lacks in front of the next record. Returns the
-// offset at which that record will start.
+// Catches up with other writers and puts what the file lacks in front of the next record. Returns
+// the offset at which that record will start.
 static long begin_record() {
     // A write under way elsewhere can be seen in part. It ends within microseconds.
     static constexpr int kPatience = 20;
     hist_eof();
-    for (int i = 0; i < kPatience && (File_tail.prev != 0 || File_tail.skip > 0); i++) {
+    for (int i = 0; i < kPatience && unfinished(); i++) {
         (void)sched_yield();
         hist_eof();
     }
@@ -164,8 +170,8 @@ static long begin_record() {
 }
 
 // Corrects the number in the sync record just written, which ends at `end` and says `written`: when
-// another process appended between our last look and our write, it is too low. The record stays where
-// it is; only on a descriptor that doesn't append does pwrite go there.
+// another process appended between our last look and our write, it is too low. The record stays
+// where it is; only on a descriptor that doesn't append does pwrite go there.
 static void correct_sync(long end, int written) {
     const long offset = end - kSyncSize;
     const int number = fc_fix->fixind;
@@ -184,8 +190,8 @@ static void correct_sync(long end, int written) {
     (void)fcntl(fd, F_SETFL, flags);
 }
 
-// Indexes what was written up to `end` (-1: nothing was); `number` is what its sync record says, 0 when
-// it has none. Then makes up for what the write could not know: an odd end, a sync record due.
+// Indexes what was written up to `end` (-1: nothing was); `number` is what its sync record says, 0
+// when it has none. Then makes up for what the write could not know: an odd end, a sync record due.
 static void settle(long end, int number) {
     bool synced = number != 0;
     while (end >= 0) {

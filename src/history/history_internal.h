@@ -28,7 +28,8 @@ inline constexpr int kMaxNumber = INT_MAX - 1;
 // Scratch for one block. Its contents last until the next call that reads.
 extern unsigned char Block[kBlock];
 
-// Reads `size` bytes at `offset` into `dst`, fewer at the end of the file; an error counts as its end.
+// Reads `size` bytes at `offset` into `dst`. Returns how many there were; an error counts as the
+// end of the file.
 std::size_t read_at(long offset, unsigned char *dst, std::size_t size);
 
 // Where the bytes looked at last end, and what an unfinished record at the end of the file lacks.
@@ -39,8 +40,8 @@ struct Tail {
 };
 extern Tail File_tail;
 
-// Prepares the index of the file behind fc_fix for a ring of `mask` + 1 entries (a power of two) and
-// files of format `version`, then indexes the file's last `fixmax` commands.
+// Prepares the index of the file behind fc_fix, which has the format `version`, with a ring of
+// `mask` + 1 entries (a power of two). Then indexes the file's last `fixmax` commands.
 void index_open(int mask, int version);
 // Indexes from fixcnt up to `limit` or the end of the file, whichever comes first.
 void index_to(long limit);

@@ -1,6 +1,6 @@
-// index.cpp: the rules by which the bytes of the history file become numbered commands, and the ring
-// that remembers where each command starts. The rules look at one byte after the other; here whole
-// blocks are read and memchr finds the ends of the records, with the same results whatever the bytes.
+// index.cpp: the rules by which the bytes of the history file become numbered commands, and the
+// ring that remembers where each command starts. The rules look at one byte after the other; here
+// whole blocks are read and memchr finds the records' ends, with the same result for any bytes.
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -46,8 +46,7 @@ static std::size_t length_to_nul(const unsigned char *data, std::size_t size) {
                           : size;
 }
 
-// True when a whole sync record of the present format stands at `data`. The rules do nothing with it
-// but step over it.
+// True when a whole sync record of version 1 stands at `data`. The rules only step over it.
 static bool is_sync(const unsigned char *data, std::size_t size) {
     return data[0] == kSync && size >= kSyncSize && data[1] == 0 && data[kSyncSize - 1] == 0 &&
            file_version != 0;
@@ -61,7 +60,7 @@ static std::size_t skip_bytes(Scanner &s, std::size_t size) {
     return step;
 }
 
-// Runs the rules over the `size` bytes at `data`, the next of the file. `ended(incr, pos)` is called
+// Runs the rules over the `size` bytes at `data`, the next of the file. Calls `ended(incr, pos)`
 // for each NUL that ends a record, with the offset behind it.
 template <typename Ended>
 static void scan_bytes(Scanner &state, const unsigned char *data, std::size_t size, Ended ended) {
@@ -140,10 +139,6 @@ static Tally joined(const Tally &front, const Tally &back) {
     return {front.net + back.net, std::max(front.floor + back.net, back.floor)};
 }
 
-static void count_to(Scanner &s, long limit, Tally &tally) {
-    scan_file(s, limit, [&tally](int incr, long) { tally.add(incr); });
-}
-
 // Where indexing starts: behind a sync record, whose number it is, or at the first record.
 struct Start {
     long offset;
@@ -179,44 +174,6 @@ static bool read_sync(long offset, Start &start) {
     return true;
 }
 
-// A damaged file may need its whole tail counted again each time the start moves; after so many times
-// everything is indexed instead, so that opening takes linear time whatever the file holds.
-static constexpr int kMaxRecounts = 16;
-
-// Finds where to start so that `fixmax` commands of the `size` bytes come into reach: tries further
-// and further from the end, by 16 bytes for each command still missing, and counts from the first
-// sync record there. Each byte is searched and counted once: what was counted before is joined on.
-static Start choose_start(long size) {
-    Start start = {-1, 0};
-    Tally tally;
-    long missing = fc_fix->fixmax;
-    long offset = size - 8192;
-    long searched = size;
-    for (int recounts = 0;;) {
-        offset -= 16 * missing + 8192;
-        if (offset <= 0) return kFirstRecord;
-        const long sync = find_sync(offset, searched);
-        searched = offset + 1;
-        if (sync < 0 && start.offset < 0) return kFirstRecord;
-        if (sync >= 0) {
-            const long counted = start.offset < 0 ? size : start.offset;
-            if (!read_sync(sync, start)) return kFirstRecord;
-            Scanner s(start.offset);
-            Tally front;
-            count_to(s, counted, front);
-            if (s.at_start()) {
-                tally = joined(front, tally);
-            } else {
-                if (++recounts > kMaxRecounts) return kFirstRecord;
-                count_to(s, size, front);
-                tally = front;
-            }
-        }
-        missing = fc_fix->fixmax - (tally.apply(start.number) - start.number);
-        if (missing <= 0) return start;
-    }
-}
-
 static void enter(int n, long offset) {
     fc_fix->fixcmds[n & ring_mask] = offset;
     // A cancel record may lead below the oldest command held; a new command overwrites the oldest.
@@ -229,9 +186,103 @@ static void start_index(const Start &start) {
     enter(start.number, start.offset);
 }
 
+// The index of the file's tail while it is extended towards the front. The ring is filled at once:
+// the numbers are right if those of all sync records agree, as in every file without damage.
+struct TailIndex {
+    long size;                 // of the file
+    Start start = {-1, 0};     // indexed from here on
+    Tally tally = {};          // from start to size
+    bool entered = true;       // the numbers agree, so the ring and the next three are right
+    long number = 0;           // of the command behind the last
+    long clean = kHeaderSize;  // see Scanner
+    int recounts = 0;
+};
+
+// Extends the index to the earlier `start`. False when counting has to be given up.
+static bool extend(TailIndex &index, const Start &start) {
+    // A damaged file may need its whole tail counted again each time, which must come to an end.
+    static constexpr int kMaxRecounts = 16;
+    const bool newest = index.start.offset < 0;
+    const long end = newest ? index.size : index.start.offset;
+    const long keep =
+        newest ? 0 : index.number - ring_mask;  // older ones would overwrite newer ones
+    long *const ring = fc_fix->fixcmds;
+    Scanner s(start.offset);
+    Tally front;
+    long number = start.number;
+    bool withdrawn = false;
+    if (number >= keep) ring[number & ring_mask] = start.offset;
+    scan_file(s, end, [&](int incr, long pos) {
+        front.add(incr);
+        number += incr;
+        withdrawn |= incr < 0;
+        if (number >= keep) ring[number & ring_mask] = pos;
+    });
+    index.entered = index.entered && !withdrawn && number <= kMaxNumber;
+    if (newest) {
+        index.number = number;
+        index.clean = s.clean;
+    } else if (s.at_start()) {
+        index.entered = index.entered && number == index.start.number;
+    } else {
+        // What seemed to be a sync record is none when seen from here.
+        index.entered = false;
+        index.tally = {};
+        scan_file(s, index.size, [&front](int incr, long) { front.add(incr); });
+        if (++index.recounts > kMaxRecounts) return false;
+    }
+    index.tally = joined(front, index.tally);
+    index.start = start;
+    return true;
+}
+
+// Indexes as much of the file's end as brings `fixmax` commands into reach: starts further and
+// further from the end, by some bytes for each command still missing, at the first sync record
+// there. Each byte is searched and scanned once. False when the ring is to be filled anew, from
+// index.start on.
+static bool index_tail(TailIndex &index) {
+    static constexpr long kMargin = 8192;
+    static constexpr long kPerCommand = 16;
+    long missing = fc_fix->fixmax;
+    long offset = index.size - kMargin;
+    long searched = index.size;
+    while (missing > 0 || index.start.offset < 0) {
+        offset -= kPerCommand * missing + kMargin;
+        const long sync = offset > 0 ? find_sync(offset, searched) : -1;
+        searched = offset + 1;
+        Start start = kFirstRecord;
+        if (sync >= 0) {
+            if (!read_sync(sync, start)) start = kFirstRecord;
+        } else if (offset > 0 && index.start.offset >= 0) {
+            continue;  // none before the one that is known
+        }
+        if (!extend(index, start)) {
+            index.start = kFirstRecord;
+            return false;
+        }
+        if (start.offset == kHeaderSize) break;
+        missing = fc_fix->fixmax - (index.tally.apply(start.number) - start.number);
+    }
+    return index.entered;
+}
+
 static long file_size() {
     struct stat st;
     return fstat(fileno(fc_fix->fixfd), &st) == 0 ? static_cast<long>(st.st_size) : 0;
+}
+
+void index_open(int mask, int version) {
+    ring_mask = mask;
+    file_version = version;
+    TailIndex index{.size = file_size()};
+    if (index_tail(index)) {
+        fc_fix->fixind = static_cast<int>(index.number);
+        fc_fix->fixcnt = index.clean;
+        lowest_held = std::max(index.start.number, fc_fix->fixind - ring_mask);
+    } else {
+        start_index(index.start);
+    }
+    index_to(LONG_MAX);
 }
 
 void index_to(long limit) {
@@ -250,13 +301,6 @@ void index_to(long limit) {
     fc_fix->fixcnt = s.clean;
     fc_fix->fixline = 0;
     File_tail = {size < kHeaderSize ? size : s.pos, s.prev, s.skip};
-}
-
-void index_open(int mask, int version) {
-    ring_mask = mask;
-    file_version = version;
-    start_index(choose_start(file_size()));
-    index_to(LONG_MAX);
 }
 
 int ring_low() { return lowest_held; }

@@ -1,0 +1,99 @@
+// history_bench.cpp: indexing, opening and searching a history of a million commands, recording.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "history.h"
+#include "morp_defs.h"
+
+static constexpr int kCommands = 1'000'000;
+
+// The file under measurement, there until the program ends.
+class BigFile {
+public:
+    BigFile() {
+        const int fd = mkstemp(name_);
+        if (fd < 0) std::abort();
+        close(fd);
+        std::string all = "\x81\x01";
+        for (int n = 1; n <= kCommands; n++) {
+            all += "grep -n pattern" + std::to_string(n) + " src/file.cpp\n";
+            all.append(all.size() % 2 != 0 ? 1 : 2, '\0');
+            if (all.size() <= 8192) continue;
+            const int next = n + 1;
+            all += '\x82';
+            for (const int b : {0, next >> 16, next >> 8, next, 0}) all += static_cast<char>(b);
+        }
+        std::ofstream(name_, std::ios::binary) << all;
+    }
+    ~BigFile() { unlink(name_); }
+    BigFile(const BigFile &) = delete;
+    BigFile &operator=(const BigFile &) = delete;
+    const char *name() const { return name_; }
+
+private:
+    char name_[32] = "/tmp/morp-bench-XXXXXX";
+};
+
+static const char *big_file() {
+    static const BigFile file;
+    return file.name();
+}
+
+static void open_history(const char *size) {
+    setenv("Q_VXHISTFILE", big_file(), 1);
+    setenv("Q_VXHISTSIZE", size, 1);
+    if (hist_open() != 0) std::abort();
+}
+
+static void open_big(benchmark::State &state, const char *size) {
+    for ([[maybe_unused]] const auto _ : state) {
+        open_history(size);
+        hist_close_for_test();
+    }
+}
+BENCHMARK_CAPTURE(open_big, last_128, "128")->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(open_big, all, "1000000")->Unit(benchmark::kMillisecond);
+
+// Through all commands, the text found nowhere.
+static void search_big(benchmark::State &state, const char *text, int anywhere, int direction) {
+    open_history("1000000");
+    const int from = direction < 0 ? fc_fix->fixind : 1;
+    for ([[maybe_unused]] const auto _ : state)
+        benchmark::DoNotOptimize(hist_find(text, from, anywhere, direction));
+    hist_close_for_test();
+}
+BENCHMARK_CAPTURE(search_big, older, "nowhere to be found", 1, -1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_big, newer, "nowhere to be found", 1, 1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_big, two_letters, "zz", 1, -1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_big, nearly, "grep -n patterns", 1, -1)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_big, at_the_start, "ls", 0, -1)->Unit(benchmark::kMillisecond);
+
+static void search_newest(benchmark::State &state) {
+    open_history("1000000");
+    for ([[maybe_unused]] const auto _ : state)
+        benchmark::DoNotOptimize(hist_find("pattern", fc_fix->fixind, 1, -1));
+    hist_close_for_test();
+}
+BENCHMARK(search_newest)->Unit(benchmark::kMicrosecond);
+
+static void locate_far(benchmark::State &state) {
+    open_history("1000000");
+    for ([[maybe_unused]] const auto _ : state)
+        benchmark::DoNotOptimize(hist_locate(fc_fix->fixind, 0, -kMaxCount));
+    hist_close_for_test();
+}
+BENCHMARK(locate_far)->Unit(benchmark::kMillisecond);
+
+static void record_line(benchmark::State &state) {
+    setenv("Q_VXHISTFILE", "", 1);
+    setenv("Q_VXHISTSIZE", "128", 1);
+    if (hist_open() != 0) std::abort();
+    static constexpr char kText[] = "grep -n pattern src/file.cpp";
+    for ([[maybe_unused]] const auto _ : state) hist_record(kText, sizeof kText - 1);
+    hist_close_for_test();
+}
+BENCHMARK(record_line);
