@@ -50,10 +50,17 @@ configure() {
     if command -v ninja >/dev/null && [[ ! -e $root/build/$1/CMakeCache.txt ]]; then
         export CMAKE_GENERATOR=Ninja
     fi
-    cmake -S "$root" --preset "$1" --log-level=WARNING >&2
+    cmake -S "$root" --preset "$1" --log-level=WARNING >/dev/null
 }
 
 # build PRESET [TARGET]
 build() {
     cmake --build "$root/build/$1" --parallel "$(nproc)" ${2:+--target "$2"}
+}
+
+# build_all_of PRESET: the same, but what fails holds up nothing else, so that all of it is seen.
+build_all_of() {
+    local keep_going=-k
+    [[ ! -e $root/build/$1/build.ninja ]] || keep_going=-k0
+    cmake --build "$root/build/$1" --parallel "$(nproc)" -- "$keep_going"
 }

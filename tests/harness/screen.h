@@ -1,0 +1,40 @@
+// screen.h: what a terminal of xterm's kind shows after the bytes that it was fed.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+struct VTerm;
+struct VTermScreen;
+
+namespace harness {
+
+class Screen {
+public:
+    Screen(int rows, int cols);
+    ~Screen();
+    Screen(const Screen &) = delete;
+    Screen &operator=(const Screen &) = delete;
+
+    void feed(std::string_view bytes);
+    void resize(int rows, int cols);
+    int rows() const { return rows_; }
+    // Columns `from` to before `to` of a row, blank cells as blanks.
+    std::string text(int row, int from, int to) const;
+    // The whole row without trailing blanks.
+    std::string row(int n) const;
+    // Whether `wanted` stands in one row, or over several rows as in all().
+    bool contains(std::string_view wanted) const;
+    // All rows, each ended by a newline; empty rows at the end are left out.
+    std::string all() const;
+    void cursor(int &row, int &col) const;
+
+private:
+    VTerm *term_;
+    VTermScreen *screen_;
+    int rows_;
+    int cols_;
+};
+
+}  // namespace harness

@@ -1,0 +1,139 @@
+// session.h: one run of the real program on a pseudo-terminal of its own, as a person at a terminal
+// has it: keys in, a screen out, a shell with job control around it. A test waits for states, never
+// for a time; what does not come within the deadline throws, with the screen in the message.
+#pragma once
+
+#include <sys/types.h>
+#include <termios.h>
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace harness {
+
+struct Options {
+    std::string style = "emacs";              // Q_VXEDITOR: emacs, gmacs or vi
+    std::vector<std::string> morp_args = {};  // options in front of the program
+    std::vector<std::string> program = {};    // run by morp, looked up in PATH
+    // Run in place of "morp program", for example {"dash", "-i"}; $MORP is morp's path in it.
+    std::vector<std::string> outer = {};
+    std::map<std::string, std::string> env = {};  // further variables
+    std::vector<std::string> unset = {};          // variables to take out again
+    int rows = 24;
+    int cols = 80;
+    // Changes the user's terminal before anything runs on it.
+    std::function<void(termios &)> terminal = {};
+    // Bytes laid into a file of this name in the home directory.
+    std::map<std::string, std::string> files = {};
+};
+
+// The modes in which morp keeps the user's terminal.
+enum class Mode {
+    original,  // as it was before the start
+    pass,      // every byte goes to the program, signals off
+    raw,       // every key goes to the editor, signals on
+    alt,       // the driver collects the line, escape ends it
+    other
+};
+
+// Paths of morp and of a program of tests/programs.
+std::string morp();
+std::string helper(std::string_view name);
+// `bytes` with everything unprintable made visible.
+std::string visible(std::string_view bytes);
+
+class Session {
+public:
+    // `script` is run by "sh -c" inside morp.
+    Session(std::string_view style, std::string_view script);
+    explicit Session(Options options);
+    // Ends what still runs (SIGTERM to morp) and fails the test when morp does not end, a process
+    // stays behind, the terminal is not as it was found or a sanitizer has reported something.
+    ~Session();
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+
+    // Keys, or bytes in general. Output is taken meanwhile, so that a full queue does not lock up.
+    void type(std::string_view bytes);
+    void resize(int rows, int cols);
+    // To morp.
+    void signal(int sig);
+    // Takes the terminal away, as when its window is closed.
+    void hang_up();
+
+    // Waits until `text` stands anywhere on the screen.
+    void wait_text(std::string_view text);
+    // Waits until row `n` (from 0), without trailing blanks, is `text`.
+    void wait_row(int n, std::string_view text);
+    // Waits until `bytes` have come since `mark`.
+    void wait_output(std::string_view bytes, std::size_t mark = 0);
+    // Waits until the row of the cursor up to the cursor ends in `shown`, the terminal is in the
+    // mode in which the style reads a line, and morp has handled every key and sleeps. In vi's
+    // alternative mode typed text is shown by the driver and counts as well.
+    void wait_editing(std::string_view shown);
+    // Waits until morp has handled everything that reached it and sleeps without a time limit.
+    void wait_asleep();
+    void wait_mode(Mode mode);
+    // Waits until `ready` holds; it is asked again whenever something may have changed.
+    void wait_for(std::string_view what, const std::function<bool()> &ready);
+    // Waits until the job has stopped; returns the signal.
+    int wait_stopped();
+    // Waits until the job has ended and all its output is in; returns its exit status, or minus
+    // the number of the signal that ended it.
+    int wait_exit();
+    // Waits until no process of the run is left.
+    void wait_no_process();
+
+    // Continues the stopped job as a shell's fg and bg do.
+    void fg();
+    void bg();
+
+    // The screen: row `n` without trailing blanks, all rows, the cursor.
+    std::string row(int n);
+    std::string screen();
+    struct Place {
+        int row, col;
+        bool operator==(const Place &) const = default;
+    };
+    Place cursor();
+    // Rows and columns that the user's terminal has.
+    Place size() const;
+    // Everything that morp wrote; a mark is a length of it.
+    const std::string &output();
+    std::size_t mark();
+    std::string output_since(std::size_t mark);
+
+    termios terminal() const;
+    Mode mode() const;
+    const termios &terminal_at_start() const;
+    // Changes the user's terminal behind morp's back.
+    void set_terminal(const termios &settings);
+    // The terminal that the program has.
+    termios program_terminal();
+    // Bytes of the file `name` in the home directory, empty when there is none.
+    std::string file(std::string_view name) const;
+    // The history file of `program`.
+    std::string history(std::string_view program) const;
+    std::string home() const;
+    // Process ids; the program is the one that morp started. They throw when there is none.
+    pid_t morp_pid();
+    bool morp_runs();
+    pid_t program_pid();
+    // How often morp has gone to sleep of itself so far.
+    long sleeps();
+    // The process that has the program's terminal in the foreground is `name` and sleeps.
+    bool program_runs(std::string_view name);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace harness
+
+using harness::Session;

@@ -1,0 +1,274 @@
+// actor: the programs that the end-to-end tests run inside morp, one for each first argument. They
+// are small and exact where a real program would do more than a test can account for.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace {
+
+void put(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t n = write(1, text.data(), text.size());
+        if (n > 0)
+            text.remove_prefix(static_cast<std::size_t>(n));
+        else if (errno != EINTR)
+            _exit(3);
+    }
+}
+
+// One line without its newline; false at end of input.
+bool get_line(std::string &line) {
+    line.clear();
+    char c = 0;
+    ssize_t n = 0;
+    while ((n = read(0, &c, 1)) == 1 || (n < 0 && errno == EINTR)) {
+        if (n < 0) continue;
+        if (c == '\n') return true;
+        line += c;
+    }
+    return !line.empty();
+}
+
+termios settings() {
+    termios now{};
+    tcgetattr(0, &now);
+    return now;
+}
+
+void set_raw() {
+    termios raw = settings();
+    cfmakeraw(&raw);
+    tcsetattr(0, TCSANOW, &raw);
+}
+
+void set_echo(bool on, int when) {
+    termios now = settings();
+    if (on)
+        now.c_lflag |= ECHO;
+    else
+        now.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(0, when, &now);
+}
+
+std::string hex(std::string_view bytes) {
+    std::string out;
+    for (const char c : bytes) {
+        char two[8];
+        (void)snprintf(two, sizeof two, "%02x", static_cast<unsigned char>(c));
+        out += two;
+    }
+    return out;
+}
+
+// Each line comes back as <line>; ends at end of input with <end>.
+int echo(const char *prompt) {
+    std::string line;
+    put(prompt);
+    while (get_line(line))
+        put("<" + line + ">\n" + prompt);  // in one piece, so that nothing comes between
+    put("<end>\n");
+    return 0;
+}
+
+// Without a prompt and without a word per line: counts lines, and tells at "count" whether each was
+// its own number.
+int count(const char *) {
+    std::string line;
+    long lines = 0, wrong = 0;
+    put("ready\n");
+    while (get_line(line) && line != "count") wrong += line != std::to_string(lines++);
+    put("<" + std::to_string(lines) + " lines, " + std::to_string(wrong) + " wrong>\n");
+    return 0;
+}
+
+// In raw mode: takes as many bytes as it is told and shows them in hexadecimal.
+int take(const char *how_many) {
+    const std::size_t wanted = strtoul(how_many, nullptr, 10);
+    set_raw();
+    put("ready\r\n");
+    std::string got;
+    char c = 0;
+    while (got.size() < wanted && read(0, &c, 1) == 1) got += c;
+    put("[" + hex(got) + "]\r\n");
+    return 0;
+}
+
+// Sends all 256 values in raw mode.
+int give(const char *) {
+    set_raw();
+    std::string all;
+    for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
+    put("[" + all + "]");
+    return 0;
+}
+
+// Writes numbered lines, `thousands` thousand of them.
+int flood(const char *thousands) {
+    const long end = strtol(thousands, nullptr, 10) * 1000;
+    std::string block;
+    for (long n = 0; n < end; ++n) {
+        block += "line " + std::to_string(n) + "\n";
+        if (block.size() > 60000 || n + 1 == end) {
+            put(block);
+            block.clear();
+        }
+    }
+    put("flooded\n");
+    return 0;
+}
+
+// Writes without pause while it takes as many bytes in raw mode as it is told; then both counts.
+int flood_take(const char *how_many) {
+    const std::size_t wanted = strtoul(how_many, nullptr, 10);
+    set_raw();
+    put("ready\r\n");
+    fcntl(0, F_SETFL, O_NONBLOCK);
+    std::size_t got = 0, wrong = 0;
+    char bytes[512];
+    const std::string filler(300, '.');
+    while (got < wanted) {
+        const ssize_t n = read(0, bytes, sizeof bytes);
+        for (ssize_t i = 0; i < n; ++i, ++got)
+            wrong += bytes[i] != static_cast<char>('a' + got % 26);
+        std::string_view rest = filler;
+        while (!rest.empty()) {
+            const ssize_t m = write(1, rest.data(), rest.size());
+            if (m > 0)
+                rest.remove_prefix(static_cast<std::size_t>(m));
+            else
+                usleep(100);
+        }
+    }
+    fcntl(0, F_SETFL, 0);
+    put("\r\n<" + std::to_string(got) + " taken, " + std::to_string(wrong) + " wrong>\r\n");
+    return 0;
+}
+
+// Asks for a name and then for a password without echo, as a log-in does, and tells whether the
+// echo was still off when it had come. With "silent" nothing is printed between the switch and the
+// read.
+int secret(const char *how) {
+    std::string name, word;
+    put("login: ");
+    get_line(name);
+    set_echo(false, TCSADRAIN);
+    if (strcmp(how, "silent") != 0) put("Password: ");
+    get_line(word);
+    const bool echoed = (settings().c_lflag & ECHO) != 0;
+    set_echo(true, TCSADRAIN);
+    put("\n<" + name + "," + std::to_string(word.size()) + " characters, echo " +
+        (echoed ? "on" : "off") + ">\n> ");
+    get_line(name);
+    return 0;
+}
+
+// Asks for lines; at "go" it takes the whole screen until q is typed, naming each key.
+int screen(const char *) {
+    std::string line;
+    for (put("> "); get_line(line); put("> ")) {
+        if (line != "go") {
+            put("<" + line + ">\n");
+            continue;
+        }
+        const termios before = settings();
+        set_raw();
+        put("\x1b[?1049h\x1b[H\x1b[2Jfull ");
+        for (char c = 0; read(0, &c, 1) == 1 && c != 'q';) put(hex(std::string_view(&c, 1)) + " ");
+        put("\x1b[?1049l");
+        tcsetattr(0, TCSADRAIN, &before);
+    }
+    return 0;
+}
+
+void on_winch(int) {}
+
+// Tells its terminal's size at the start and after each change of it, until a line comes.
+int size(const char *) {
+    struct sigaction action {};
+    action.sa_handler = on_winch;
+    sigaction(SIGWINCH, &action, nullptr);
+    sigset_t winch, open;
+    sigemptyset(&winch);
+    sigaddset(&winch, SIGWINCH);
+    sigprocmask(SIG_BLOCK, &winch, &open);
+    pollfd keys{0, POLLIN, 0};
+    do {
+        winsize now{};
+        ioctl(0, TIOCGWINSZ, &now);
+        put("<" + std::to_string(now.ws_row) + "x" + std::to_string(now.ws_col) + ">\n> ");
+    } while (ppoll(&keys, 1, nullptr, &open) < 0);
+    return 0;
+}
+
+// Shows the settings of its terminal in hexadecimal, byte for byte, and what it is to its session.
+int settings_dump(const char *) {
+    const termios now = settings();
+    std::string text = "<";
+    for (const tcflag_t flags : {now.c_iflag, now.c_oflag, now.c_cflag, now.c_lflag})
+        text += std::to_string(flags) + " ";
+    text += hex({reinterpret_cast<const char *>(now.c_cc), NCCS}) + ">\n";
+    const bool leads = getsid(0) == getpid() && getpgrp() == getpid() && tcgetpgrp(0) == getpid();
+    put(text + (leads ? "<leader>\n" : "<follower>\n"));
+    return 0;
+}
+
+// Names the signals that reach it, until end of input.
+void on_signal(int sig) {
+    const std::string text = "<signal " + std::to_string(sig) + ">\n";
+    put(text);
+}
+int signals(const char *) {
+    struct sigaction action {};
+    action.sa_handler = on_signal;
+    for (const int sig : {SIGINT, SIGQUIT, SIGTSTP, SIGCONT}) sigaction(sig, &action, nullptr);
+    put("> ");
+    std::string line;
+    while (get_line(line)) put("<" + line + ">\n> ");
+    return 0;
+}
+
+// Lets go of its terminal and lives on until it is told by a signal to end.
+int detach(const char *) {
+    put("detached\n");
+    signal(SIGHUP, SIG_IGN);
+    for (int fd = 0; fd < 64; ++fd) close(fd);
+    for (;;) pause();
+}
+
+constexpr struct {
+    const char *name;
+    int (*run)(const char *);
+} kActs[] = {
+    {"count", count},
+    {"detach", detach},
+    {"echo", echo},
+    {"flood", flood},
+    {"flood-take", flood_take},
+    {"give", give},
+    {"screen", screen},
+    {"secret", secret},
+    {"settings", settings_dump},
+    {"signals", signals},
+    {"size", size},
+    {"take", take},
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    for (const auto &act : kActs) {
+        if (argc > 1 && strcmp(argv[1], act.name) == 0) return act.run(argc > 2 ? argv[2] : "");
+    }
+    put("actor: no such act\n");
+    return 2;
+}
