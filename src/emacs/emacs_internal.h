@@ -7,7 +7,7 @@
 // - 1, so that newline and NUL always fit.
 //
 // Program output may arrive in any wait for a key and bring another prompt, which moves the text
-// and all positions in editb (see view.cpp). So no position is held in a local across next_key.
+// and all positions in editb (see view.cpp). So no position is held in a local across e_getchar.
 #pragma once
 
 #include <type_traits>
@@ -81,8 +81,6 @@ extern TERMINAL terminal;
 extern int prevdirection;         // of the last search: -1 older, 1 newer
 extern char string[kSearchSize];  // last search text
 
-// Next key, the row brought up to date first when that was put off.
-int next_key();
 // The length of the NUL-terminated buffer.
 int line_length();
 void keep_line();

@@ -50,7 +50,7 @@ static int index_of(int c, int from, int to) {
 }
 
 After find_character(Command &command) {
-    const int c = next_key();
+    const int c = e_getchar();
     command.i = editb.e_cur;
     int found = index_of(c, editb.e_cur + 1, editb.e_eol);
     if (found < 0) found = index_of(c, editb.e_plen, editb.e_cur);
@@ -109,7 +109,7 @@ After show_version(Command & /*command*/) {
     std::memcpy(editb.e_inbuf + editb.e_plen, kVersion + kVersionMarker, len);
     editb.e_inbuf[static_cast<std::size_t>(editb.e_plen) + len] = '\0';
     draw(UPDATE);
-    e_ungetchar(next_key());
+    e_ungetchar(e_getchar());
     restore_line();
     draw(UPDATE);
     return After::next_key;
@@ -138,8 +138,8 @@ After end_line_get_next(Command & /*command*/) {
 After end_of_file(Command & /*command*/) { return After::end_of_input; }
 
 After escape_prefix(Command &command) {
-    const int first = next_key();
-    const int second = next_key();
+    const int first = e_getchar();
+    const int second = e_getchar();
     command.i = editb.e_cur;
     switch (second) {
         case 'A':

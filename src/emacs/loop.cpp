@@ -41,11 +41,6 @@ static constexpr Binding kBindings[] = {
     {ctrl(']'), find_character},
 };
 
-int next_key() {
-    if (editb.e_index == 0 && scvalid == 0) draw(UPDATE);
-    return e_getchar();
-}
-
 int line_length() { return static_cast<int>(strnlen(editb.e_inbuf, kKeyboardBuffer - 1)); }
 
 void keep_line() {
@@ -90,7 +85,7 @@ static After run(Command &command) {
 // Reads and obeys keys until the line is done.
 static After edit_keys() {
     for (;;) {
-        const int key = next_key();
+        const int key = e_getchar();
         if (quote(key)) continue;
         Command command = {code_of(key), editb.e_cur, std::max(adjust, 0), adjust};
         if (adjust < 0) command.count = 1;

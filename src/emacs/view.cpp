@@ -1,5 +1,6 @@
 // view.cpp: how the line makes way for program output and comes back. Output arrives only while the
-// editor waits, and next_key brings the row up to date before each wait.
+// editor waits. The row may lag behind the line then: the next key makes up for an update that was put
+// off while keys were pending.
 #include <algorithm>
 #include <cstring>
 
