@@ -28,44 +28,44 @@ inline constexpr int kEditFailed = -4;
 // Everything known about the line being edited; zero at start. Pointers lead into the frame of the
 // running editor and are valid only during its call. An int index counts characters.
 struct edit {
-    int e_kill;       // the user's line-kill, erase and end-of-file characters, 0 to 255,
-    int e_erase;      //   kNoKey when the terminal has none;
-    int e_eof;        //   taken whenever raw or alternative mode is entered
-    int e_fchar;      // emacs: the mark, an index in e_inbuf. vi: character of the last find, -1 none
-    int e_plen;       // prompt length without its leading carriage return
-    char e_crlf;      // 1: the prompt is printable and may be written again
+    int e_kill;   // the user's line-kill, erase and end-of-file characters, 0 to 255,
+    int e_erase;  //   kNoKey when the terminal has none;
+    int e_eof;    //   taken whenever raw or alternative mode is entered
+    int e_fchar;  // emacs: the mark, an index in e_inbuf. vi: character of the last find, -1 none
+    int e_plen;   // prompt length without its leading carriage return
+    char e_crlf;  // 1: the prompt is printable and may be written again
     std::jmp_buf e_env;  // where e_getchar goes when input ends (kEditEnd) or fails (kEditFailed)
-    int e_llimit;     // bound on e_eol
-    int e_hline;      // history command shown, and the line within it
+    int e_llimit;        // bound on e_eol
+    int e_hline;         // history command shown, and the line within it
     int e_hloff;
-    int e_hismin;     // lowest command number in reach; number that this line will get
+    int e_hismin;  // lowest command number in reach; number that this line will get
     int e_hismax;
-    int e_raw;        // mode of the terminal: kTtyCooked, kTtyRaw, kTtyAlt
-    int e_cur;        // index of the character under the cursor
-    int e_eol;        // emacs: one past the last character. vi: the last character, -1 when empty
-    int e_pcur;       // vi: physical cursor column, last physical column in use
+    int e_raw;   // mode of the terminal: kTtyCooked, kTtyRaw, kTtyAlt
+    int e_cur;   // index of the character under the cursor
+    int e_eol;   // emacs: one past the last character. vi: the last character, -1 when empty
+    int e_pcur;  // vi: physical cursor column, last physical column in use
     int e_peol;
-    int e_mode;       // vi: count of the last text-modifying command
-    int e_index;      // keys held in e_lbuf
-    int e_repeat;     // vi: count for the command being read
-    int e_saved;      // vi: 1 once e_Ubuf holds the line
-    int e_fcol;       // vi: first column that the insertion may erase back to
-    int e_ucol;       // vi: cursor saved with e_ubuf, -2 while nothing is saved
-    int e_addnl;      // vi: a newline is to be added to the returned line
-    int e_wsize;      // width of the editing window, columns
-    genchar *e_inbuf;   // the line: the caller's buffer, kKeyboardBuffer bytes
-    char *e_prompt;     // the prompt buffer: emacs 256 bytes, vi 80
-    genchar *e_ubuf;    // vi: undo buffer, kMaxLine
-    genchar *e_tmp;     // emacs: kill buffer. vi: last inserted text. kMaxLine each
-    char *e_search;     // last search text: emacs 256, vi kMaxLine
-    genchar *e_Ubuf;    // vi: the line for undo-all, kMaxLine
-    genchar *e_physbuf; // vi: physical image, kMaxImage
+    int e_mode;              // vi: count of the last text-modifying command
+    int e_index;             // keys held in e_lbuf
+    int e_repeat;            // vi: count for the command being read
+    int e_saved;             // vi: 1 once e_Ubuf holds the line
+    int e_fcol;              // vi: first column that the insertion may erase back to
+    int e_ucol;              // vi: cursor saved with e_ubuf, -2 while nothing is saved
+    int e_addnl;             // vi: a newline is to be added to the returned line
+    int e_wsize;             // width of the editing window, columns
+    genchar *e_inbuf;        // the line: the caller's buffer, kKeyboardBuffer bytes
+    char *e_prompt;          // the prompt buffer: emacs 256 bytes, vi 80
+    genchar *e_ubuf;         // vi: undo buffer, kMaxLine
+    genchar *e_tmp;          // emacs: kill buffer. vi: last inserted text. kMaxLine each
+    char *e_search;          // last search text: emacs 256, vi kMaxLine
+    genchar *e_Ubuf;         // vi: the line for undo-all, kMaxLine
+    genchar *e_physbuf;      // vi: physical image, kMaxImage
     int e_lbuf[kLookAhead];  // read-ahead stack, the top at e_index - 1
-    int e_fd;         // descriptor being edited
-    int e_ttyspeed;   // 1 slow (600 baud or less), 2 fast, 0 before the first switch
-    int *e_globals;   // vi: nine state words
-    genchar *e_window;  // vi: what the screen row shows, 170 bytes
-    char e_inmacro;   // cleared at every terminal read
+    int e_fd;                // descriptor being edited
+    int e_ttyspeed;          // 1 slow (600 baud or less), 2 fast, 0 before the first switch
+    int *e_globals;          // vi: nine state words
+    genchar *e_window;       // vi: what the screen row shows, 170 bytes
+    char e_inmacro;          // cleared at every terminal read
 };
 extern edit editb;
 
@@ -73,10 +73,10 @@ extern edit editb;
 inline constexpr int kNoKey = -100;
 
 // The editor's side of output that arrives while it waits for a key. An editor registers its view
-// once its terminal is raw, its record is set up and e_env is armed, and unregisters it (null) before
-// it returns; between the two, every call below may come from within e_getchar (only from there), so
-// nothing that an editor keeps across e_getchar may depend on the prompt's length or the row's
-// image unless come_back corrects it.
+// once its terminal is raw, its record is set up and e_env is armed, and unregisters it (null)
+// before it returns; between the two, every call below may come from within e_getchar (only from
+// there), so nothing that an editor keeps across e_getchar may depend on the prompt's length or the
+// row's image unless come_back corrects it.
 struct EditView {
     // Takes the text off the screen, so that the row is as the program left it: the prompt, the
     // cursor right behind it. Where the window has moved and the prompt can't be written again: an
@@ -86,11 +86,12 @@ struct EditView {
     // writes the text behind it, the cursor where it was. Where prompt and text together pass 255
     // characters, the prompt counts as not captured and the line takes a row of its own.
     void (*come_back)();
-    // Writes prompt and line again from the row's first column (a carriage return first), as ^L does
-    // after its newline: somebody else has written on the screen meanwhile.
+    // Writes prompt and line again from the row's first column (a carriage return first), as ^L
+    // does after its newline: somebody else has written on the screen meanwhile.
     void (*redraw)();
-    // Copies the line as it stands, without its newline, into `dst` (kMaxLine bytes) and returns its
-    // length. While a search text or the version is shown, that is the line being kept behind it.
+    // Copies the line as it stands, without its newline, into `dst` (kMaxLine bytes) and returns
+    // its length. While a search text or the version is shown, that is the line being kept behind
+    // it.
     int (*text)(genchar *dst);
 };
 extern const EditView *e_view;
@@ -111,9 +112,10 @@ extern int e_row_stale;
 // Puts the terminal `fd` into raw mode: every key is delivered as typed, signals stay on. Returns 0
 // when it is raw afterwards, -1 when its settings can't be read or set or echo is off.
 int e_setraw(int fd);
-// Puts the terminal into the alternative mode: the driver collects the line and ends it at escape (not
-// delivered), carriage return, or the end-of-file key (delivered). Keys that waited while it was raw
-// move to the read-ahead stack, and the terminal then stays raw. Returns 0, or -1 as e_setraw.
+// Puts the terminal into the alternative mode: the driver collects the line and ends it at escape
+// (not delivered), carriage return, or the end-of-file key (delivered). Keys that waited while it
+// was raw move to the read-ahead stack, and the terminal then stays raw. Returns 0, or -1 as
+// e_setraw.
 int e_setalt(int fd);
 // Gives the terminal its saved settings back. Ends the process with status 2 when that fails for
 // another reason than a closed descriptor or one that is no terminal.
@@ -124,8 +126,8 @@ void e_setcooked(int fd);
 void e_end_edit(int fd);
 // Usable columns: COLUMNS - 1 within 20 to 160, or 79 when COLUMNS is not set. `fd` is not used.
 int e_window(int fd);
-// The byte `c` (0 to 255) as read from the terminal, translated while bytes last that the driver had
-// collected before the mode was switched: among them a NUL marks an escape key.
+// The byte `c` (0 to 255) as read from the terminal, translated while bytes last that the driver
+// had collected before the mode was switched: among them a NUL marks an escape key.
 int e_unmark(int c);
 
 // Appends NUL-terminated program output to the prompt capture.
@@ -157,9 +159,9 @@ void e_ringbell();
 // Newline, then e_flush.
 void e_crlf();
 // Maps the NUL-terminated line `virt` from index `voff` on to the characters that show it, into
-// `phys` (kMaxImage bytes) from column `poff` on, NUL-terminated, at most 258 columns and the rest of
-// the last character. Returns the column of the character at index `cur`: in the vi style the last
-// column of a tab or control character, else its first; `poff` when `cur` is not in the line.
+// `phys` (kMaxImage bytes) from column `poff` on, NUL-terminated, at most 258 columns and the rest
+// of the last character. Returns the column of the character at index `cur`: in the vi style the
+// last column of a tab or control character, else its first; `poff` when `cur` is not in the line.
 int e_virt_to_phys(const genchar *virt, genchar *phys, int cur, int voff, int poff);
 
 // The driver's part of a vi line: reads what the alternative mode has collected into `buf` (`len`
@@ -167,7 +169,8 @@ int e_virt_to_phys(const genchar *virt, genchar *phys, int cur, int voff, int po
 // there any more (a signal key emptied the queue), with EINTR when progdone is set.
 long e_read_cooked(int fd, void *buf, std::size_t len);
 // The mode of the user's terminal that the present state asks for is really in force afterwards:
-// raw while an editor works, else what the style reads a line in. Returns 0, -1 when it can't be set.
+// raw while an editor works, else what the style reads a line in. Returns 0, -1 when it can't be
+// set.
 int e_assert_mode(int fd);
 // To be called when editing is no longer in force and the terminal goes raw for pass-through: what
 // the driver had collected stays marked (see e_unmark).

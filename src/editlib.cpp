@@ -1,10 +1,10 @@
 // editlib.cpp: see editlib.h. The history is opened and the style fixed by the first edited read.
 #include "editlib.h"
 
+#include <unistd.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 #include "emacs.h"
 #include "history.h"
@@ -13,12 +13,11 @@
 #include "utils.h"
 #include "vi.h"
 
-static constexpr int editfd = STDIN_FILENO;  // the user's terminal; reads elsewhere are never edited
-static char beenhere = 0;                    // 1 from the first edited read on
+static constexpr int editfd =
+    STDIN_FILENO;          // the user's terminal; reads elsewhere are never edited
+static char beenhere = 0;  // 1 from the first edited read on
 
-void kread_reset_for_test() {
-    beenhere = 0;
-}
+void kread_reset_for_test() { beenhere = 0; }
 
 // Records the line without its trailing white space; a line of white space only is not recorded.
 static void record_line(const char *line, int len) {
@@ -51,9 +50,7 @@ int kread(int fd, char *line, int n) {
     return result;
 }
 
-char *e_movstr(const char *a, char *b) {
-    return stpcpy(b, a);
-}
+char *e_movstr(const char *a, char *b) { return stpcpy(b, a); }
 
 void e_failed(const char *name, const char *message) {
     (void)fprintf(stderr, "%s : %s\n", name != nullptr ? name : "",

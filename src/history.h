@@ -22,8 +22,8 @@ struct fixcmd {
 };
 extern fixcmd *fc_fix;  // null while no history is open
 
-// Opens the history named by Q_VXHISTFILE, or a temporary one. Returns 0 when one is open afterwards,
-// -1 when none could be opened.
+// Opens the history named by Q_VXHISTFILE, or a temporary one. Returns 0 when one is open
+// afterwards, -1 when none could be opened.
 int hist_open();
 // Indexes what was appended to the file since the last look.
 void hist_eof();
@@ -37,8 +37,9 @@ void hist_record(const char *text, std::size_t len);
 // Offset of command `n`, or -1 when the ring does not hold it. Needs an open history.
 long hist_position(int n);
 // Finds `string` from command `index1` (not searched itself) on, towards newer commands when
-// `direction` is positive, else towards older ones; anywhere in a command when `flag` is not 0, else
-// at its start. Returns the command and the line on which the match ends; his_command -1 when none.
+// `direction` is positive, else towards older ones; anywhere in a command when `flag` is not 0,
+// else at its start. Returns the command and the line on which the match ends; his_command -1 when
+// none.
 histloc hist_find(const char *string, int index1, int flag, int direction);
 // Copies command `command` into `s1`: its line `line` (from 0), or all lines when -1, the final
 // newline dropped. Stores at most 257 characters and a NUL, so `s1` holds kMaxLine bytes; null only

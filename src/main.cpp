@@ -1,15 +1,15 @@
-// main.cpp: start-up and orderly exit. The catchers here run in waits only (see wait.h), so they may
-// do what any code may.
+// main.cpp: start-up and orderly exit. The catchers here run in waits only (see wait.h), so they
+// may do what any code may.
 #include "main.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <unistd.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "msg.h"
 #include "pass.h"
@@ -71,8 +71,7 @@ void sig_trap_sigterm(int) {
 
 void sig_trap_sigwinch(int) {
     const int err = errno;
-    if (master_fd >= 0 &&
-        ioctl(STDIN_FILENO, TIOCGWINSZ, &Tty_original.tty_winsize) == 0 &&
+    if (master_fd >= 0 && ioctl(STDIN_FILENO, TIOCGWINSZ, &Tty_original.tty_winsize) == 0 &&
         Tty_original.tty_winsize.ws_col != 0)
         (void)ioctl(master_fd, TIOCSWINSZ, &Tty_original.tty_winsize);  // a lost size harms nobody
     errno = err;
@@ -153,7 +152,8 @@ int morp_main(int argc, char **argv) {
     terminal_open();
     signal_catch(SIGCHLD, sig_trap_general);
     const pid_t pid = pty_fork(&master_fd, program);
-    // The waits for a program to take a line are short; the program, started already, keeps its own.
+    // The waits for a program to take a line are short; the program, started already, keeps its
+    // own.
     (void)prctl(PR_SET_TIMERSLACK, 1UL);
     pty_pkt_enable(master_fd);
     signal_catch(SIGTERM, sig_trap_sigterm);

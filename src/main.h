@@ -1,9 +1,9 @@
 // main.h: start-up, command line, orderly exit, and the catchers that serve the whole run.
 #pragma once
 
+#include <sys/types.h>
 #include <csetjmp>
 #include <csignal>
-#include <sys/types.h>
 
 #include "tty.h"
 
@@ -13,9 +13,9 @@ extern int master_fd;             // pseudo-terminal master, -1 before the start
 extern pid_t Child_pid;           // the program: process, group and session id; 0 before the start
 extern int Child_dead;            // 1 once the program has ended
 extern volatile std::sig_atomic_t Child_suspended;  // 1 while morp is suspended with the program
-extern tty_info Tty_original;     // the user's terminal at start, its size kept current
-extern tty_info suspended_tty;    // the user's terminal when morp was suspended
-extern sigjmp_buf Env;            // where the SIGCHLD catcher goes when the program has ended
+extern tty_info Tty_original;   // the user's terminal at start, its size kept current
+extern tty_info suspended_tty;  // the user's terminal when morp was suspended
+extern sigjmp_buf Env;          // where the SIGCHLD catcher goes when the program has ended
 
 // Everything that the program `morp` does. Ends in finish or exit, never by returning.
 [[noreturn]] int morp_main(int argc, char **argv);

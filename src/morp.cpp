@@ -1,5 +1,3 @@
 #include "main.h"
 
-int main(int argc, char **argv) {
-    return morp_main(argc, argv);
-}
+int main(int argc, char **argv) { return morp_main(argc, argv); }

@@ -26,7 +26,8 @@ inline constexpr int kBell = 7;
 // The code that the control key of letter `c` (upper case, or one of @[\]^_) sends.
 constexpr int ctrl(char c) { return c & 0x1f; }
 
-// Printable means plain ASCII: no locale is ever set. `c` is 0 to 255, or negative (never printable).
+// Printable means plain ASCII: no locale is ever set. `c` is 0 to 255, or negative (never
+// printable).
 constexpr bool is_printable(int c) { return c >= 32 && c <= 126; }
 constexpr bool is_blank(int c) { return c == ' ' || (c >= 9 && c <= 13); }
 constexpr bool is_digit(int c) { return c >= '0' && c <= '9'; }

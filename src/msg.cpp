@@ -30,9 +30,7 @@ void message_print(const char *format, ...) {
     (void)fflush(stderr);
 }
 
-const char *STRERROR(int err) {
-    return strerror(err);
-}
+const char *STRERROR(int err) { return strerror(err); }
 
 void vis_dump(const char *, int, const char *b, int l) {
     // Four bytes of one rendering, the quote and the NUL fit behind this position.

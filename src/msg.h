@@ -15,8 +15,9 @@ extern char Message_buf[kMessageSize];
 // The system's text for error number `err`.
 const char *STRERROR(int err);
 // Renders `l` bytes at `b` into Message_buf between single quotes, each byte that is not printable,
-// and each brace, as "{hh}". A rendering too long for the buffer goes on at its start, so that the last
-// stretch survives. A null `b` gives the empty string. File name and line are for the caller's trace.
+// and each brace, as "{hh}". A rendering too long for the buffer goes on at its start, so that the
+// last stretch survives. A null `b` gives the empty string. File name and line are for the caller's
+// trace.
 void vis_dump(const char *fname, int lineno, const char *b, int l);
 // Trace hook: composes the dispositions of the keyboard's and the program's signals.
 void print_sig_handlers(const char *pfx);

@@ -1,17 +1,15 @@
 // ploop.cpp: the main loop: one wait for keyboard and program, and what follows from it.
 #include "ploop.h"
 
-#include <cerrno>
 #include <unistd.h>
+#include <cerrno>
 
 #include "edit.h"
 #include "main.h"
 #include "pass/pass_internal.h"
 #include "wait.h"
 
-static bool keys_held_ahead() {
-    return editb.e_index > 0;
-}
+static bool keys_held_ahead() { return editb.e_index > 0; }
 
 // The screen was somebody else's: the prompt belongs on the row again.
 static void draw_after_resume() {
@@ -72,9 +70,8 @@ void pass_loop(int fd) {
         else
             line_idle();
         struct pollfd fds[2];
-        const int ready =
-            wait_terminals(fd, !held && keyboard_wanted() && !keys_held_ahead(), keyboard_pending(),
-                           timeout, fds);
+        const int ready = wait_terminals(fd, !held && keyboard_wanted() && !keys_held_ahead(),
+                                         keyboard_pending(), timeout, fds);
         if (forward_signal(fd)) continue;
         if (ready < 0) {
             if (errno == EINTR) continue;

@@ -2,13 +2,13 @@
 // exec closes, so the parent knows which it was whatever order signals arrive in.
 #include "pty.h"
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include "main.h"
 #include "msg.h"
@@ -25,7 +25,7 @@ int pty_master() {
     pty_name_slave[kNameSize - 1] = '\0';
     const int fd = open("/dev/ptmx", O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) return fd;
-    (void)grantpt(fd);   // a slave that can't be opened is reported by the child
+    (void)grantpt(fd);  // a slave that can't be opened is reported by the child
     (void)unlockpt(fd);
     const char *name = ptsname(fd);
     if (name != nullptr) (void)snprintf(pty_name_slave, kNameSize, "%s", name);
@@ -43,17 +43,14 @@ int pty_slave(int master) {
     return fd;
 }
 
-char *pty_dname() {
-    return pty_name;
-}
+char *pty_dname() { return pty_name; }
 
-char *pty_dname_slave() {
-    return pty_name_slave;
-}
+char *pty_dname_slave() { return pty_name_slave; }
 
 void pty_pkt_enable(int fd) {
     const int one = 1;
-    (void)ioctl(fd, TIOCPKT, &one);
+    // Without its headers the program's output can't be told from status reports.
+    if (ioctl(fd, TIOCPKT, &one) != 0) fatal("can't set packet mode on master pty");
 }
 
 int pty_open_peer(int master) {
@@ -132,8 +129,10 @@ bool pty_program_started() {
     do {
         struct pollfd fd = {Start_pipe, POLLIN, 0};
         n = -1;
-        if (wait_ready(&fd, 1, kNoTimeout) > 0) n = read(Start_pipe, &failed, 1);
-        else if (errno != EINTR) break;
+        if (wait_ready(&fd, 1, kNoTimeout) > 0)
+            n = read(Start_pipe, &failed, 1);
+        else if (errno != EINTR)
+            break;
     } while (n < 0 && (errno == EINTR || errno == EAGAIN));
     (void)close(Start_pipe);
     Start_pipe = -1;

@@ -11,14 +11,15 @@ int pty_slave(int master);
 char *pty_dname();
 // Path of the slave device, at most 25 characters; "<UNSET>" while unknown.
 char *pty_dname_slave();
-// Switches packet mode on: each read of the master yields a header byte before the data.
+// Switches packet mode on: each read of the master yields a header byte before the data. A failure
+// ends the process.
 void pty_pkt_enable(int fd);
 // Creates the pair, starts `argv_p` on the slave as leader of a new session, with the settings of
-// Tty_original. Stores the master (close-on-exec, non-blocking) through `mfd` and returns the child's
-// process id. Failures end the process.
+// Tty_original. Stores the master (close-on-exec, non-blocking) through `mfd` and returns the
+// child's process id. Failures end the process.
 pid_t pty_fork(int *mfd, char **argv_p);
-// Waits until the child has become the program, signals served. False when it could not: its message
-// is on the slave or on standard error then, and it ends.
+// Waits until the child has become the program, signals served. False when it could not: its
+// message is on the slave or on standard error then, and it ends.
 bool pty_program_started();
 // Opens the slave of `master` a second time, without making it anybody's controlling terminal, for
 // reading and writing, non-blocking and close-on-exec. -1 when that can't be done.

@@ -1,10 +1,10 @@
 #include "tty.h"
 
+#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <iterator>
-#include <unistd.h>
 
 #include "edit.h"
 #include "main.h"
@@ -26,9 +26,7 @@ int tty_info_change(int fd, tty_info *tty_i, int) {
     return ioctl(fd, TIOCSWINSZ, &tty_i->tty_winsize) == 0 ? 0 : -1;
 }
 
-int tty_info_set(int fd, tty_info *tty_i) {
-    return tty_info_change(fd, tty_i, 0);
-}
+int tty_info_set(int fd, tty_info *tty_i) { return tty_info_change(fd, tty_i, 0); }
 
 void tty_size_refresh(int fd, tty_info *tty_i) {
     struct winsize size = {};

@@ -1,6 +1,6 @@
 // tty.h: a terminal's settings with its size, and the mode switches of the user's and of the
-// program's terminal. On the pseudo-terminal master the settings are those of the slave. All operations
-// take effect at once and return 0, or -1 with errno set, unless said otherwise.
+// program's terminal. On the pseudo-terminal master the settings are those of the slave. All
+// operations take effect at once and return 0, or -1 with errno set, unless said otherwise.
 #pragma once
 
 #include <sys/ioctl.h>
@@ -38,8 +38,8 @@ int tty_echo_set(int fd, int val);
 int tty_startstop_get(int fd, int *start, int *stop);
 int tty_startstop_set(int fd, int start, int stop);
 
-// Sets the settings of `fd`, also when morp is in the background, where the system stops it until it
-// is in the foreground: SIGTERM and SIGHUP are served meanwhile.
+// Sets the settings of `fd`, also when morp is in the background, where the system stops it until
+// it is in the foreground: SIGTERM and SIGHUP are served meanwhile.
 int tty_apply(int fd, const struct termios *t);
 // True when the foreground group of the user's terminal is known and is not morp's.
 bool tty_in_background();

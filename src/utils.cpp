@@ -8,7 +8,7 @@
 static constexpr const char *edtype_vars[] = {"Q_VXEDITOR", "VISUAL", "EDITOR"};
 
 // The style that the name of an editor stands for, 0 when none.
-static char valid_editor_type(const char *sp) {
+static int valid_editor_type(const char *sp) {
     if (sp == nullptr) return 0;
     std::string_view name = sp;
     const auto slash = name.rfind('/');
@@ -19,9 +19,9 @@ static char valid_editor_type(const char *sp) {
     return 0;
 }
 
-char get_editor_type() {
+int get_editor_type() {
     for (const char *variable : edtype_vars) {
-        const char type = valid_editor_type(getenv(variable));
+        const int type = valid_editor_type(getenv(variable));
         if (type != 0) return type;
     }
     return kStyleVi;

@@ -3,4 +3,4 @@
 
 // The style that Q_VXEDITOR, VISUAL or EDITOR names, the first that means something: kStyleGmacs,
 // kStyleEmacs or kStyleVi; kStyleVi when none does.
-char get_editor_type();
+int get_editor_type();

@@ -3,7 +3,7 @@
 
 // Reads and edits one line from the terminal `fd` in `shbuf` (kKeyboardBuffer bytes), of which
 // `nchar` (at most kLineCapacity) may be used. Returns its length, newline included when there is
-// one; 0 when input ended, a keyboard signal ended the edit or the edit was taken away (e_taken); -1
-// on a failed read.
+// one; 0 when input ended, a keyboard signal ended the edit or the edit was taken away (e_taken);
+// -1 on a failed read.
 int vi_read(int fd, unsigned char *shbuf, int nchar);
 void vi_reset_for_test();

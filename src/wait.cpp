@@ -1,18 +1,19 @@
-// wait.cpp: see wait.h. One window is open at a time; catchers run in windows only, so the state below
-// changes under no one's hands but screen_write's rest, which a catcher that ends the process reads.
+// wait.cpp: see wait.h. One window is open at a time; catchers run in windows only, so the state
+// below changes under no one's hands but screen_write's rest, which a catcher that ends the process
+// reads.
 #include "wait.h"
 
-#include <cerrno>
 #include <fcntl.h>
-#include <iterator>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <cerrno>
+#include <iterator>
 
 #include "main.h"
 #include "pass.h"
 
-static constexpr int kCaught[] = {SIGTERM, SIGHUP,  SIGINT,  SIGQUIT, SIGTSTP,
+static constexpr int kCaught[] = {SIGTERM, SIGHUP,  SIGINT,   SIGQUIT, SIGTSTP,
                                   SIGUSR2, SIGCHLD, SIGWINCH, SIGCONT};
 static constexpr int kIgnored[] = {SIGPIPE, SIGXFSZ};
 
@@ -108,9 +109,7 @@ void wait_window_open(Window which) {
     (void)sigprocmask(SIG_SETMASK, which == Window::write ? &No_child_mask : &End_mask, nullptr);
 }
 
-void wait_window_close() {
-    (void)sigprocmask(SIG_SETMASK, &Shut_mask, nullptr);
-}
+void wait_window_close() { (void)sigprocmask(SIG_SETMASK, &Shut_mask, nullptr); }
 
 long long now_ns() {
     struct timespec now = {};
@@ -133,14 +132,12 @@ void terminal_open() {
     Editor_screen = own_channel(editor, O_WRONLY);
 }
 
-int keyboard_fd() {
-    return Keyboard.fd;
-}
+int keyboard_fd() { return Keyboard.fd; }
 
 ssize_t keyboard_read(void *buf, std::size_t len) {
     if (Keyboard.own) return read(Keyboard.fd, buf, len);
-    // The descriptor is shared with others and blocks: look first, and let signals end a sleep that a
-    // flush of the queue in between would cause.
+    // The descriptor is shared with others and blocks: look first, and let signals end a sleep that
+    // a flush of the queue in between would cause.
     if (keyboard_waiting() == 0) {
         struct pollfd fd = {Keyboard.fd, POLLIN, 0};
         if (poll(&fd, 1, 0) == 0) {
@@ -204,9 +201,7 @@ int screen_write(Screen to, const char *data, std::size_t len) {
     return 0;
 }
 
-void screen_hurry() {
-    Hurry = true;
-}
+void screen_hurry() { Hurry = true; }
 
 void screen_finish_write() {
     while (Rest.len > 0) {
@@ -223,7 +218,8 @@ void screen_finish_write() {
 
 void screen_drain() {
     int unsent = 0;
-    // Nothing unsent is the rule on a pseudo-terminal, and one call cheaper than a drain in a window.
+    // Nothing unsent is the rule on a pseudo-terminal, and one call cheaper than a drain in a
+    // window.
     if (ioctl(Editor_screen.fd, TIOCOUTQ, &unsent) == 0 && unsent == 0) return;
     wait_window_open(kWindowWrite);
     (void)tcdrain(Editor_screen.fd);  // cut short by a signal, the output goes on by itself

@@ -1,20 +1,20 @@
-// wait.h: signals are served only in waits. Every signal that morp catches stays blocked from before
-// the program is started; the calls here open the mask for one call that may sleep. So a catcher never
-// cuts into stdio, malloc, the history or a half-done edit. Also the descriptors of the user's terminal
-// that morp opens for itself, which never block.
+// wait.h: signals are served only in waits. Every signal that morp catches stays blocked from
+// before the program is started; the calls here open the mask for one call that may sleep. So a
+// catcher never cuts into stdio, malloc, the history or a half-done edit. Also the descriptors of
+// the user's terminal that morp opens for itself, which never block.
 #pragma once
 
+#include <poll.h>
+#include <sys/types.h>
 #include <csignal>
 #include <cstddef>
 #include <ctime>
-#include <poll.h>
-#include <sys/types.h>
 
 // The mask that the process was started with; the program gets it back.
 extern sigset_t Start_mask;
 
-// Blocks every signal that morp catches and remembers mask and dispositions as found; ignores SIGPIPE
-// and SIGXFSZ. To be called before anything is caught.
+// Blocks every signal that morp catches and remembers mask and dispositions as found; ignores
+// SIGPIPE and SIGXFSZ. To be called before anything is caught.
 void signals_block();
 // In the child: mask and dispositions as signals_block found them.
 void signals_restore();
@@ -28,9 +28,9 @@ inline constexpr long kNoTimeout = -1;
 inline constexpr long kMicrosecond = 1000;
 inline constexpr long kMillisecond = 1000 * kMicrosecond;
 
-// The wait: sleeps until a descriptor is ready, a signal was served or `timeout_ns` has passed. Signals
-// that came are served in every case, also while descriptors are ready. With `progdone` set it doesn't
-// sleep. Returns as ppoll does: the number of ready descriptors, 0, or -1 with errno.
+// The wait: sleeps until a descriptor is ready, a signal was served or `timeout_ns` has passed.
+// Signals that came are served in every case, also while descriptors are ready. With `progdone` set
+// it doesn't sleep. Returns as ppoll does: the number of ready descriptors, 0, or -1 with errno.
 int wait_ready(struct pollfd *fds, nfds_t count, long timeout_ns);
 // The same with SIGCHLD kept back, whose catcher may leave by a jump that would forget how far the
 // caller has come; it sleeps with `progdone` set too.

@@ -1,5 +1,5 @@
-// keys.cpp: keys with read-ahead and push-back, and the editors' output, which is gathered here until
-// an editor waits, rings or changes the mode.
+// keys.cpp: keys with read-ahead and push-back, and the editors' output, which is gathered here
+// until an editor waits, rings or changes the mode.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -121,11 +121,14 @@ int e_getchar() {
     if (editb.e_index == 0) {
         editb.e_inmacro = 0;
         unsigned char keys[kReadAhead];
-        // Within the line a burst saves redrawing; at its end one key at a time leaves what is typed
-        // after the newline in the terminal.
+        // Within the line a burst saves redrawing; at its end one key at a time leaves what is
+        // typed after the newline in the terminal.
         const int count = read_keys(keys, editb.e_cur < editb.e_eol ? kReadAhead : 1);
         if (count > 0) push_keys(keys, count);
-        if (editb.e_index == 0) longjmp(editb.e_env, count < 0 ? kEditFailed : kEditEnd);
+        if (editb.e_index == 0) {
+            // The frames it crosses, the editor's, own nothing.
+            longjmp(editb.e_env, count < 0 ? kEditFailed : kEditEnd);  // NOLINT(cert-err52-cpp)
+        }
     }
     const int key = editb.e_lbuf[--editb.e_index];
     return key == '\r' ? '\n' : key;

@@ -20,9 +20,7 @@ void edit_reset_prime() {
     e_row_stale = 0;
 }
 
-static bool restarts(char c) {
-    return c == '\n' || c == '\r' || c == kEscape;
-}
+static bool restarts(char c) { return c == '\n' || c == '\r' || c == kEscape; }
 
 void e_setup_prime(const char *ptr) {
     const char *end = ptr + strlen(ptr);
@@ -48,9 +46,7 @@ void e_reset_prime() {
     *Prime_ptr = '\0';
 }
 
-void e_row_renewed() {
-    e_row_stale = 0;
-}
+void e_row_renewed() { e_row_stale = 0; }
 
 static const char *prompt_start() {
     const char *start = Prime_buf;

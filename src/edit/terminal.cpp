@@ -1,13 +1,13 @@
-// terminal.cpp: the editing modes of the user's terminal. Raw delivers each key; the alternative mode
-// (vi's first stage) lets the driver collect the line. Between lines and while output is relayed the
-// terminal stays in the mode that the style reads in: in a cooked moment erase, kill and quote keys
-// would be eaten, end-of-file become NUL and a key be echoed twice.
+// terminal.cpp: the editing modes of the user's terminal. Raw delivers each key; the alternative
+// mode (vi's first stage) lets the driver collect the line. Between lines and while output is
+// relayed the terminal stays in the mode that the style reads in: in a cooked moment erase, kill
+// and quote keys would be eaten, end-of-file become NUL and a key be echoed twice.
+#include <termios.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
-#include <termios.h>
 
 #include "edit.h"
 #include "editlib.h"
@@ -30,13 +30,9 @@ void edit_reset_terminal() {
     Marked = 0;
 }
 
-static int local_tcget(int fd, int, struct termios *t) {
-    return tcgetattr(fd, t);
-}
+static int local_tcget(int fd, int, struct termios *t) { return tcgetattr(fd, t); }
 
-static int local_tcset(int fd, int, const struct termios *t) {
-    return tty_apply(fd, t);
-}
+static int local_tcset(int fd, int, const struct termios *t) { return tty_apply(fd, t); }
 
 static struct termios raw_of(const struct termios &user) {
     struct termios t = user;
@@ -77,19 +73,18 @@ static int enter_mode(int fd, const struct termios &t, int mode) {
     return 0;
 }
 
-// Adds the keys that wait in the terminal to the read-ahead stack, behind those held. A plain NUL is
-// dropped: no line can hold it.
+// Adds the keys that wait in the terminal to the read-ahead stack, behind those held. A plain NUL
+// is dropped: no line can hold it.
 static void take_ahead() {
     unsigned char keys[kReadAhead];
     const int room = kReadAhead - editb.e_index;
     if (room <= 0) return;
     const ssize_t n = keyboard_read(keys, static_cast<std::size_t>(room));
     if (n <= 0) return;  // none, or gone: the next wait sees it
-    unsigned char *end =
-        std::remove_if(keys, keys + n, [](unsigned char &key) {
-            key = static_cast<unsigned char>(e_unmark(key));
-            return key == 0;
-        });
+    unsigned char *end = std::remove_if(keys, keys + n, [](unsigned char &key) {
+        key = static_cast<unsigned char>(e_unmark(key));
+        return key == 0;
+    });
     const int count = static_cast<int>(end - keys);
     std::move_backward(editb.e_lbuf, editb.e_lbuf + editb.e_index,
                        editb.e_lbuf + editb.e_index + count);
@@ -108,8 +103,9 @@ int e_setraw(int fd) {
     return enter_mode(fd, raw_of(ttyparm), kTtyRaw);
 }
 
-// From a mode that delivers single keys: keys that wait there, or come while the mode changes, would
-// be handed on by the driver as a piece of line. They go to the stack, and the terminal stays raw.
+// From a mode that delivers single keys: keys that wait there, or come while the mode changes,
+// would be handed on by the driver as a piece of line. They go to the stack, and the terminal stays
+// raw.
 static int raw_to_alternative(int fd) {
     take_ahead();
     if (editb.e_index == 0) {

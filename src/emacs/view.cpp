@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "emacs_internal.h"
+#include "pass.h"
 
 namespace emacs {
 
@@ -28,19 +29,39 @@ static void step_off() {
     // A prompt that can't be written again is gone once the window has moved.
     const bool gone = offset != 0 && editb.e_crlf == 0;
     const int prompt = gone ? 0 : editb.e_plen;
+    // What the program prints now starts an empty row; the prompt captured isn't on it.
+    if (gone || own_row != 0) {
+        e_reset_prime();
+        pass_row_new();
+    }
+    char rest[kRowColumns];
+    const int rest_end = prompt + pass_row_rest(rest);
     for (int k = 0; k < editb.e_wsize; k++) {
-        const char c = k < prompt ? editb.e_inbuf[k] : ' ';
+        char c = ' ';
+        if (k < prompt)
+            c = editb.e_inbuf[k];
+        else if (k < rest_end)
+            c = rest[k - prompt];
         if (c == screen[k]) continue;
         setcursor(k, byte_of(c));
         screen[k] = c;
     }
-    if (overflow != ' ') {
-        setcursor(editb.e_wsize, ' ');
-        overflow = ' ';
+    const char last = editb.e_wsize < rest_end ? rest[editb.e_wsize - prompt] : ' ';
+    if (overflow != last) {
+        setcursor(editb.e_wsize, byte_of(last));
+        overflow = last;
     }
     setcursor(prompt, 0);
-    // What the program prints now starts an empty row; the prompt captured isn't on it.
-    if (gone || own_row != 0) e_reset_prime();
+}
+
+// The row behind the cursor may hold output that the text now covers: the image shows it, so that the
+// next update blanks it.
+static void take_rest_into_image() {
+    char rest[kRowColumns];
+    const int len = pass_row_rest(rest);
+    const int room = editb.e_wsize - editb.e_plen;
+    std::memcpy(screen + editb.e_plen, rest, static_cast<std::size_t>(std::min(len, room)));
+    if (len > room) overflow = rest[room];
 }
 
 // The length of everything that has to fit behind the prompt: the line, also while it is kept
@@ -53,7 +74,10 @@ static void come_back() {
     const int old_plen = editb.e_plen;
     const int text_len = text_length();
     e_new_prompt(kPromptSize);
-    if (drop_unfit_prompt(text_len)) e_putchar('\n');
+    if (drop_unfit_prompt(text_len)) {
+        e_putchar('\n');
+        pass_row_new();
+    }
 
     const int moved = editb.e_plen - old_plen;
     const std::size_t tail =
@@ -65,6 +89,7 @@ static void come_back() {
     editb.e_fchar += moved;
     editb.e_llimit = capacity - editb.e_plen;
     draw(FIRST);
+    take_rest_into_image();
     draw(UPDATE);
 }
 

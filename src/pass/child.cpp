@@ -1,12 +1,12 @@
-// child.cpp: the program's state, and job control: morp stops and resumes with it. All of this runs in
-// catchers, which run in waits only. While morp is stopped everything is blocked; what came meanwhile is
-// looked at before the terminal is touched again.
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
+// child.cpp: the program's state, and job control: morp stops and resumes with it. All of this runs
+// in catchers, which run in waits only. While morp is stopped everything is blocked; what came
+// meanwhile is looked at before the terminal is touched again.
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
 
 #include "edit.h"
 #include "main.h"
@@ -57,6 +57,7 @@ void sig_trap_sigusr2(int sig) {
 }
 
 void sig_trap_sigcont(int) {
+    row_forget();
     Resumed = 1;
 }
 
@@ -99,8 +100,8 @@ void handle_child_restart(int) {
     wait_window_open(kWindowEnd);  // a kill of the suspended job is served here
     wait_window_close();
     if (Terminal_saved) {
-        // The size is the terminal's own; it may have changed, even while this call keeps morp stopped
-        // in the background.
+        // The size is the terminal's own; it may have changed, even while this call keeps morp
+        // stopped in the background.
         suspended_tty.tty_winsize.ws_col = 0;
         if (tty_info_set(STDIN_FILENO, &suspended_tty) != 0)
             fatal_message("can't restore tty mode");
@@ -111,5 +112,6 @@ void handle_child_restart(int) {
     (void)kill(-Child_pid, SIGCONT);
     Child_suspended = 0;
     e_row_renewed();  // the shell has written below it
+    row_forget();
     Resumed = 1;
 }

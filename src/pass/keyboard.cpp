@@ -1,13 +1,13 @@
 // keyboard.cpp: the user's keys on their way to the program, the in-band toggle of editing, and the
 // keyboard's signals.
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include "edit.h"
 #include "editlib.h"
@@ -31,16 +31,12 @@ unsigned long Signals_forwarded = 0;
 // What is pending when the keyboard is read, and a line taken from an editor.
 static_assert(sizeof det_buf >= kLineCapacity + kMaxLine);
 
-bool keyboard_wanted() {
-    return det_len <= kLineCapacity;
-}
+bool keyboard_wanted() { return det_len <= kLineCapacity; }
 
-bool keyboard_pending() {
-    return det_len > 0 && matching_det_str == 0;
-}
+bool keyboard_pending() { return det_len > 0 && matching_det_str == 0; }
 
-// True when /proc says that signal `sig` is in the set that `field` of the program's status names, or
-// when it can't be asked.
+// True when /proc says that signal `sig` is in the set that `field` of the program's status names,
+// or when it can't be asked.
 static bool in_signal_set(const char *status, const char *field, int sig) {
     const char *at = strstr(status, field);
     if (at == nullptr) return true;
@@ -67,8 +63,8 @@ static bool program_stops_by_default() {
     return !in_signal_set(status, "SigCgt:", SIGTSTP) && !in_signal_set(status, "SigIgn:", SIGTSTP);
 }
 
-// True when somebody outside morp's process group, in its session, could continue it: then the group
-// is not orphaned. Looks at morp's ancestors.
+// True when somebody outside morp's process group, in its session, could continue it: then the
+// group is not orphaned. Looks at morp's ancestors.
 static bool can_be_continued() {
     const pid_t group = getpgrp();
     const pid_t session = getsid(0);
@@ -91,7 +87,8 @@ int handle_signal_general(int fd, int sig) {
     pid_t group = 0;
     const bool known = ioctl(fd, TIOCGPGRP, &group) == 0 && group > 1;
     if (!known) group = Child_pid;
-    // The program leads a session of its own, so the system drops a stop request that nobody handles.
+    // The program leads a session of its own, so the system drops a stop request that nobody
+    // handles.
     if (sig == SIGTSTP && group == Child_pid && program_stops_by_default() && can_be_continued()) {
         (void)kill(-Child_pid, SIGSTOP);
     } else if (!known || ioctl(fd, TIOCSIG, sig) != 0) {
@@ -109,7 +106,10 @@ static int read_line(int fd) {
     Input_flushed = 0;
     const int n = kread(STDIN_FILENO, buff, kLineCapacity);
     if (n < 0) fatal_message("morp: kread error from stdin");
-    if (n > 0) return n;
+    if (n > 0) {
+        if (buff[n - 1] == '\n') pass_row_new();
+        return n;
+    }
     if (progdone != 0) {
         handle_signal_general(fd, progdone);
         progdone = 0;
@@ -144,7 +144,8 @@ static int read_keys() {
 static void detect_toggle() {
     det_ptr = det_buf;
     const int compared = std::min(det_len, det_str_len);
-    const bool equal = compared > 0 && memcmp(det_buf, det_str, static_cast<std::size_t>(compared)) == 0;
+    const bool equal =
+        compared > 0 && memcmp(det_buf, det_str, static_cast<std::size_t>(compared)) == 0;
     matching_det_str = equal && det_len < det_str_len ? 1 : 0;
     if (!equal || det_len < det_str_len) return;
     if (opt_flag != 0) {
@@ -179,12 +180,11 @@ static int deliver(int fd, bool edited) {
     return result;
 }
 
-int handle_pending(int fd) {
-    return keyboard_pending() ? deliver_pending(fd, false) : 0;
-}
+int handle_pending(int fd) { return keyboard_pending() ? deliver_pending(fd, false) : 0; }
 
 int handle_stdin_fd(int fd) {
-    // A program that has turned its echo off without a word must not have a secret edited and recorded.
+    // A program that has turned its echo off without a word must not have a secret edited and
+    // recorded.
     const int in_force = Vesk_on;
     (void)check_fd_mode(fd);
     if (Vesk_on != in_force) return 0;

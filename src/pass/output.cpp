@@ -1,10 +1,10 @@
 // output.cpp: the program's output, from the master to the screen and to the capture of the prompt.
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 #include "edit.h"
 #include "main.h"
@@ -12,8 +12,8 @@
 #include "tty.h"
 #include "wait.h"
 
-// A packet: one header byte and data, read at once. The longest that a master delivers in one read is
-// about this.
+// A packet: one header byte and data, read at once. The longest that a master delivers in one read
+// is about this.
 static constexpr int kPacketSize = 4096;
 // The prompt capture takes the data in pieces of this size, each up to its first NUL.
 static constexpr int kPrimePiece = 254;
@@ -52,13 +52,15 @@ static void relay_data(char *data, int len) {
     if (late != '\0') show(&late, 1);
     show(data, len);
     prime(data, len);
+    row_follow(data, len);
     Relayed_bytes += static_cast<unsigned long>(len);
     line_after_output(data[len - 1]);
 }
 
-int handle_fd_stdout(int fd) {
+// Reads and relays one packet, or as much of it as `size` bytes hold.
+static int relay_packet(int fd, std::size_t size) {
     line_before_output(fd);
-    nread = static_cast<int>(read(fd, buffo, kPacketSize));
+    nread = static_cast<int>(read(fd, buffo, size));
     if (nread <= 0) {
         if (nread == 0 || errno == EIO) Master_hung_up = 1;
         return Child_dead != 0 ? -1 : 0;
@@ -72,6 +74,17 @@ int handle_fd_stdout(int fd) {
         if ((header & TIOCPKT_FLUSHREAD) != 0) Input_flushed = 1;
     }
     return 0;
+}
+
+int handle_fd_stdout(int fd) { return relay_packet(fd, kPacketSize); }
+
+void relay_rest_of_piece(int fd) {
+    constexpr int kMostBytes = 128;
+    for (int i = 0; i < kMostBytes && row_in_piece() && Vesk_on != 0 && progdone == 0; i++) {
+        struct pollfd master = {fd, POLLIN, 0};
+        if (poll(&master, 1, 0) != 1 || (master.revents & POLLIN) == 0) return;
+        (void)relay_packet(fd, 2);  // the header and one byte
+    }
 }
 
 int handle_fd_except(int, int *except_handled) {

@@ -1,12 +1,13 @@
-// pass.cpp: the state of the pass-through, its set-up and end, and the waits that keyboard and program
-// share. Two waits read keys: the main loop's, and pass_wait_key, the editors'. Both serve signals in
-// the wait only; the SIGCHLD catcher leaves either by a jump to Env, and nothing here owns anything.
+// pass.cpp: the state of the pass-through, its set-up and end, and the waits that keyboard and
+// program share. Two waits read keys: the main loop's, and pass_wait_key, the editors'. Both serve
+// signals in the wait only; the SIGCHLD catcher leaves either by a jump to Env, and nothing here
+// owns anything.
 #include "pass.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <cerrno>
+#include <cstdio>
 
 #include "edit.h"
 #include "main.h"
@@ -28,12 +29,10 @@ char buff[kKeyboardBuffer];
 volatile std::sig_atomic_t progdone = 0;
 int Master_hung_up = 0;
 
-static void sig_trap_general(int sig) {
-    progdone = sig;
-}
+static void sig_trap_general(int sig) { progdone = sig; }
 
-// Output stays hidden this long after the last piece, so that a program that prints in pieces doesn't
-// make the line flicker.
+// Output stays hidden this long after the last piece, so that a program that prints in pieces
+// doesn't make the line flicker.
 static constexpr long kQuiet = 20 * kMillisecond;
 static constexpr long kHungUpRetry = 100 * kMillisecond;
 
@@ -106,7 +105,8 @@ void assert_user_mode() {
     e_leave_editing(STDIN_FILENO);
 }
 
-// Sleeps in the editor's wait. `deadline_ns` is when a line that stepped aside comes back, 0 for none.
+// Sleeps in the editor's wait. `deadline_ns` is when a line that stepped aside comes back, 0 for
+// none.
 static int wait_in_edit(long long deadline_ns, struct pollfd *fds) {
     long timeout = kNoTimeout;
     if (deadline_ns != 0) {
@@ -142,16 +142,17 @@ static void take_edit_away() {
 
 // A keyboard signal ends the edit; its text stays on the row, unless it had stepped aside.
 static KeyWait interrupted() {
-    if (!Stepped_aside) e_row_stale = 1;
+    if (!Stepped_aside) {
+        e_row_stale = 1;
+        row_forget();
+    }
     return KeyWait::interrupted;
 }
 
 // State: until this moment a key that is there already is read without a wait.
 static long long Burst_end_ns = 0;
 
-void pass_keys_seen() {
-    Burst_end_ns = now_ns() + kMillisecond;
-}
+void pass_keys_seen() { Burst_end_ns = now_ns() + kMillisecond; }
 
 bool pass_key_expected() {
     if (progdone != 0 || Resumed != 0 || now_ns() >= Burst_end_ns) return false;
@@ -189,6 +190,7 @@ KeyWait pass_wait_key() {
             if (Stepped_aside) deadline_ns = now_ns() + kQuiet;
         }
         const bool key = ready > 0 && fds[kKeyboardSlot].revents != 0;
+        if (key && Stepped_aside) relay_rest_of_piece(master_fd);
         if (key && Vesk_on != 0) (void)check_fd_mode(master_fd);
         if (Vesk_on == 0) continue;
         if (key || (deadline_ns != 0 && now_ns() >= deadline_ns)) {

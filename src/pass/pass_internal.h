@@ -2,6 +2,7 @@
 #pragma once
 
 #include <poll.h>
+#include <termios.h>
 
 #include "pass.h"
 
@@ -38,9 +39,9 @@ int handle_signal_general(int fd, int sig);
 extern unsigned long Signals_forwarded;
 
 // Lines and keys to the program (send.cpp).
-// Writes `blen` bytes of `bf` to the master `fd`. With `echo_off` they are a finished line, which the
-// program's terminal doesn't echo and which is written whole, output relayed meanwhile; else as much as
-// the master takes at once. Returns the number of bytes done with, or -1 on failure.
+// Writes `blen` bytes of `bf` to the master `fd`. With `echo_off` they are a finished line, which
+// the program's terminal doesn't echo and which is written whole, output relayed meanwhile; else as
+// much as the master takes at once. Returns the number of bytes done with, or -1 on failure.
 int write_to_pty(int fd, const char *bf, int blen, int echo_off);
 // True while the program has not yet dealt with the line before (see send.cpp).
 bool line_settling(int fd);
@@ -64,9 +65,12 @@ void echo_disarm();
 void handle_end_of_input(int fd);
 
 // Output path (output.cpp).
-// Reads one packet from the master and relays it. Returns 0, or -1 when nothing could be read and the
-// program is known to be dead.
+// Reads one packet from the master and relays it. Returns 0, or -1 when nothing could be read and
+// the program is known to be dead.
 int handle_fd_stdout(int fd);
+// Relays the rest of an escape sequence, of a character, or of a line end of which a read has
+// brought the beginning, as far as it is there: a line that comes back in between would break it.
+void relay_rest_of_piece(int fd);
 int handle_fd_except(int fd, int *except_handled);
 // Re-evaluates whether editing may be in force. Returns 0, -1 when the settings can't be read.
 int check_fd_mode(int fd);
@@ -77,17 +81,26 @@ extern int Input_flushed;
 // The master reports hang-up although the program lives: nobody has the terminal open.
 extern int Master_hung_up;
 
+// The screen's row (row.cpp).
+// `len` bytes of program output are being shown.
+void row_follow(const char *data, int len);
+// True when they end within what a terminal takes as one.
+bool row_in_piece();
+// Somebody else has written on the row.
+void row_forget();
+
 // Waiting (wait_loop in pass.cpp).
 inline constexpr int kMasterSlot = 0;
 inline constexpr int kKeyboardSlot = 1;
 // Sleeps until the master, or the keyboard where `keys`, is ready, or `timeout_ns` has passed. With
-// `pending`, also until the master takes bytes. A master that hangs is left out and tried again every
-// 100 ms. Returns as wait_ready; `fds` (two entries) holds what is ready.
+// `pending`, also until the master takes bytes. A master that hangs is left out and tried again
+// every 100 ms. Returns as wait_ready; `fds` (two entries) holds what is ready.
 int wait_terminals(int fd, bool keys, bool pending, long timeout_ns, struct pollfd *fds);
 // True when the program's side is to be read.
 bool master_ready(const struct pollfd *fds);
-// Relays program output and serves signals for one wait of at most `timeout_ns`, without the keyboard.
-// `pending`: returns also when the master takes bytes. True unless a keyboard signal came.
+// Relays program output and serves signals for one wait of at most `timeout_ns`, without the
+// keyboard. `pending`: returns also when the master takes bytes. True unless a keyboard signal
+// came.
 bool relay_once(int fd, bool pending, long timeout_ns);
 // A wait has just found keys: see pass_key_expected.
 void pass_keys_seen();

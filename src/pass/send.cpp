@@ -1,22 +1,23 @@
 // send.cpp: lines and keys to the program.
 //
 // A finished line must not be echoed by the program's terminal, and echo must not come back over a
-// program that has turned it off. The system takes written bytes in a worker of its own, after the write
-// has returned, and a program wakes as soon as a line end is there. So the line goes without its newline
-// while echo is off, which wakes nobody; a poll of the slave waits for the worker; echo is as it was
-// found again before the newline goes, and the newline's own echo is dropped on its way back.
+// program that has turned it off. The system takes written bytes in a worker of its own, after the
+// write has returned, and a program wakes as soon as a line end is there. So the line goes without
+// its newline while echo is off, which wakes nobody; a poll of the slave waits for the worker; echo
+// is as it was found again before the newline goes, and the newline's own echo is dropped on its
+// way back.
 //
-// Lines that come faster than the program takes them wait, see look: typed ahead of a password prompt
-// they would meet the program in the middle of changing its modes.
-#include <cctype>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
+// Lines that come faster than the program takes them wait, see look: typed ahead of a password
+// prompt they would meet the program in the middle of changing its modes.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 #include "edit.h"
 #include "main.h"
@@ -29,8 +30,9 @@ static constexpr long kLookEvery = 500 * kMicrosecond;
 static constexpr long kSilence = 2 * kMillisecond;  // after taking a line: nothing will be printed
 // A program that has printed whole lines only may be about to print its prompt.
 static constexpr long kPromptFollows = 50 * kMicrosecond;
-static constexpr long kBusy = 50 * kMillisecond;    // a program that takes no line for so long is busy
-static constexpr int kQueueRoom = 4000;   // bytes of input kept below what the system's queue holds
+static constexpr long kBusy =
+    50 * kMillisecond;                   // a program that takes no line for so long is busy
+static constexpr int kQueueRoom = 4000;  // bytes of input kept below what the system's queue holds
 static constexpr int kRelayFirst = 65536;  // bytes of output relayed before a line is written
 
 // How far the program has come with the line sent last.
@@ -50,9 +52,7 @@ static bool Echo_held = false;
 static const char *Echo_want = "";  // empty when none is expected
 static bool Echo_begun = false;     // its first byte was at the end of a read
 
-tcflag_t program_lflag(tcflag_t lflag) {
-    return Echo_held ? lflag | ECHO : lflag;
-}
+tcflag_t program_lflag(tcflag_t lflag) { return Echo_held ? lflag | ECHO : lflag; }
 
 void echo_disarm() {
     Echo_want = "";
@@ -132,9 +132,9 @@ static void look(int fd) {
     }
     if (Line_state != Line::taken) return;
     const long long now = now_ns();
-    const bool served =
-        Printed_ns == 0 ? now - Taken_ns >= kSilence
-                        : Prompt_shown || now - Printed_ns >= kPromptFollows || now - Taken_ns >= kBusy;
+    const bool served = Printed_ns == 0 ? now - Taken_ns >= kSilence
+                                        : Prompt_shown || now - Printed_ns >= kPromptFollows ||
+                                              now - Taken_ns >= kBusy;
     if (served) Line_state = Line::done;
 }
 
@@ -151,7 +151,8 @@ void line_idle() {
 
 bool line_settling(int fd) {
     if (Line_state == Line::done) return false;
-    // A program mostly prints something first, which leads to a look; each one costs a slave opened.
+    // A program mostly prints something first, which leads to a look; each one costs a slave
+    // opened.
     if (Line_state == Line::sent && now_ns() - Sent_ns < kLookEvery) return true;
     look(fd);
     return Line_state == Line::sent || Line_state == Line::taken;
@@ -181,8 +182,8 @@ static bool await_turn(int fd, int len) {
     }
 }
 
-// Writes all bytes, relaying output while the master takes none. Returns 1, 0 when a keyboard signal
-// came and the rest is dropped, -1 on failure.
+// Writes all bytes, relaying output while the master takes none. Returns 1, 0 when a keyboard
+// signal came and the rest is dropped, -1 on failure.
 static int write_all(int fd, const char *data, int len) {
     while (len > 0) {
         const ssize_t n = write(fd, data, static_cast<std::size_t>(len));
@@ -227,7 +228,7 @@ static int echo_on(int peer) {
     return tty_echo_set(peer, 1);  // read anew: the program may have changed something else
 }
 
-// Writes a line whose end is its only one.
+// Writes a line whose end is its only one. Returns 0, or -1 when nothing was written.
 static int send_split(int fd, int peer, const struct termios &found, const char *line, int len) {
     const bool newline = line[len - 1] == '\n';
     const int body = newline ? len - 1 : len;
@@ -236,12 +237,13 @@ static int send_split(int fd, int peer, const struct termios &found, const char 
         if (echo_off(peer, found) != 0) return -1;
         result = write_all(fd, line, body);
         flush_worker(peer);
-        if (echo_on(peer) != 0) return -1;
+        (void)echo_on(peer);  // the text is out: the line goes on, and never a second time
     }
-    if (!newline || result != 1) return result;
+    if (!newline || result != 1) return 0;
     Echo_want = (found.c_oflag & OPOST) != 0 && (found.c_oflag & ONLCR) != 0 ? "\r\n" : "\n";
     Echo_begun = false;
-    return write_all(fd, "\n", 1);
+    (void)write_all(fd, "\n", 1);
+    return 0;
 }
 
 // Writes a line that a program may begin to read before it is complete, or behind others.
@@ -253,8 +255,8 @@ static int send_whole(int fd, int peer, const struct termios &found, const char 
     flush_worker(peer);
     while (result == 1 && line[len - 1] == '\n' && unread_on(peer) == before && now_ns() < limit)
         if (!relay_once(fd, false, kLookEvery)) break;
-    if (echo_on(peer) != 0) return -1;
-    return result;
+    (void)echo_on(peer);
+    return 0;
 }
 
 // The same without a look at the slave.
@@ -263,10 +265,10 @@ static int send_blind(int fd, const char *line, int len) {
     if (tcgetattr(fd, &found) != 0) return -1;
     const bool echo = (found.c_lflag & ECHO) != 0;
     if (echo && echo_off(fd, found) != 0) return -1;
-    const int result = write_all(fd, line, len);
+    (void)write_all(fd, line, len);
     (void)relay_once(fd, false, kSilence);
-    if (echo && echo_on(fd) != 0) return -1;
-    return result;
+    if (echo) (void)echo_on(fd);
+    return 0;
 }
 
 static void relay_waiting(int fd) {
@@ -283,9 +285,9 @@ static int send_through_peer(int fd, int peer, const char *line, int len) {
     if (tcgetattr(peer, &found) != 0) return -1;
     const bool busy = Line_state == Line::busy;
     const bool newline = line[len - 1] == '\n';
-    int result;
+    int result = 0;
     if ((found.c_lflag & ECHO) == 0)
-        result = write_all(fd, line, len);
+        (void)write_all(fd, line, len);
     else if (busy || has_line_end(found, line, newline ? len - 1 : len))
         result = send_whole(fd, peer, found, line, len);
     else
@@ -379,7 +381,8 @@ static void send_end_of_file(int fd) {
     Line_is_open = false;
 }
 
-// A key typed after the end of input goes to the program; false when it is another end-of-input key.
+// A key typed after the end of input goes to the program; false when it is another end-of-input
+// key.
 static bool pass_key(int fd, int key) {
     if (key == editb.e_eof) return false;
     const char byte = static_cast<char>(key);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "pass.h"
 #include "vi_internal.h"
 
 namespace vi {
@@ -10,22 +11,36 @@ namespace vi {
 // Characters of the line, without the blank that an operator may have put behind it.
 static int line_length() { return editb.e_eol + 1 - (end_blank ? 1 : 0); }
 
-static void write_times(int c, int count) {
-    for (; count > 0; count--) e_putchar(c);
+static void go_left(int count) {
+    for (; count > 0; count--) e_putchar('\b');
 }
 
 // Works on what the row shows, not on the line.
 static void step_off() {
     const int at = editb.e_pcur - win_first();
     const int marked = margin_shown() != ' ' ? editb.e_wsize + 1 : 0;
-    const int used = std::max({win_last() + 1, marked, at});
-    write_times('\b', at);
-    write_times(' ', used);
-    write_times('\b', used);
+    if (own_row) pass_row_new();
+    // Output that the text has covered shows again.
+    char rest[kRowColumns];
+    const int rest_len = std::min(pass_row_rest(rest), editb.e_wsize + 1);
+    const int used = std::max({win_last() + 1, marked, at, rest_len});
+    go_left(at);
+    for (int i = 0; i < used; i++) e_putchar(i < rest_len ? byte_of(rest[i]) : ' ');
+    go_left(used);
     editb.e_pcur = win_first();
     win_last() = -1;
     forget_window();
     margin_shown() = ' ';
+}
+
+// The row behind the cursor may hold output that the text now covers: it counts as shown, so that the
+// next refresh blanks it.
+static void take_rest_into_window() {
+    char rest[kRowColumns];
+    const int len = pass_row_rest(rest);
+    win_last() = std::min(len, editb.e_wsize) - 1;
+    memcpy(editb.e_window, rest, static_cast<std::size_t>(win_last() + 1));
+    if (len > editb.e_wsize) margin_shown() = 0;
 }
 
 static void come_back() {
@@ -41,12 +56,15 @@ static void come_back() {
 
     if (own_row) {
         e_putchar('\n');
+        pass_row_new();
         pr_prompt();
     } else if (editb.e_crlf != 0 && (was_alone || editb.e_plen == kPromptSize - 2)) {
         // The row doesn't hold the prompt from its first column on, or holds more of it than is
         // captured.
         pr_prompt();
         forget_row();
+    } else {
+        take_rest_into_window();
     }
     show_line();
 }
