@@ -42,7 +42,10 @@ need() {
 # What a build takes, what the tests take besides.
 build_packages=(g++ cmake ninja-build)
 # shellcheck disable=SC2034
-test_packages=("${build_packages[@]}" libgtest-dev libvterm-dev)
+test_packages=("${build_packages[@]}" libgtest-dev libvterm-dev
+    bc dash gdb python3 sqlite3 # run inside morp
+    bash-completion fish zsh    # try the completions
+    dpkg-dev file)              # build the package
 
 # configure PRESET: prepares build/PRESET; without a change it says and does nothing. A folder that
 # was configured before keeps its generator.
