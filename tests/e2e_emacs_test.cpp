@@ -196,26 +196,6 @@ TEST(EmacsOutput, LineBehindASearchTextGoesOnWhenEditingEnds) {
     EXPECT_EQ(s.history("sh").find("abc"), std::string::npos);
 }
 
-// Within the line keys are read in bursts and drawn when none is left; a last key that changes
-// nothing must not leave the others undrawn.
-TEST(EmacsScreen, BurstsAreShownWhateverTheirLastKey) {
-    for (const std::string &last : {"\0"s, "\x1b"s, "\x18"s, "\x1d"s,
-                                    "\x1b"
-                                    "5"s,
-                                    "\x17"s}) {
-        SCOPED_TRACE(harness::visible(last));
-        Session s("emacs", "printf '> '; read -r x");
-        s.wait_editing("> ");
-        s.type("bc\1\0"s);
-        s.wait_for("the start", [&] { return s.cursor() == Session::Place{0, 2}; });
-        s.wait_asleep();
-        s.type("xa" + (last == "\x17" ? "\0"s : ""s) + last);
-        s.wait_row(0, "> xabc");
-        s.wait_asleep();
-        EXPECT_EQ(s.cursor(), (Session::Place{0, 4}));
-    }
-}
-
 TEST(EmacsScreen, LongLineKeepsItsCursorInTheWindow) {
     Options options{.program = {"sh", "-c", "printf '> '; read -r x; printf \"<${#x}>\""},
                     .env = {{"COLUMNS", "23"}}};

@@ -352,6 +352,7 @@ TEST(Idle, NothingWakesMorp) {
                 Session s(options);
                 s.wait_text("> ");
                 s.type(typed);
+                s.wait_text(std::string("> ") + typed);
                 s.wait_asleep();
                 EXPECT_EQ(sleeps_in_a_while(s), 0);
             }

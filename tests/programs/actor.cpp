@@ -74,9 +74,19 @@ std::string hex(std::string_view bytes) {
 int echo(const char *prompt) {
     std::string line;
     put(prompt);
-    while (get_line(line))
-        put("<" + line + ">\n" + prompt);  // in one piece, so that nothing comes between
+    while (get_line(line)) put("<" + line + ">\n" + prompt);
     put("<end>\n");
+    return 0;
+}
+
+// The same on a terminal that leaves output alone: what is written in one piece arrives in one.
+int echo_whole(const char *prompt) {
+    termios plain = settings();
+    plain.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+    tcsetattr(0, TCSANOW, &plain);
+    std::string line;
+    put(prompt);
+    while (get_line(line)) put("<" + line + ">\r\n" + prompt);
     return 0;
 }
 
@@ -249,17 +259,12 @@ constexpr struct {
     const char *name;
     int (*run)(const char *);
 } kActs[] = {
-    {"count", count},
-    {"detach", detach},
-    {"echo", echo},
-    {"flood", flood},
-    {"flood-take", flood_take},
-    {"give", give},
-    {"screen", screen},
-    {"secret", secret},
-    {"settings", settings_dump},
-    {"signals", signals},
-    {"size", size},
+    {"count", count},     {"detach", detach},
+    {"echo", echo},       {"echo-whole", echo_whole},
+    {"flood", flood},     {"flood-take", flood_take},
+    {"give", give},       {"screen", screen},
+    {"secret", secret},   {"settings", settings_dump},
+    {"signals", signals}, {"size", size},
     {"take", take},
 };
 
