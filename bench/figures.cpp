@@ -247,7 +247,8 @@ static Values grep(const Setting &s) {
 
 // --- System calls ---
 
-// Calls that morp makes in a run in which `count` times `keys` are typed, then the program is ended.
+// Calls that morp makes in a run in which `count` times `keys` are typed, then the program is
+// ended.
 static double calls(const Setting &s, Front front, int count, std::string_view keys,
                     std::string_view last) {
     const std::string trace = s.folder + "/trace";

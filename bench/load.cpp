@@ -3,8 +3,9 @@
 // load once              prints a prompt, reads one line, ends
 // load answer            prints a prompt, answers each line with the line, until "end"
 // load blocks|lines|bytes [raw] COUNT
-//     between the words "<go>" and "<end>" writes COUNT blocks of 64 KiB, or COUNT lines or bytes with a
-//     write each; raw: after it has turned all processing of its own terminal off. Then waits for a key.
+//     between the words "<go>" and "<end>" writes COUNT blocks of 64 KiB, or COUNT lines or bytes
+//     with a write each; raw: after it has turned all processing of its own terminal off. Then
+//     waits for a key.
 #include <termios.h>
 #include <unistd.h>
 #include <cstdio>

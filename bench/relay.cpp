@@ -1,7 +1,8 @@
-// relay.cpp: the least that a program between terminal and program can do: one poll, one read of up to
-// 64 KiB, one write. The yardstick that morp is measured beside.
+// relay.cpp: the least that a program between terminal and program can do: one poll, one read of up
+// to 64 KiB, one write. The yardstick that morp is measured beside.
 //
-// relay [-o] program [arguments...]    -o leaves the terminal's output processing on, as editing must
+// relay [-o] program [arguments...]    -o leaves the terminal's output processing on, as editing
+// must
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>

@@ -1,5 +1,5 @@
-// session.h: one run of a program on a pseudo-terminal of its own, whose other end is drained at full
-// speed: the user's side of every measurement.
+// session.h: one run of a program on a pseudo-terminal of its own, whose other end is drained at
+// full speed: the user's side of every measurement.
 #pragma once
 
 #include <sys/types.h>

@@ -409,8 +409,8 @@ void run_editor(const Editor &editor, const std::uint8_t *data, std::size_t size
 
 bool pass_key_expected() { return fuzz::Run.pasted && !fuzz::Run.keys.empty(); }
 KeyWait pass_wait_key() { return fuzz::wait_key(); }
-ssize_t keyboard_read(void *to, std::size_t len) {
-    return fuzz::read_keys(static_cast<char *>(to), len);
+ssize_t keyboard_read(void *buf, std::size_t len) {
+    return fuzz::read_keys(static_cast<char *>(buf), len);
 }
 int keyboard_waiting() { return static_cast<int>(fuzz::Run.keys.size()); }
 int keyboard_fd() { return STDIN_FILENO; }

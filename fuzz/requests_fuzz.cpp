@@ -26,7 +26,7 @@ static int take_byte() {
 }
 
 static std::string take(int count) {
-    const std::string piece(Rest.substr(0, static_cast<std::size_t>(count)));
+    std::string piece(Rest.substr(0, static_cast<std::size_t>(count)));
     Rest.remove_prefix(piece.size());
     return piece;
 }
@@ -53,7 +53,7 @@ static void find() {
     const int how = take_byte();
     const int n = take_number();
     const std::string piece = take(take_byte() % 32);
-    const std::string text = piece.c_str();
+    const std::string text(piece.data());  // up to its first NUL
     const histloc found = hist_find(text.c_str(), n, how & 1, (how & 2) - 1);
     if (text.empty()) return;  // found next to any number
     require(found.his_line >= 0 && found.his_command >= -1 && found.his_command < fc_fix->fixind);

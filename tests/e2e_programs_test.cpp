@@ -1,5 +1,5 @@
-// e2e_programs_test.cpp: real programs on the real screen. Each conversation types, recalls, searches
-// and ends, and the whole screen is compared after each of its steps.
+// e2e_programs_test.cpp: real programs on the real screen. Each conversation types, recalls,
+// searches and ends, and the whole screen is compared after each of its steps.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

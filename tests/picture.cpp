@@ -1,7 +1,7 @@
 // picture: draws docs/morp.svg from the screen of a real session; script/picture runs it.
 //
-// The session is typed step by step. A note to a step stands right of the row in which it was typed,
-// and what was typed is drawn in a colour of its own. The picture goes to standard output.
+// The session is typed step by step. A note to a step stands right of the row in which it was
+// typed, and what was typed is drawn in a colour of its own. The picture goes to standard output.
 #include <cstdio>
 #include <filesystem>
 #include <iostream>

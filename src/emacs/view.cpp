@@ -1,6 +1,6 @@
 // view.cpp: how the line makes way for program output and comes back. Output arrives only while the
-// editor waits. The row may lag behind the line then: the next key makes up for an update that was put
-// off while keys were pending.
+// editor waits. The row may lag behind the line then: the next key makes up for an update that was
+// put off while keys were pending.
 #include <algorithm>
 #include <cstring>
 
@@ -54,8 +54,8 @@ static void step_off() {
     setcursor(prompt, 0);
 }
 
-// The row behind the cursor may hold output that the text now covers: the image shows it, so that the
-// next update blanks it.
+// The row behind the cursor may hold output that the text now covers: the image shows it, so that
+// the next update blanks it.
 static void take_rest_into_image() {
     char rest[kRowColumns];
     const int len = pass_row_rest(rest);

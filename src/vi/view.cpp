@@ -33,13 +33,14 @@ static void step_off() {
     margin_shown() = ' ';
 }
 
-// The row behind the cursor may hold output that the text now covers: it counts as shown, so that the
-// next refresh blanks it.
+// The row behind the cursor may hold output that the text now covers: it counts as shown, so that
+// the next refresh blanks it.
 static void take_rest_into_window() {
     char rest[kRowColumns];
     const int len = pass_row_rest(rest);
-    win_last() = std::min(len, editb.e_wsize) - 1;
-    memcpy(editb.e_window, rest, static_cast<std::size_t>(win_last() + 1));
+    const int shown = std::min(len, editb.e_wsize);
+    memcpy(editb.e_window, rest, static_cast<std::size_t>(shown));
+    win_last() = shown - 1;
     if (len > editb.e_wsize) margin_shown() = 0;
 }
 

@@ -1,6 +1,6 @@
-// gate: asks for a password as ssh does, on the terminal itself, and then takes commands as a remote
-// shell without an editor would: each is answered with [command], "exit" ends. The first argument is
-// the password; after three wrong ones it ends with status 255.
+// gate: asks for a password as ssh does, on the terminal itself, and then takes commands as a
+// remote shell without an editor would: each is answered with [command], "exit" ends. The first
+// argument is the password; after three wrong ones it ends with status 255.
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
