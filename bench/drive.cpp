@@ -59,7 +59,7 @@ static bool print_row(const Measurement &m, std::size_t r, const Results &result
     const double ratio = median_ratio(results[0][r], results[1][r]);
     const double judged = row.judged == Bar::absolute ? own : ratio;
     const bool met = row.judged == Bar::none || judged <= row.bar;
-    std::string third = "";
+    std::string third;
     if (results.size() > 2) third = text(median_ratio(results[2][r], results[1][r]));
     const std::string bar = row.judged == Bar::none ? "" : "≤ " + text(row.bar);
     (void)printf("| %s | %s | %s | %s | %s | %s | %s |\n", row.what, text(own, row).c_str(),

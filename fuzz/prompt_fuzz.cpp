@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const std::size_t length = std::min<std::size_t>(data[at], size - at - 1);
         const int often = data[at] == 255 ? 40 : 1;  // so that the capture overflows
         const std::string bytes(reinterpret_cast<const char *>(data) + at + 1, length);
-        const std::string piece(bytes.data());  // NUL ends a piece
+        const std::string piece(bytes.substr(0, bytes.find('\0')));  // NUL ends a piece
         for (int i = 0; i < often; i++) {
             e_setup_prime(piece.c_str());
             output += piece;

@@ -53,7 +53,7 @@ static void find() {
     const int how = take_byte();
     const int n = take_number();
     const std::string piece = take(take_byte() % 32);
-    const std::string text(piece.data());  // up to its first NUL
+    const std::string text = piece.substr(0, piece.find('\0'));
     const histloc found = hist_find(text.c_str(), n, how & 1, (how & 2) - 1);
     if (text.empty()) return;  // found next to any number
     require(found.his_line >= 0 && found.his_command >= -1 && found.his_command < fc_fix->fixind);
