@@ -72,6 +72,7 @@ static int text_length() {
 
 static void come_back() {
     const int old_plen = editb.e_plen;
+    const bool was_full = editb.e_eol + 1 >= editb.e_llimit;
     const int text_len = text_length();
     e_new_prompt(kPromptSize);
     if (drop_unfit_prompt(text_len)) {
@@ -88,6 +89,8 @@ static void come_back() {
     editb.e_eol += moved;
     editb.e_fchar += moved;
     editb.e_llimit = capacity - editb.e_plen;
+    // A prompt that has grown must not end the line.
+    if (!was_full) editb.e_llimit = std::max(editb.e_llimit, editb.e_eol + 2);
     draw(FIRST);
     take_rest_into_image();
     draw(UPDATE);

@@ -70,7 +70,9 @@ static int relay_packet(int fd, std::size_t size) {
     if (header == TIOCPKT_DATA) {
         if (nread > 1) relay_data(buffo + 1, nread - 1);
     } else {
-        echo_disarm();
+        // The system reports a status before the data that were there first. Only output that was
+        // thrown away takes the echo with it.
+        if ((header & TIOCPKT_FLUSHWRITE) != 0) echo_disarm();
         if ((header & TIOCPKT_FLUSHREAD) != 0) Input_flushed = 1;
     }
     return 0;
