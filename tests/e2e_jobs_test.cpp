@@ -114,16 +114,20 @@ TEST(Suspend, InTheBackgroundTheTerminalIsLeftAlone) {
 TEST(Suspend, AKilledJobEndsFromTheBackgroundToo) {
     for (const int sig : {SIGTERM, SIGHUP}) {
         for (const bool foreground : {false, true}) {
-            SCOPED_TRACE(std::to_string(sig) + (foreground ? " fg" : " bg"));
-            Session s(run("emacs", "1", {"actor", "echo", "> "}));
-            s.wait_editing("> ");
-            s.type("\x1a");
-            s.wait_stopped();
-            s.signal(sig);
-            foreground ? s.fg() : s.bg();
-            EXPECT_EQ(s.wait_exit(), 1);
-            EXPECT_EQ(s.mode(), Mode::original);
-            s.wait_no_process();
+            for (const bool from_outside : {false, true}) {
+                SCOPED_TRACE(std::to_string(sig) + (foreground ? " fg" : " bg") +
+                             (from_outside ? ", stopped from outside" : ""));
+                Session s(run("emacs", "1", {"actor", "echo", "> "}));
+                s.wait_editing("> ");
+                from_outside ? s.signal(SIGSTOP) : s.type("\x1a");
+                s.wait_stopped();
+                s.set_terminal(s.terminal_at_start());  // as a shell does
+                s.signal(sig);
+                foreground ? s.fg() : s.bg();
+                EXPECT_EQ(s.wait_exit(), 1);
+                EXPECT_EQ(s.mode(), Mode::original);
+                s.wait_no_process();
+            }
         }
     }
 }

@@ -218,12 +218,6 @@ TEST(ModeAfterWakeUp, IsTheEditorsOwn) {
         {"SIGWINCH", [](Session &s) { s.signal(SIGWINCH); }},
         {"SIGCHLD", [](Session &s) { s.signal(SIGCHLD); }},
         {"SIGCONT", [](Session &s) { s.signal(SIGCONT); }},
-        {"program stopped by SIGTTIN and continued",
-         [](Session &s) {
-             kill(s.program_pid(), SIGTTIN);
-             s.wait_asleep();
-             kill(s.program_pid(), SIGCONT);
-         }},
         {"status packet",
          [](Session &s) {
              const std::string tty = "/proc/" + std::to_string(s.program_pid()) + "/fd/0";

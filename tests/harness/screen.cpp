@@ -2,6 +2,8 @@
 
 #include <vterm.h>
 
+#include <algorithm>
+
 namespace harness {
 namespace {
 
@@ -42,7 +44,10 @@ void Screen::feed(std::string_view bytes) {
         const auto byte = static_cast<unsigned char>(c);
         append_utf8(text, byte < 0x80 || byte >= 0xa0 ? byte : 0xfffdU);
     }
-    vterm_input_write(term_, text.data(), text.size());
+    // It lays each call's text out on its stack.
+    constexpr std::size_t kPiece = 16384;
+    for (std::size_t at = 0; at < text.size(); at += kPiece)
+        vterm_input_write(term_, text.data() + at, std::min(kPiece, text.size() - at));
 }
 
 void Screen::resize(int rows, int cols) {
