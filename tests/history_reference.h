@@ -19,8 +19,9 @@ struct Reference {
         bool found;
         do {
             offset -= 16 * missing + 8192;
-            const std::size_t i = offset > 0 ? file.find(sync, std::size_t(offset)) : file.npos;
-            found = i != file.npos && i + 7 <= file.size();
+            const std::size_t i =
+                offset > 0 ? file.find(sync, std::size_t(offset)) : std::string::npos;
+            found = i != std::string::npos && i + 7 <= file.size();
             const int first = found ? std::max(sync_number(i + 2), 1) : 1;
             index(first, found ? i + 7 : 2);
             missing = reach - (number - first);
@@ -36,7 +37,7 @@ struct Reference {
     void index(int first, std::size_t p) {
         starts.clear();
         enter(first, p);
-        for (std::size_t end; (end = file.find('\0', p)) != file.npos;) {
+        for (std::size_t end; (end = file.find('\0', p)) != std::string::npos;) {
             const std::string_view record(&file[p], end - p);
             const bool old_sync = version == 0 && record.starts_with('\x82');
             p = old_sync ? p + 5 : end + 1;
@@ -71,7 +72,7 @@ struct Reference {
         while ((bound - from) * step > 0) {
             const std::string_view t = text(from += step);
             const std::size_t hit = t.find(what);
-            if (hit != t.npos && (hit == 0 || anywhere))
+            if (hit != std::string::npos && (hit == 0 || anywhere))
                 return {from, int(std::count(t.data(), t.data() + hit + what.size(), '\n'))};
         }
         return {-1, 0};
