@@ -70,7 +70,7 @@ static std::string random_file(std::size_t count, std::size_t damage) {
     open_with(kHeader);
     for (const std::size_t phase = pick(256); count > 0; count--) {
         const std::size_t longest =
-            std::array<std::size_t, 4>{8, 300, 12, 3000}[(count + phase) / 64 % 4];
+            std::array<std::size_t, 4>{8, 300, 12, 3000}[(count + phase) / 16 % 4];
         std::string text(1 + pick(longest), 'a');
         for (char &c : text) c = "aaabbbcc\n\x82\x81\x01"[pick(12)];
         record(text);
@@ -78,11 +78,12 @@ static std::string random_file(std::size_t count, std::size_t damage) {
     }
     std::string all = bytes();
     for (; damage > 0; damage--) {
-        const std::string wrong = std::array{"\x82\0"s, "\x82\0a\0"s, "\x81\0"s, ""s,
-                                             sync_record(pick(9) << pick(24))}[pick(5)];
+        const std::string wrong =
+            std::array{"\x82\0"s, "\x82\0a\0"s, "\x81\0"s, ""s,
+                       sync_record(pick(9) << pick(24)) + "\x81\0\x81\0"s}[pick(5)];
         const std::size_t at = all.size() - pick(std::min(all.size(), 40'000UL));
         all.erase(at, pick(4));
-        for (std::size_t left = pick(40) == 0 ? 4000 : pick(4); left > 0; left--)
+        for (std::size_t left = pick(60) == 0 ? 4000 : pick(4); left > 0; left--)
             all.insert(at, wrong);
     }
     return all;
@@ -155,11 +156,11 @@ TEST(History, OtherFilesAreLeftAlone) {
 }
 
 TEST(History, EqualsTheByteWiseRules) {
-    constexpr int kReaches[] = {0, 1, 2, 15, 16, 128, 700, 4600};
-    for (std::size_t round = 0; round < 250; round++) {
+    constexpr int kReaches[] = {0, 2, 15, 16, 128, 700};
+    for (std::size_t round = 0; round < 300; round++) {
         SCOPED_TRACE(round);
-        const int reach = kReaches[pick(8)];
-        std::string file = random_file(pick(3) == 0 ? pick(5) : pick(800), round % 3 * pick(9));
+        const int reach = kReaches[pick(6)];
+        std::string file = random_file(pick(3) == 0 ? pick(5) : pick(800), round % 3 * pick(12));
         if (round % 8 == 0 && file.size() > 1) file[1] = 0;  // the old format
         open_with(file, reach);
         ASSERT_EQ(difference(file, reach), "");
@@ -168,8 +169,8 @@ TEST(History, EqualsTheByteWiseRules) {
         if (file.size() > 8000) continue;
         // Another process writes it in pieces.
         open_with(file.substr(0, 2), reach);
-        for (std::size_t done = 2; done < file.size(); hist_eof(), done += 50)
-            append(file.substr(done, 50));
+        for (std::size_t done = 2; done < file.size(); hist_eof(), done += 7)
+            append(file.substr(done, 7));
         ASSERT_EQ(difference(file, reach), "");
     }
 }
@@ -177,16 +178,22 @@ TEST(History, EqualsTheByteWiseRules) {
 // The search for a sync record begins or goes on where one stands, and the commands behind it are
 // just as many as are wanted.
 TEST(History, SyncRecordsAtEveryBoundary) {
-    for (const int reach : {1, 2, 4600}) {
-        std::string last = reach == 2 ? sync_record(778) : "";
-        for (int i = 1; i < reach; i++) last += "b\n\0\0"s;
-        for (int shift = -9; shift <= 9; shift++) {
-            const int from_end = (16 * reach + 16384) % 65536 + shift;
-            const std::string file =
-                kHeader + std::string(100'000, 'a') + "\n\0"s + sync_record(777) +
-                std::string(std::size_t(from_end) - 8 - last.size(), 'b') + "\n\0"s + last;
-            open_with(file, reach);
-            ASSERT_EQ(difference(file, reach), "") << reach << ' ' << shift;
+    const std::string kHeads[] = {sync_record(777),
+                                  sync_record(1) + "\x81\0"s,  // withdraws nothing
+                                  // What is a record here depends on where one begins.
+                                  sync_record(500) + "\x82\0\x82\0abcd\x81\0"s};
+    for (int shift = -16; shift <= 9; shift++) {
+        for (const int reach : {1, 2, 4600}) {
+            for (const std::string &head : kHeads) {
+                std::string all = reach == 2 ? sync_record(778) : "";
+                for (int i = 1; i < reach; i++) all += "b\n\0\0"s;
+                all = "b\n\0"s + all;
+                const int from_end = (16 * reach + 16384) % 65536 + shift;
+                all = std::string(std::size_t(from_end) - head.size() - all.size(), 'b') + all;
+                all = kHeader + "a\n\0"s + std::string(99'999, 'a') + "\n\0"s + head + all;
+                open_with(all, reach);
+                ASSERT_EQ(difference(all, reach), "") << reach << ' ' << shift << ' ' << head;
+            }
         }
     }
 }
@@ -199,7 +206,7 @@ TEST(History, OpeningReadsOnlyTheTail) {
     EXPECT_EQ(fc_fix->fixind, 778);
     std::filesystem::resize_file(Path, 0);  // by another process
     record("ls");
-    EXPECT_EQ(bytes(), kHeader + "ls\n\0"s);
+    EXPECT_EQ(bytes() + std::to_string(fc_fix->fixind), kHeader + "ls\n\0"s + "2");
 }
 
 static void limit_files(rlim_t bytes) {
@@ -217,7 +224,6 @@ TEST(History, AWriteThatFailsHarmsNoOtherCommand) {
             record("lost command");
             limit_files(RLIM_INFINITY);
             record("next");
-            EXPECT_TRUE(room >= 12 || bytes().find("command") == std::string::npos);
             record("last");
             EXPECT_EQ(last_but(1) + last_but(0), "nextlast");
             EXPECT_EQ(fc_fix->fixind, Reference(bytes(), 1'000'000).number);  // of the whole file
@@ -228,7 +234,7 @@ TEST(History, AWriteThatFailsHarmsNoOtherCommand) {
 }
 
 TEST(History, WritersAtOnceLoseAndTearNothing) {
-    constexpr int kWriters = 3, kLines = 1500;
+    constexpr int kWriters = 4, kLines = 5000;
     std::set<std::string> expected, seen;
     std::filesystem::remove(Path);
     hist_close_for_test();
@@ -241,7 +247,7 @@ TEST(History, WritersAtOnceLoseAndTearNothing) {
     }
     while (wait(nullptr) > 0) continue;
     EXPECT_EQ(tool_status(), 0);  // the numbers in the sync records too
-    open(Path, "10000");
+    open(Path, "20000");
     for (int back = 0; back < fc_fix->fixind - 1; back++) seen.insert(last_but(back));
     EXPECT_TRUE(seen == expected && fc_fix->fixind == kWriters * kLines + 1);
 }
