@@ -363,3 +363,12 @@ TEST(ManyLines, APasteAtAPromptLooksLikeLinesTypedOneByOne) {
         }
     }
 }
+
+TEST(FullScreen, TheFirstLineFeedsOfARawProgramStayAlone) {
+    Session s("emacs",
+              "printf '> '; read -r x; stty -icanon -echo -opost; printf 'A\\nB\\nC'; read -r y");
+    s.wait_editing("> ");
+    s.type("go\r");
+    s.wait_text("C");
+    EXPECT_NE(s.output().find("A\nB\nC"), std::string::npos) << s.output();
+}

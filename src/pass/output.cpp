@@ -27,6 +27,9 @@ static int nread = 0;
 unsigned long Relayed_bytes = 0;
 int Input_flushed = 0;
 
+// State: true once the process is ending; the terminal's mode is finish's business then.
+static bool Ending = false;
+
 static void show(const char *data, int len) {
     if (screen_write(Screen::program, data, static_cast<std::size_t>(len)) != 0)
         fatal_message("morp: write error to stdout");
@@ -65,9 +68,15 @@ static int relay_packet(int fd, std::size_t size) {
         if (nread == 0 || errno == EIO) Master_hung_up = 1;
         return Child_dead != 0 ? -1 : 0;
     }
+    const int in_force = Vesk_on;
     (void)check_fd_mode(fd);  // editing goes on as before when the settings can't be read
     const int header = static_cast<unsigned char>(buffo[0]);
     if (header == TIOCPKT_DATA) {
+        if (nread > 1 && in_force != 0 && Vesk_on == 0 && !Ending) {
+            // A program that has gone raw counts on its line feeds being left alone from the first.
+            pass_before_output();
+            assert_user_mode();
+        }
         if (nread > 1) relay_data(buffo + 1, nread - 1);
     } else {
         // The system reports a status before the data that were there first. Only output that was
@@ -107,6 +116,7 @@ int check_fd_mode(int fd) {
 
 void pass_last_words() {
     const unsigned long from = Relayed_bytes;
+    Ending = true;
     while (Relayed_bytes - from < kLastWords) {
         Master_hung_up = 0;
         errno = 0;
