@@ -156,6 +156,7 @@ void pass_keys_seen() { Burst_end_ns = now_ns() + kMillisecond; }
 
 bool pass_key_expected() {
     if (progdone != 0 || Resumed != 0 || now_ns() >= Burst_end_ns) return false;
+    if (keyboard_waiting() == 0) return false;  // a key typed singly pays for no more than this
     (void)check_fd_mode(master_fd);
     Input_flushed = 0;
     return Vesk_on != 0;
