@@ -2,6 +2,7 @@
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -91,9 +92,12 @@ int handle_fd_stdout(int fd) { return relay_packet(fd, kPacketSize); }
 
 void relay_rest_of_piece(int fd) {
     constexpr int kMostBytes = 128;
-    for (int i = 0; i < kMostBytes && row_in_piece() && Vesk_on != 0 && progdone == 0; i++) {
-        struct pollfd master = {fd, POLLIN, 0};
-        if (poll(&master, 1, 0) != 1 || (master.revents & POLLIN) == 0) return;
+    const long long limit = now_ns() + 2 * kMillisecond;  // a program that floods needs less
+    for (int i = 0; i < kMostBytes && row_in_piece() && Vesk_on != 0; i++) {
+        const long left = static_cast<long>(std::max(limit - now_ns(), 0LL));
+        struct pollfd fds[2];
+        const int ready = wait_terminals(fd, false, false, left, fds);
+        if (progdone != 0 || ready <= 0 || !master_ready(fds)) return;
         (void)relay_packet(fd, 2);  // the header and one byte
     }
 }
