@@ -134,6 +134,10 @@ int e_unmark(int c);
 void e_setup_prime(const char *ptr);
 // Empties the prompt capture.
 void e_reset_prime();
+// The prompt captured so far, beside the one that was there when the capture was emptied last:
+// compared as far as 127 characters from the end go. `none`: there is none now, and was none then.
+enum class PromptNow { none, same, other };
+PromptNow e_compare_prompt();
 // Prepares editb for a new line: descriptor, history bounds, window width, prompt. `prompt_size` is
 // that of the buffer at e_prompt; at most prompt_size - 2 prompt characters are stored.
 void e_setup(int fd, int prompt_size);

@@ -13,6 +13,9 @@ static char *Prime_ptr = Prime_buf;  // at the terminating NUL
 // Kept when the capture overflows: the most recent third.
 static constexpr std::size_t kPrimeKept = 2730;
 
+// State: the end of the prompt that was there before.
+static char Last_prompt[128];
+
 int e_row_stale = 0;
 
 void edit_reset_prime() {
@@ -41,19 +44,33 @@ void e_setup_prime(const char *ptr) {
     *Prime_ptr = '\0';
 }
 
-void e_reset_prime() {
-    Prime_ptr = Prime_buf;
-    *Prime_ptr = '\0';
-}
-
-void e_row_renewed() { e_row_stale = 0; }
-
 static const char *prompt_start() {
     const char *start = Prime_buf;
     for (const char *p = Prime_buf; *p != '\0'; p++)
         if (*p == '\n' || *p == '\r') start = p + 1;
     return start;
 }
+
+// The prompt, or its last characters where it is longer than Last_prompt.
+static const char *prompt_end() {
+    constexpr int kMost = sizeof Last_prompt - 1;
+    const char *start = prompt_start();
+    return Prime_ptr - start > kMost ? Prime_ptr - kMost : start;
+}
+
+void e_reset_prime() {
+    strcpy(Last_prompt, prompt_end());
+    Prime_ptr = Prime_buf;
+    *Prime_ptr = '\0';
+}
+
+PromptNow e_compare_prompt() {
+    const char *now = prompt_end();
+    if (*now == '\0' && Last_prompt[0] == '\0') return PromptNow::none;
+    return strcmp(now, Last_prompt) == 0 ? PromptNow::same : PromptNow::other;
+}
+
+void e_row_renewed() { e_row_stale = 0; }
 
 void e_new_prompt(int prompt_size) {
     editb.e_wsize = e_window(editb.e_fd) - 2;

@@ -58,7 +58,7 @@ static void relay_data(char *data, int len) {
     prime(data, len);
     row_follow(data, len);
     Relayed_bytes += static_cast<unsigned long>(len);
-    line_after_output(data[len - 1]);
+    line_after_output();
 }
 
 // Reads and relays one packet, or as much of it as `size` bytes hold.

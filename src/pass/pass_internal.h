@@ -47,9 +47,9 @@ int write_to_pty(int fd, const char *bf, int blen, int echo_off);
 bool line_settling(int fd);
 // Nanoseconds after which line_settling should be asked again while it is true.
 long line_next_look();
-// Program output is about to be read; has been relayed, its last byte `last`.
+// Program output is about to be read; has been relayed and is in the capture of the prompt.
 void line_before_output(int fd);
-void line_after_output(char last);
+void line_after_output();
 // Before a sleep: where no keys wait, what was kept ready for the next line is given up.
 void line_idle();
 // A keyboard signal came: nothing waits for the line before any longer.

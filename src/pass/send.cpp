@@ -14,6 +14,7 @@
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -27,9 +28,11 @@
 #include "wait.h"
 
 static constexpr long kLookEvery = 500 * kMicrosecond;
-static constexpr long kSilence = 2 * kMillisecond;  // after taking a line: nothing will be printed
-// A program that has printed whole lines only may be about to print its prompt.
-static constexpr long kPromptFollows = 50 * kMicrosecond;
+// After a program took a line: it will print nothing; after it printed something other than the
+// prompt of the line before: that was all.
+static constexpr long kSilence = 2 * kMillisecond;
+// Silence after which output of a program without a prompt was all.
+static constexpr long kMoreFollows = 50 * kMicrosecond;
 static constexpr long kBusy =
     50 * kMillisecond;                   // a program that takes no line for so long is busy
 static constexpr int kQueueRoom = 4000;  // bytes of input kept below what the system's queue holds
@@ -43,7 +46,7 @@ static Line Line_state = Line::done;
 static long long Sent_ns = 0;
 static long long Taken_ns = 0;
 static long long Printed_ns = 0;   // when the program last printed since it took the line, 0 never
-static bool Prompt_shown = false;  // what it printed last stands on an unfinished row
+static long More_follows_ns = 0;   // silence after which that was all
 static bool Line_is_open = false;  // what was sent last had no line end
 static int Kept_peer = -1;         // the slave, kept open while more lines wait behind this one
 
@@ -132,9 +135,9 @@ static void look(int fd) {
     }
     if (Line_state != Line::taken) return;
     const long long now = now_ns();
-    const bool served = Printed_ns == 0 ? now - Taken_ns >= kSilence
-                                        : Prompt_shown || now - Printed_ns >= kPromptFollows ||
-                                              now - Taken_ns >= kBusy;
+    const bool served = Printed_ns == 0
+                            ? now - Taken_ns >= kSilence
+                            : now - Printed_ns >= More_follows_ns || now - Taken_ns >= kBusy;
     if (served) Line_state = Line::done;
 }
 
@@ -162,14 +165,25 @@ void line_before_output(int fd) {
     if (Line_state == Line::sent) look(fd);
 }
 
-void line_after_output(char last) {
+void line_after_output() {
     if (Line_state != Line::taken) return;
     Printed_ns = now_ns();
-    Prompt_shown = last != '\n';
+    switch (e_compare_prompt()) {
+        case PromptNow::same:
+            More_follows_ns = 0;
+            break;
+        case PromptNow::none:
+            More_follows_ns = kMoreFollows;
+            break;
+        case PromptNow::other:
+            More_follows_ns = kSilence;
+            break;
+    }
 }
 
 long line_next_look() {
-    return Line_state == Line::taken && Printed_ns != 0 ? kPromptFollows : kLookEvery;
+    if (Line_state != Line::taken || Printed_ns == 0) return kLookEvery;
+    return std::clamp(More_follows_ns, kMoreFollows, kLookEvery);
 }
 
 // Waits until a line of `len` bytes may be written. False when a keyboard signal came.
