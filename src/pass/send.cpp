@@ -228,6 +228,16 @@ static bool has_line_end(const struct termios &t, const char *data, int len) {
            ((t.c_lflag & IEXTEN) != 0 && special_in(t, VEOL2, data, len));
 }
 
+// Writes a line, or the end of one, as write_all does. A terminal that takes newline and carriage
+// return for each other ends no line at a newline.
+static int write_line(int fd, const struct termios &t, const char *line, int len) {
+    constexpr tcflag_t kSwapped = INLCR | ICRNL;
+    if (line[len - 1] != '\n' || (t.c_iflag & (kSwapped | IGNCR)) != kSwapped)
+        return write_all(fd, line, len);
+    const int result = len > 1 ? write_all(fd, line, len - 1) : 1;
+    return result == 1 ? write_all(fd, "\r", 1) : result;
+}
+
 // Switches echo, which was found on, off and on again; `found` holds the settings of a moment ago.
 static int echo_off(int peer, const struct termios &found) {
     struct termios silent = found;
@@ -256,7 +266,7 @@ static int send_split(int fd, int peer, const struct termios &found, const char 
     if (!newline || result != 1) return 0;
     Echo_want = (found.c_oflag & OPOST) != 0 && (found.c_oflag & ONLCR) != 0 ? "\r\n" : "\n";
     Echo_begun = false;
-    (void)write_all(fd, "\n", 1);
+    (void)write_line(fd, found, "\n", 1);
     return 0;
 }
 
@@ -264,7 +274,7 @@ static int send_split(int fd, int peer, const struct termios &found, const char 
 static int send_whole(int fd, int peer, const struct termios &found, const char *line, int len) {
     const int before = unread_on(peer);
     if (echo_off(peer, found) != 0) return -1;
-    const int result = write_all(fd, line, len);
+    const int result = write_line(fd, found, line, len);
     const long long limit = now_ns() + kBusy;
     flush_worker(peer);
     while (result == 1 && line[len - 1] == '\n' && unread_on(peer) == before && now_ns() < limit)
@@ -279,7 +289,7 @@ static int send_blind(int fd, const char *line, int len) {
     if (tcgetattr(fd, &found) != 0) return -1;
     const bool echo = (found.c_lflag & ECHO) != 0;
     if (echo && echo_off(fd, found) != 0) return -1;
-    (void)write_all(fd, line, len);
+    (void)write_line(fd, found, line, len);
     (void)relay_once(fd, false, kSilence);
     if (echo) (void)echo_on(fd);
     return 0;
@@ -301,7 +311,7 @@ static int send_through_peer(int fd, int peer, const char *line, int len) {
     const bool newline = line[len - 1] == '\n';
     int result = 0;
     if ((found.c_lflag & ECHO) == 0)
-        (void)write_all(fd, line, len);
+        (void)write_line(fd, found, line, len);
     else if (busy || has_line_end(found, line, newline ? len - 1 : len))
         result = send_whole(fd, peer, found, line, len);
     else
