@@ -1,0 +1,145 @@
+// edit_bench.cpp: what every byte of output and every key goes through: the capture of the prompt,
+// the map from a line to the screen, the display. What the editors write goes to /dev/null.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include "edit.h"
+#include "emacs/emacs_internal.h"
+#include "pass.h"
+#include "vi/vi_internal.h"
+
+static constexpr int kLength = 250;  // characters of the line
+static constexpr int kPrompt = 2;
+static constexpr int kWindowColumns = 78;
+
+// Words in plain text, or with control characters and tabs in between.
+static std::string text_of(int length, bool plain) {
+    std::string text;
+    while (static_cast<int>(text.size()) < length) text += plain ? "word and " : "a\x01\tword\x85 ";
+    return text.substr(0, static_cast<std::size_t>(length));
+}
+
+// Output in the pieces that the relay hands over, with a newline every so many bytes, 0 for none.
+static void prime(benchmark::State &state) {
+    std::string piece = text_of(254, true);
+    const std::size_t every = static_cast<std::size_t>(state.range(0));
+    for (std::size_t at = every; every != 0 && at < piece.size(); at += every) piece[at] = '\n';
+    for ([[maybe_unused]] const auto _ : state) e_setup_prime(piece.c_str());
+    state.SetBytesProcessed(state.iterations() * static_cast<long>(piece.size()));
+    e_reset_prime();
+}
+BENCHMARK(prime)->ArgName("newline_every")->Arg(0)->Arg(64)->Arg(8);
+
+static void map_line(benchmark::State &state, bool plain) {
+    const std::string line = text_of(kLength, plain);
+    genchar image[kMaxImage];
+    opt_flag = kStyleEmacs;
+    for ([[maybe_unused]] const auto _ : state) {
+        benchmark::DoNotOptimize(e_virt_to_phys(line.c_str(), image, kLength - 1, 0, 0));
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK_CAPTURE(map_line, plain, true);
+BENCHMARK_CAPTURE(map_line, control, false);
+
+// The editors' output to /dev/null while one is alive.
+class Discard {
+public:
+    Discard() : kept_(dup(STDERR_FILENO)) {
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(null, STDERR_FILENO);
+        close(null);
+    }
+    ~Discard() {
+        dup2(kept_, STDERR_FILENO);
+        close(kept_);
+    }
+    Discard(const Discard &) = delete;
+    Discard &operator=(const Discard &) = delete;
+
+private:
+    int kept_;
+};
+
+// A line of kLength characters in `line` from index `from` on, in a window that it doesn't fit.
+static void set_up_line(genchar *line, int from, char *prompt, int style) {
+    edit_reset_for_test();
+    opt_flag = style;
+    std::strcpy(prompt, "\r> ");
+    std::strcpy(line, style == kStyleVi ? "" : "> ");
+    std::strcpy(line + from, text_of(kLength, true).c_str());
+    editb.e_inbuf = line;
+    editb.e_prompt = prompt;
+    editb.e_plen = kPrompt;
+    editb.e_crlf = 1;
+    editb.e_wsize = kWindowColumns;
+}
+
+// Puts a character in at `at`, which is behind `end` characters, or takes it out again.
+static void toggle_character(genchar *line, int at, int *end, bool in) {
+    genchar *const place = line + at;
+    const std::size_t behind = static_cast<std::size_t>(*end - at);
+    if (in) {
+        std::memmove(place + 1, place, behind + 1);
+        *place = 'x';
+        ++*end;
+    } else {
+        std::memmove(place, place + 1, behind);
+        --*end;
+    }
+}
+
+// A key in the middle of the line, or at its end, in a window that has moved.
+static void emacs_key(benchmark::State &state, int at) {
+    const Discard discard;
+    genchar line[kKeyboardBuffer];
+    char prompt[emacs::kPromptSize];
+    char image[emacs::kScreenSize];
+    set_up_line(line, kPrompt, prompt, kStyleEmacs);
+    emacs::screen = image;
+    editb.e_cur = editb.e_eol = kPrompt + kLength;
+    emacs::draw(emacs::FIRST);
+    emacs::draw(emacs::UPDATE);
+    bool in = true;
+    for ([[maybe_unused]] const auto _ : state) {
+        toggle_character(line, kPrompt + at, &editb.e_eol, in);
+        editb.e_cur = kPrompt + at + (in ? 1 : 0);
+        emacs::draw(emacs::UPDATE);
+        e_flush();
+        in = !in;
+    }
+}
+BENCHMARK_CAPTURE(emacs_key, in_the_middle, kLength / 2);
+BENCHMARK_CAPTURE(emacs_key, at_the_end, kLength);
+
+static void vi_key(benchmark::State &state, int at) {
+    const Discard discard;
+    genchar line[kKeyboardBuffer];
+    char prompt[emacs::kPromptSize];
+    genchar physical[kMaxImage];
+    genchar window[vi::kWindowSize] = {};
+    int globals[vi::kGlobals] = {};
+    set_up_line(line, 0, prompt, kStyleVi);
+    editb.e_physbuf = physical;
+    editb.e_window = window;
+    editb.e_globals = globals;
+    editb.e_cur = editb.e_eol = kLength - 1;
+    vi::win_last() = -1;
+    vi::renew_row();
+    vi::refresh_now(vi::MODE_INPUT);
+    int end = kLength;
+    bool in = true;
+    for ([[maybe_unused]] const auto _ : state) {
+        toggle_character(line, at, &end, in);
+        editb.e_eol = end - 1;
+        editb.e_cur = at - (in ? 0 : 1);
+        vi::refresh_now(vi::MODE_INPUT);
+        in = !in;
+    }
+}
+BENCHMARK_CAPTURE(vi_key, in_the_middle, kLength / 2);
+BENCHMARK_CAPTURE(vi_key, at_the_end, kLength);
