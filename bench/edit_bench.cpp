@@ -69,9 +69,9 @@ private:
 static void set_up_line(genchar *line, int from, char *prompt, int style) {
     edit_reset_for_test();
     opt_flag = style;
-    std::strcpy(prompt, "\r> ");
-    std::strcpy(line, style == kStyleVi ? "" : "> ");
-    std::strcpy(line + from, text_of(kLength, true).c_str());
+    std::memcpy(prompt, "\r> ", sizeof "\r> ");
+    std::memcpy(line, "> ", kPrompt);
+    std::memcpy(line + from, text_of(kLength, true).c_str(), kLength + 1);
     editb.e_inbuf = line;
     editb.e_prompt = prompt;
     editb.e_plen = kPrompt;

@@ -59,7 +59,8 @@ static const char *prompt_end() {
 }
 
 void e_reset_prime() {
-    strcpy(Last_prompt, prompt_end());
+    const char *end = prompt_end();
+    memcpy(Last_prompt, end, strlen(end) + 1);
     Prime_ptr = Prime_buf;
     *Prime_ptr = '\0';
 }
