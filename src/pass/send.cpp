@@ -220,7 +220,7 @@ static bool special_in(const struct termios &t, int index, const char *data, int
 
 // True when a reader could wake before the last of these bytes.
 static bool has_line_end(const struct termios &t, const char *data, int len) {
-    if ((t.c_lflag & ICANON) == 0) return len > 0;
+    if ((t.c_lflag & ICANON) == 0) return true;
     if (memchr(data, '\n', static_cast<std::size_t>(len)) != nullptr) return true;
     if ((t.c_iflag & ICRNL) != 0 && memchr(data, '\r', static_cast<std::size_t>(len)) != nullptr)
         return true;
@@ -276,8 +276,11 @@ static int send_whole(int fd, int peer, const struct termios &found, const char 
     if (echo_off(peer, found) != 0) return -1;
     const int result = write_line(fd, found, line, len);
     const long long limit = now_ns() + kBusy;
+    // The worker is done then, except where there is something to read already: a poll that finds
+    // it doesn't wait.
     flush_worker(peer);
-    while (result == 1 && line[len - 1] == '\n' && unread_on(peer) == before && now_ns() < limit)
+    const bool wait = before > 0 && line[len - 1] == '\n';
+    while (wait && result == 1 && unread_on(peer) == before && now_ns() < limit)
         if (!relay_once(fd, false, kLookEvery)) break;
     (void)echo_on(peer);
     return 0;
@@ -419,6 +422,7 @@ static bool second_end_of_input(int fd) {
     unsigned char keys[kLineCapacity];
     const ssize_t n = keyboard_read(keys, sizeof keys);
     if (n == 0) return editb.e_raw != kTtyAlt;  // there an escape key reads as nothing
+    if (n < 0 && errno != EAGAIN && errno != EINTR) return true;  // the terminal is gone
     for (ssize_t i = 0; i < n; i++)
         if (!pass_key(fd, e_unmark(keys[i]))) return true;
     return false;
