@@ -136,6 +136,14 @@ int tty_startstop_set(int fd, int start, int stop) {
     return tty_apply(fd, &t);
 }
 
+// State: what standard input was given last; nothing before.
+static struct termios Applied;
+
+bool tty_is_untouched() {
+    struct termios now = {};
+    return tcgetattr(STDIN_FILENO, &now) == 0 && tty_same(now, Applied);
+}
+
 bool tty_in_background() {
     const pid_t group = tcgetpgrp(STDIN_FILENO);
     return group > 0 && group != getpgrp();
@@ -152,6 +160,7 @@ int tty_apply(int fd, const struct termios *t) {
         if (may_stop) wait_window_close();
         errno = err;
     } while (result != 0 && errno == EINTR);
+    if (result == 0 && fd == STDIN_FILENO) Applied = *t;
     return result;
 }
 

@@ -43,5 +43,7 @@ int tty_startstop_set(int fd, int start, int stop);
 int tty_apply(int fd, const struct termios *t);
 // True when the foreground group of the user's terminal is known and is not morp's.
 bool tty_in_background();
+// True while standard input has the settings that morp gave it last.
+bool tty_is_untouched();
 // The value 0 to 255 of special character `index` in `t`, or kNoKey when it is disabled.
 int tty_special(const struct termios &t, int index);

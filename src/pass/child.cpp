@@ -57,6 +57,7 @@ void sig_trap_sigusr2(int sig) {
 }
 
 void sig_trap_sigcont(int) {
+    sig_trap_sigwinch(SIGWINCH);  // a resize reaches the foreground only
     row_forget();
     Resumed = 1;
 }
@@ -70,6 +71,22 @@ static void drop_pending(int sig) {
     }
 }
 
+// Gives the user's terminal back, unless another process has it. All signals are blocked.
+static void leave_terminal() {
+    Terminal_saved = !tty_in_background();
+    if (Terminal_saved) {
+        if (tty_info_get(STDIN_FILENO, &suspended_tty) != 0)
+            fatal_message("morp: can't get tty mode");
+        tty_size_refresh(STDIN_FILENO, &Tty_original);
+        if (tty_info_set(STDIN_FILENO, &Tty_original) != 0)
+            fatal_message("morp: can't restore original tty mode");
+    } else if (tty_is_untouched() && tty_info_get(STDIN_FILENO, &suspended_tty) == 0) {
+        // A shell that is stopped by the same key may have given the terminal away already; with
+        // SIGTTOU blocked the call goes through all the same.
+        Terminal_saved = tcsetattr(STDIN_FILENO, TCSANOW, &Tty_original.tty_termios) == 0;
+    }
+}
+
 void handle_child_stop(int sig, S_sigpf sig_handler) {
     if (Child_suspended != 0) {
         signal_catch(sig, sig_handler);
@@ -80,14 +97,7 @@ void handle_child_stop(int sig, S_sigpf sig_handler) {
     sigset_t mask;
     sigfillset(&all);
     (void)sigprocmask(SIG_BLOCK, &all, &mask);
-    Terminal_saved = !tty_in_background();
-    if (Terminal_saved) {
-        if (tty_info_get(STDIN_FILENO, &suspended_tty) != 0)
-            fatal_message("morp: can't get tty mode");
-        tty_size_refresh(STDIN_FILENO, &Tty_original);
-        if (tty_info_set(STDIN_FILENO, &Tty_original) != 0)
-            fatal_message("morp: can't restore original tty mode");
-    }
+    leave_terminal();
     Child_suspended = 1;
     (void)kill(getpid(), SIGSTOP);
     handle_child_restart(SIGCONT);
