@@ -117,6 +117,9 @@ int e_setraw(int fd);
 // was raw move to the read-ahead stack, and the terminal then stays raw. Returns 0, or -1 as
 // e_setraw.
 int e_setalt(int fd);
+// Takes text that the driver holds in alternative mode into the read-ahead stack: the next line
+// starts with it in raw mode.
+void e_take_typed(int fd);
 // Gives the terminal its saved settings back. Ends the process with status 2 when that fails for
 // another reason than a closed descriptor or one that is no terminal.
 void e_setcooked(int fd);
@@ -126,6 +129,9 @@ void e_setcooked(int fd);
 void e_end_edit(int fd);
 // Usable columns: COLUMNS - 1 within 20 to 160, or 79 when COLUMNS is not set. `fd` is not used.
 int e_window(int fd);
+// Puts the `n` keys as read (at most what the read-ahead stack has room for; overwritten) behind
+// those held. In the vi style a plain NUL is dropped: no line can hold it.
+void e_hold_keys(unsigned char *keys, int n);
 // The byte `c` (0 to 255) as read from the terminal, translated while bytes last that the driver
 // had collected before the mode was switched: among them a NUL marks an escape key.
 int e_unmark(int c);

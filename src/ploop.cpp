@@ -11,11 +11,14 @@
 
 static bool keys_held_ahead() { return editb.e_index > 0; }
 
-// The screen was somebody else's: the prompt belongs on the row again.
+// The screen was somebody else's: the prompt belongs on the row again, and so does text that the
+// driver holds, which an editor has to show.
 static void draw_after_resume() {
     if (Resumed == 0) return;
     Resumed = 0;
-    if (Vesk_on != 0) e_rewrite_prompt();
+    if (Vesk_on == 0) return;
+    e_rewrite_prompt();
+    e_take_typed(STDIN_FILENO);
 }
 
 // Forwards a keyboard signal. True when there was one.

@@ -73,23 +73,24 @@ static int enter_mode(int fd, const struct termios &t, int mode) {
     return 0;
 }
 
-// Adds the keys that wait in the terminal to the read-ahead stack, behind those held. A plain NUL
-// is dropped: no line can hold it.
-static void take_ahead() {
-    unsigned char keys[kReadAhead];
-    const int room = kReadAhead - editb.e_index;
-    if (room <= 0) return;
-    const ssize_t n = keyboard_read(keys, static_cast<std::size_t>(room));
-    if (n <= 0) return;  // none, or gone: the next wait sees it
+void e_hold_keys(unsigned char *keys, int n) {
     unsigned char *end = std::remove_if(keys, keys + n, [](unsigned char &key) {
         key = static_cast<unsigned char>(e_unmark(key));
-        return key == 0;
+        return key == 0 && opt_flag == kStyleVi;
     });
     const int count = static_cast<int>(end - keys);
     std::move_backward(editb.e_lbuf, editb.e_lbuf + editb.e_index,
                        editb.e_lbuf + editb.e_index + count);
     std::reverse_copy(keys, end, editb.e_lbuf);
     editb.e_index += count;
+}
+
+static void take_ahead() {
+    unsigned char keys[kReadAhead];
+    const int room = kReadAhead - editb.e_index;
+    if (room <= 0) return;
+    const ssize_t n = keyboard_read(keys, static_cast<std::size_t>(room));
+    if (n > 0) e_hold_keys(keys, static_cast<int>(n));  // else none, or gone: the next wait sees it
 }
 
 int e_setraw(int fd) {
@@ -124,6 +125,10 @@ int e_setalt(int fd) {
     if (local_tcget(fd, 0, &user) != 0 || (user.c_lflag & ECHO) == 0) return -1;
     ttyparm = user;
     return enter_mode(fd, alternative_of(ttyparm), kTtyAlt);
+}
+
+void e_take_typed(int fd) {
+    if (editb.e_raw == kTtyAlt && e_setraw(fd) == 0) (void)e_setalt(fd);
 }
 
 void e_setcooked(int fd) {

@@ -182,12 +182,39 @@ static int deliver(int fd, bool edited) {
 
 int handle_pending(int fd) { return keyboard_pending() ? deliver_pending(fd, false) : 0; }
 
+// The signal that `key` asks for on the user's terminal, 0 for none.
+static int signal_of_key(int key) {
+    const struct termios &user = Tty_original.tty_termios;
+    if ((user.c_lflag & ISIG) == 0) return 0;
+    if (key == tty_special(user, VINTR)) return SIGINT;
+    if (key == tty_special(user, VQUIT)) return SIGQUIT;
+    return key == tty_special(user, VSUSP) ? SIGTSTP : 0;
+}
+
+// Keys that were typed while all of them were the program's are held for the line that begins. One
+// that asks for a signal sends it and drops those before it, as the terminal would have done.
+static void hold_passed_keys(int fd) {
+    unsigned char keys[kReadAhead];
+    const ssize_t n = keyboard_read(keys, sizeof keys);
+    int from = 0;
+    for (int i = 0; i < n; i++) {
+        const int sig = signal_of_key(keys[i]);
+        if (sig == 0) continue;
+        handle_signal_general(fd, sig);
+        from = i + 1;
+    }
+    if (n > from) e_hold_keys(keys + from, static_cast<int>(n) - from);
+}
+
 int handle_stdin_fd(int fd) {
     // A program that has turned its echo off without a word must not have a secret edited and
     // recorded.
     const int in_force = Vesk_on;
     (void)check_fd_mode(fd);
-    if (Vesk_on != in_force) return 0;
+    if (Vesk_on != in_force) {
+        if (Vesk_on != 0 && editb.e_index == 0) hold_passed_keys(fd);
+        return 0;
+    }
     const int n = Vesk_on != 0 ? read_line(fd) : read_keys();
     if (master_fd < 0) return 0;
     memcpy(det_buf + det_len, buff, static_cast<std::size_t>(n));
