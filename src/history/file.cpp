@@ -120,8 +120,11 @@ static void put_sync(int number) {
 // rest is dropped then, so that it can't come out later behind what others wrote.
 static long write_out() {
     std::FILE *file = fc_fix->fixfd;
-    if (std::fflush(file) == 0 && std::ferror(file) == 0)
-        return lseek(fileno(file), 0, SEEK_CUR);  // where the system has appended it
+    if (std::fflush(file) == 0 && std::ferror(file) == 0) {
+        const long end = lseek(fileno(file), 0, SEEK_CUR);  // where the system has appended it
+        if (end < 0) hist_eof();
+        return end;
+    }
     __fpurge(file);
     std::clearerr(file);
     return -1;

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "history/history_internal.h"
+#include "morp_defs.h"
 
 namespace history {
 
@@ -100,12 +101,15 @@ static void scan_bytes(Scanner &state, const unsigned char *data, std::size_t si
 std::size_t read_at(long offset, unsigned char *dst, std::size_t size) {
     const int fd = fileno(fc_fix->fixfd);
     std::size_t got = 0;
-    while (got < size) {
+    int interrupted = 0;
+    while (got < size && interrupted < kInterruptions) {
         const ssize_t n = pread(fd, dst + got, size - got, offset + static_cast<long>(got));
         if (n > 0)
             got += static_cast<std::size_t>(n);
         else if (n == 0 || errno != EINTR)
             break;
+        else
+            interrupted++;
     }
     return got;
 }
@@ -266,15 +270,16 @@ static bool index_tail(TailIndex &index) {
     return index.entered;
 }
 
+// -1 when the system doesn't tell.
 static long file_size() {
     struct stat st;
-    return fstat(fileno(fc_fix->fixfd), &st) == 0 ? static_cast<long>(st.st_size) : 0;
+    return fstat(fileno(fc_fix->fixfd), &st) == 0 ? static_cast<long>(st.st_size) : -1;
 }
 
 void index_open(int mask, int version) {
     ring_mask = mask;
     file_version = version;
-    TailIndex index{.size = file_size()};
+    TailIndex index{.size = std::max(file_size(), 0L)};
     if (index_tail(index)) {
         fc_fix->fixind = static_cast<int>(index.number);
         fc_fix->fixcnt = index.clean;
@@ -288,7 +293,7 @@ void index_open(int mask, int version) {
 void index_to(long limit) {
     // Somebody emptied the file: nothing that the ring holds is true any more.
     const long size = file_size();
-    if (size < fc_fix->fixcnt) start_index(kFirstRecord);
+    if (size >= 0 && size < fc_fix->fixcnt) start_index(kFirstRecord);
     Scanner s(fc_fix->fixcnt);
     int number = fc_fix->fixind;
     scan_file(s, limit, [&number](int incr, long pos) {
@@ -300,7 +305,7 @@ void index_to(long limit) {
     // another process is just writing.
     fc_fix->fixcnt = s.clean;
     fc_fix->fixline = 0;
-    File_tail = {size < kHeaderSize ? size : s.pos, s.prev, s.skip};
+    File_tail = {size >= 0 && size < kHeaderSize ? size : s.pos, s.prev, s.skip};
 }
 
 int ring_low() { return lowest_held; }
