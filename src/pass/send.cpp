@@ -204,10 +204,10 @@ static int write_all(int fd, const char *data, int len) {
         if (n >= 0) {
             data += n;
             len -= static_cast<int>(n);
-        } else if (errno == EAGAIN) {
-            if (!relay_once(fd, true, kNoTimeout)) return 0;
-        } else if (errno != EINTR) {
+        } else if (errno != EAGAIN && errno != EINTR) {
             return -1;
+        } else if (!relay_once(fd, true, kNoTimeout)) {
+            return 0;
         }
     }
     return 1;
@@ -252,50 +252,50 @@ static int echo_on(int peer) {
     return tty_echo_set(peer, 1);  // read anew: the program may have changed something else
 }
 
-// Writes a line whose end is its only one. Returns 0, or -1 when nothing was written.
+// Waits for the system's worker; where the slave can't be opened (-1), longer than it ever takes.
+static void await_worker(int fd, int peer) {
+    if (peer >= 0)
+        flush_worker(peer);
+    else
+        (void)relay_once(fd, false, kSilence);
+}
+
+// Writes a line whose end is its only one; `peer` may be -1. Returns the number of bytes done with,
+// or -1.
 static int send_split(int fd, int peer, const struct termios &found, const char *line, int len) {
     const bool newline = line[len - 1] == '\n';
     const int body = newline ? len - 1 : len;
+    const int terminal = peer >= 0 ? peer : fd;
     int result = 1;
     if (body > 0) {
-        if (echo_off(peer, found) != 0) return -1;
+        if (echo_off(terminal, found) != 0) return -1;
         result = write_all(fd, line, body);
-        flush_worker(peer);
-        (void)echo_on(peer);  // the text is out: the line goes on, and never a second time
+        await_worker(fd, peer);
+        (void)echo_on(terminal);  // the text is out: the line goes on, and never a second time
     }
-    if (!newline || result != 1) return 0;
+    if (result < 0) return -1;
+    if (!newline || result == 0) return len;
     Echo_want = (found.c_oflag & OPOST) != 0 && (found.c_oflag & ONLCR) != 0 ? "\r\n" : "\n";
     Echo_begun = false;
-    (void)write_line(fd, found, "\n", 1);
-    return 0;
+    return write_line(fd, found, "\n", 1) >= 0 ? len : body;
 }
 
-// Writes a line that a program may begin to read before it is complete, or behind others.
+// Writes a line that a program may begin to read before it is complete, or behind others; `peer`
+// may be -1. Returns `len`, or -1.
 static int send_whole(int fd, int peer, const struct termios &found, const char *line, int len) {
-    const int before = unread_on(peer);
-    if (echo_off(peer, found) != 0) return -1;
+    const int terminal = peer >= 0 ? peer : fd;
+    const int before = peer >= 0 ? unread_on(peer) : 0;
+    if (echo_off(terminal, found) != 0) return -1;
     const int result = write_line(fd, found, line, len);
     const long long limit = now_ns() + kBusy;
     // The worker is done then, except where there is something to read already: a poll that finds
     // it doesn't wait.
-    flush_worker(peer);
+    await_worker(fd, peer);
     const bool wait = before > 0 && line[len - 1] == '\n';
     while (wait && result == 1 && unread_on(peer) == before && now_ns() < limit)
         if (!relay_once(fd, false, kLookEvery)) break;
-    (void)echo_on(peer);
-    return 0;
-}
-
-// The same without a look at the slave.
-static int send_blind(int fd, const char *line, int len) {
-    struct termios found = {};
-    if (tcgetattr(fd, &found) != 0) return -1;
-    const bool echo = (found.c_lflag & ECHO) != 0;
-    if (echo && echo_off(fd, found) != 0) return -1;
-    (void)write_line(fd, found, line, len);
-    (void)relay_once(fd, false, kSilence);
-    if (echo) (void)echo_on(fd);
-    return 0;
+    (void)echo_on(terminal);
+    return result < 0 ? -1 : len;
 }
 
 static void relay_waiting(int fd) {
@@ -307,15 +307,17 @@ static void relay_waiting(int fd) {
     }
 }
 
-static int send_through_peer(int fd, int peer, const char *line, int len) {
+// `peer` is -1 where the slave can't be opened. Returns the number of bytes done with, or -1.
+static int send_through(int fd, int peer, const char *line, int len) {
     struct termios found = {};
-    if (tcgetattr(peer, &found) != 0) return -1;
+    if (tcgetattr(peer >= 0 ? peer : fd, &found) != 0) return -1;
     const bool busy = Line_state == Line::busy;
     const bool newline = line[len - 1] == '\n';
+    const bool whole = busy || has_line_end(found, line, newline ? len - 1 : len);
     int result = 0;
     if ((found.c_lflag & ECHO) == 0)
-        (void)write_line(fd, found, line, len);
-    else if (busy || has_line_end(found, line, newline ? len - 1 : len))
+        result = write_line(fd, found, line, len) < 0 ? -1 : len;
+    else if (whole)
         result = send_whole(fd, peer, found, line, len);
     else
         result = send_split(fd, peer, found, line, len);
@@ -339,10 +341,9 @@ static int send_line(int fd, const char *line, int len) {
     }
     relay_waiting(fd);
     (void)check_fd_mode(fd);
-    const int result =
-        peer < 0 ? send_blind(fd, line, len) : send_through_peer(fd, peer, line, len);
+    const int result = send_through(fd, peer, line, len);
     give_peer(peer);
-    return result < 0 ? -1 : len;
+    return result;
 }
 
 // Writes what the master takes at once. Returns the bytes taken, -1 on failure.
@@ -350,12 +351,9 @@ static int send_keys(int fd, const char *keys, int len) {
     int done = 0;
     while (done < len) {
         const ssize_t n = write(fd, keys + done, static_cast<std::size_t>(len - done));
-        if (n >= 0)
-            done += static_cast<int>(n);
-        else if (errno == EAGAIN)
-            break;
-        else if (errno != EINTR)
-            return -1;
+        if (n < 0 && errno != EAGAIN && errno != EINTR && done == 0) return -1;
+        if (n < 0) break;  // the rest is tried again
+        done += static_cast<int>(n);
     }
     if (done > 0) Line_is_open = keys[done - 1] != '\n' && keys[done - 1] != '\r';
     return done;
