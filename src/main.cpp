@@ -40,7 +40,11 @@ const char *t_basename(const char *str) {
 void finish(int status) {
     if (Child_suspended != 0 || tty_in_background()) exit(status);
     tty_size_refresh(fileno(stdin), &Tty_original);
-    if (tty_info_change(fileno(stdin), &Tty_original, 1) != 0) {
+    int restored = -1;
+    // Tried twice: the user has to go on with this terminal.
+    for (int i = 0; i < 2 && restored != 0; i++)
+        restored = tty_info_change(fileno(stdin), &Tty_original, 1);
+    if (restored != 0) {
         message_format("%s: can't restore original tty mode", Program_name);
         perror(Message_buf);
         exit(1);

@@ -20,6 +20,9 @@ inline constexpr int kKeyboardBuffer = 266;
 // Counts typed before a command stop growing here.
 inline constexpr int kMaxCount = 32767;
 
+// A system call that is cut short by signals this often is taken as failed.
+inline constexpr int kInterruptions = 100;
+
 inline constexpr int kEscape = 27;
 inline constexpr int kBell = 7;
 

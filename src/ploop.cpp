@@ -2,7 +2,6 @@
 #include "ploop.h"
 
 #include <unistd.h>
-#include <cerrno>
 
 #include "edit.h"
 #include "main.h"
@@ -75,12 +74,7 @@ void pass_loop(int fd) {
         struct pollfd fds[2];
         const int ready = wait_terminals(fd, !held && keyboard_wanted() && !keys_held_ahead(),
                                          keyboard_pending(), timeout, fds);
-        if (forward_signal(fd)) continue;
-        if (ready < 0) {
-            if (errno == EINTR) continue;
-            if (errno == EBADF) return;
-            fatal("select error; but not EINTR");
-        }
+        if (forward_signal(fd) || ready < 0) continue;
         serve(fd, fds, &held);
     }
 }

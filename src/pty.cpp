@@ -19,6 +19,7 @@ static char pty_name[kNameSize];
 static char pty_name_slave[kNameSize];
 static int pty_slavefd = -1;  // in the child only
 static int Start_pipe = -1;   // read end of the report pipe, -1 once the report is in
+static pid_t Parent = 0;      // morp, for the child
 
 int pty_master() {
     memcpy(pty_name_slave, "<UNSET>", sizeof "<UNSET>");
@@ -67,7 +68,9 @@ int pty_open_peer(int master) {
 [[noreturn]] static void child_fail(int report) {
     perror(Message_buf);
     const char failed = 1;
-    if (write(report, &failed, 1) != 1) (void)kill(getppid(), SIGTERM);
+    // Whoever else is the parent by now must not be ended.
+    if (write(report, &failed, 1) != 1 && Parent > 1 && getppid() == Parent)
+        (void)kill(Parent, SIGTERM);
     _exit(1);
 }
 
@@ -88,8 +91,7 @@ int pty_open_peer(int master) {
     if (report <= STDERR_FILENO) report = fcntl(report, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     if (pty_slavefd <= STDERR_FILENO) pty_slavefd = fcntl(pty_slavefd, F_DUPFD, STDERR_FILENO + 1);
     bool placed = pty_slavefd >= 0;
-    for (int fd = 0; fd <= STDERR_FILENO; fd++) (void)close(fd);
-    for (int fd = 0; fd <= STDERR_FILENO && placed; fd++) placed = dup(pty_slavefd) == fd;
+    for (int fd = 0; fd <= STDERR_FILENO && placed; fd++) placed = dup2(pty_slavefd, fd) == fd;
     if (!placed) {
         message_format("%s: dup error when trying to create shell", Program_name);
         child_fail(report);
@@ -109,6 +111,7 @@ pid_t pty_fork(int *mfd, char **argv_p) {
     }
     int report[2];
     if (pipe2(report, O_CLOEXEC) != 0) fatal("can't fork child process");
+    Parent = getpid();
     const pid_t pid = fork();
     if (pid < 0) fatal("can't fork child process");
     if (pid == 0) {

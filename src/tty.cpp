@@ -8,6 +8,7 @@
 
 #include "edit.h"
 #include "main.h"
+#include "morp_defs.h"
 #include "wait.h"
 
 static void dump_termios(const char *, const struct termios *) {}  // hook for tracing
@@ -151,15 +152,16 @@ bool tty_in_background() {
 
 int tty_apply(int fd, const struct termios *t) {
     const bool may_stop = fd == STDIN_FILENO && tty_in_background();
-    int result;
-    do {
+    int result = -1;
+    for (int i = 0; i < kInterruptions; i++) {
         // From the background the call stops the process; ending it must still be possible.
         if (may_stop) wait_window_open(kWindowEnd);
         result = tcsetattr(fd, TCSANOW, t);
         const int err = errno;
         if (may_stop) wait_window_close();
         errno = err;
-    } while (result != 0 && errno == EINTR);
+        if (result == 0 || err != EINTR) break;
+    }
     if (result == 0 && fd == STDIN_FILENO) Applied = *t;
     return result;
 }

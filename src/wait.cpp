@@ -186,16 +186,12 @@ int screen_write(Screen to, const char *data, std::size_t len) {
             pass_forward_waiting_signal();
             continue;
         }
-        if (errno == EINTR) {
-            pass_forward_waiting_signal();
-            continue;
-        }
-        if (errno != EAGAIN || Hurry) {
-            Rest.len = 0;
-            return errno == EAGAIN ? 0 : -1;
-        }
+        const bool later = errno == EAGAIN || errno == EINTR;
         struct pollfd fd = {Rest.to->fd, POLLOUT, 0};
-        (void)wait_ready_no_child(&fd, 1, kNoTimeout);  // an error shows in the next write
+        if (!later || Hurry || (wait_ready_no_child(&fd, 1, kNoTimeout) < 0 && errno != EINTR)) {
+            Rest.len = 0;
+            return later && Hurry ? 0 : -1;
+        }
         pass_forward_waiting_signal();
     }
     return 0;

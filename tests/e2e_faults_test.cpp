@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <string>
 
 #include "harness/session.h"
@@ -28,6 +29,12 @@ struct StartCase {
 constexpr StartCase kRefusedStarts[] = {
     {"no descriptor for the pseudo-terminal", "ulimit -n 6", "can't open master pty"},
     {"no descriptor for the pipe", "ulimit -n 7", "can't fork child process"},
+    // The limit doesn't bind the superuser, who keeps the right to read everything here.
+    {"no process",
+     "[ $(id -u) -ne 0 ] || set -- setpriv --reuid=65534 --clear-groups --inh-caps=+dac_override "
+     "--ambient-caps=+dac_override; exec \"$@\" prlimit --nproc=0 \"$MORP\" true",
+     "can't fork child process"},
+    {"no keyboard", "exec <&-", "stdin and stdout must be a terminal"},
     {"no terminal", "exec </dev/null", "stdin and stdout must be a terminal"},
     {"no screen", "exec >&-", "stdin and stdout must be a terminal"},
 };
@@ -41,8 +48,44 @@ constexpr RecordCase kRefusedRecords[] = {
     {"no byte may be written to a file", "ulimit -f 0"},
     {"the history is a folder", "export Q_VXHISTFILE=/"},
     {"the folder of the history is not there", "export Q_VXHISTFILE=/nowhere/history"},
-    {"no temporary file either", "export Q_VXHISTFILE=/nowhere/history TMPDIR=/nowhere"},
+    {"a file stands where its folder should be", "touch f; export Q_VXHISTFILE=$PWD/f/history"},
+    {"nobody may write in its folder", "export Q_VXHISTFILE=/proc/history"},
     {"the home folder is gone", "mkdir gone; export HOME=$PWD/gone; rmdir gone"},
+};
+
+// A program that puts a limit on the morp that runs it, and then acts; by default it echoes lines.
+Session limited_later(const std::string &style, const std::string &limit,
+                      const std::string &act = "echo '> '") {
+    Options options;
+    options.style = style;
+    options.env["ASAN_OPTIONS"] = "detect_leaks=0";  // which needs descriptors of its own
+    options.program = {
+        "sh", "-c",
+        "prlimit --pid $PPID " + limit + "; exec '" + harness::helper("actor") + "' " + act};
+    return Session(options);
+}
+
+struct StateCase {
+    const char *name;
+    const char *style;
+    const char *program;
+    const char *prompt;
+    const char *keys;
+    const char *shown;
+};
+constexpr StateCase kStates[] = {
+    {"in a line", "emacs", "printf '> '; cat", "> ", "abc", "> abc"},
+    {"in a search", "emacs", "printf '> '; cat", "> ",
+     "\x12"
+     "a",
+     "> ^Ra"},
+    {"in a line that the driver collects", "vi", "printf '> '; cat", "> ", "abc", "> abc"},
+    {"in a vi line", "vi", "printf '> '; cat", "> ", "abc\x1bixy", "> abxyc"},
+    {"in a password", "emacs", "stty -echo; printf 'word: '; cat", "word: ", "abc", "word: "},
+    {"in a raw program", "emacs", "stty raw; printf 'raw: '; cat", "raw: ", "abc", "raw: abc"},
+    {"behind the end of input", "vi", "printf '> '; cat; echo eof; while :; do :; done", "> ",
+     "\x04", "eof"},
+    {"with a line that waits", "emacs", "printf '> '; sleep 999", "> ", "ab\rcd\ref", "ef"},
 };
 
 }  // namespace
@@ -71,6 +114,73 @@ TEST(Faults, ALineThatCannotBeRecordedIsSentAllTheSame) {
         s.type("\x04");
         EXPECT_EQ(s.wait_exit(), 0);
     }
+}
+
+TEST(Faults, LimitsPutOnARunningMorpCostNoLine) {
+    for (const char *style : {"emacs", "vi"}) {
+        // No descriptor for the history nor for a look at the program's terminal; no room.
+        for (const char *limit : {"--nofile=7", "--fsize=0"}) {
+            SCOPED_TRACE(std::string(style) + " " + limit);
+            Session s = limited_later(style, limit);
+            for (const char *line : {"one", "two"}) {
+                s.wait_editing("> ");
+                s.type(std::string(line) + "\r");
+                s.wait_text("<" + std::string(line) + ">");
+            }
+            s.wait_editing("> ");
+            s.type("\x04");
+            EXPECT_EQ(s.wait_exit(), 0);
+        }
+        Session s = limited_later(style, "--nofile=0");  // not even a wait is possible
+        s.wait_text("select error");
+        EXPECT_EQ(s.wait_exit(), 1);
+    }
+}
+
+TEST(Faults, WithoutADescriptorForItsTerminalAProgramsPasswordStaysSecret) {
+    for (const char *style : {"emacs", "vi"}) {
+        SCOPED_TRACE(style);
+        Session s = limited_later(style, "--nofile=8", "secret");
+        s.wait_editing("login: ");
+        s.type("joe\r");
+        s.wait_text("Password: ");
+        s.wait_asleep();
+        s.type("hush\r");
+        s.wait_text("<joe,4 characters, echo off>");
+        EXPECT_EQ(s.output().find("hush"), std::string::npos);
+        EXPECT_EQ(s.history("sh").find("hush"), std::string::npos);
+    }
+}
+
+TEST(Faults, AHistoryWhoseFolderIsRemovedLastsForTheRun) {
+    Session s(limited("mkdir d; export Q_VXHISTFILE=$PWD/d/history"));
+    for (const char *keys : {"one\r", "two\r", "\x10\x10\r"}) {
+        s.wait_editing("> ");
+        s.type(keys);
+        s.wait_text(*keys == 't' ? "<two>" : "<one>");
+        std::filesystem::remove_all(s.home() + "/d");
+    }
+    s.wait_editing("> ");
+    EXPECT_EQ(s.row(5), "<one>");
+}
+
+TEST(Faults, ATerminalThatGoesAwayEndsMorpInEveryState) {
+    for (const StateCase &c : kStates) {
+        SCOPED_TRACE(c.name);
+        Session s(c.style, c.program);
+        s.wait_text(c.prompt);
+        s.wait_asleep();
+        s.type(c.keys);
+        s.wait_text(c.shown);
+        s.hang_up();
+        EXPECT_GE(s.wait_exit(), 0);  // no signal killed it
+        s.wait_no_process();
+    }
+    Session s("emacs", "kill -STOP $$");
+    EXPECT_EQ(s.wait_stopped(), SIGSTOP);
+    s.hang_up();
+    EXPECT_EQ(s.wait_exit(), 1);
+    s.wait_no_process();
 }
 
 TEST(Faults, AHistoryThatFillsUpMeanwhileKeepsWhatItHolds) {

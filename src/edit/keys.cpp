@@ -135,13 +135,11 @@ int e_getchar() {
 }
 
 long e_read_cooked(int, void *buf, std::size_t len) {
-    for (;;) {
-        if (progdone != 0) {
-            errno = EINTR;
-            return -1;
-        }
+    for (int i = 0; i < kInterruptions && progdone == 0; i++) {
         const ssize_t n = keyboard_read(buf, len);
         if (n < 0 && errno == EAGAIN) e_nothing = 1;
         if (n >= 0 || errno != EINTR) return n;
     }
+    errno = EINTR;
+    return -1;
 }

@@ -20,7 +20,7 @@ static bool Terminal_saved = false;  // suspended_tty belongs to the present sus
 enum_child_state check_child_state() {
     int status = 0;
     const pid_t pid = waitpid(Child_pid, &status, WNOHANG | WUNTRACED);
-    if (pid < 0) return errno == ECHILD ? e_StateGone : e_StateRunning;
+    if (pid < 0) return errno == ECHILD ? e_StateGone : e_StateUnknown;
     if (pid != Child_pid) return e_StateRunning;
     if (WIFSTOPPED(status)) {
         const int sig = WSTOPSIG(status);
@@ -45,8 +45,10 @@ void sig_trap_sigcld(int sig) {
         case e_StateStopped:
             handle_child_stop(sig, sig_trap_sigcld);
             break;
-        case e_StateRunning:
         case e_StateUnknown:
+            Master_hung_up = 1;  // asked again before long
+            break;
+        case e_StateRunning:
             break;
     }
 }
@@ -99,7 +101,7 @@ void handle_child_stop(int sig, S_sigpf sig_handler) {
     (void)sigprocmask(SIG_BLOCK, &all, &mask);
     leave_terminal();
     Child_suspended = 1;
-    (void)kill(getpid(), SIGSTOP);
+    (void)raise(SIGSTOP);
     handle_child_restart(SIGCONT);
     (void)sigprocmask(SIG_SETMASK, &mask, nullptr);
     signal_catch(sig, sig_handler);

@@ -70,7 +70,8 @@ static bool can_be_continued() {
     const pid_t session = getsid(0);
     pid_t parent = getppid();
     while (parent > 1 && getsid(parent) == session) {
-        if (getpgid(parent) != group) return true;
+        const pid_t its_group = getpgid(parent);
+        if (its_group > 0 && its_group != group) return true;
         char stat[512];
         if (!read_proc(parent, "stat", stat, sizeof stat)) return false;
         const char *behind_name = strrchr(stat, ')');
@@ -168,6 +169,7 @@ static void keep_rest(int done) {
 static int deliver_pending(int fd, bool edited) {
     const int done = det_len > 0 ? write_to_pty(fd, det_ptr, det_len, edited ? 1 : 0) : 0;
     keep_rest(done > 0 ? done : 0);
+    if (done < 0) Master_hung_up = 1;  // tried again in a while
     return done < 0 ? -1 : 0;
 }
 

@@ -66,7 +66,8 @@ static int relay_packet(int fd, std::size_t size) {
     line_before_output(fd);
     nread = static_cast<int>(read(fd, buffo, size));
     if (nread <= 0) {
-        if (nread == 0 || errno == EIO) Master_hung_up = 1;
+        // Nobody has it open (EIO), or it is out of order: tried again in a while.
+        if (nread == 0 || (errno != EAGAIN && errno != EINTR)) Master_hung_up = 1;
         return Child_dead != 0 ? -1 : 0;
     }
     const int in_force = Vesk_on;
@@ -92,7 +93,7 @@ int handle_fd_stdout(int fd) { return relay_packet(fd, kPacketSize); }
 
 void relay_rest_of_piece(int fd) {
     constexpr int kMostBytes = 128;
-    const long long limit = now_ns() + 2 * kMillisecond;  // a program that floods needs less
+    const long long limit = now_ns() + 50 * kMillisecond;  // a flood needs microseconds
     for (int i = 0; i < kMostBytes && row_in_piece() && Vesk_on != 0; i++) {
         const long left = static_cast<long>(std::max(limit - now_ns(), 0LL));
         struct pollfd fds[2];
@@ -121,11 +122,14 @@ int check_fd_mode(int fd) {
 void pass_last_words() {
     const unsigned long from = Relayed_bytes;
     Ending = true;
-    while (Relayed_bytes - from < kLastWords) {
+    int interrupted = 0;
+    while (Relayed_bytes - from < kLastWords && interrupted < kInterruptions) {
         Master_hung_up = 0;
         errno = 0;
         (void)handle_fd_stdout(master_fd);
-        if (nread <= 0 && errno != EINTR) return;  // EAGAIN: nothing left. EIO: nobody has it open
+        if (nread > 0) continue;
+        if (errno != EINTR) return;  // EAGAIN: nothing left. EIO: nobody has it open
+        interrupted++;
     }
 }
 

@@ -64,14 +64,17 @@ void pass_forward_waiting_signal() {
 
 int wait_terminals(int fd, bool keys, bool pending, long timeout_ns, struct pollfd *fds) {
     const bool hung_up = Master_hung_up != 0;
-    Master_hung_up = 0;  // tried again after this wait
+    if (hung_up) sig_trap_sigcld(SIGCHLD);  // its terminal is gone, so it may be as well
+    Master_hung_up = 0;                     // tried again after this wait
     if (hung_up && (timeout_ns == kNoTimeout || timeout_ns > kHungUpRetry))
         timeout_ns = kHungUpRetry;
     // A negative descriptor is left out by poll.
     fds[kMasterSlot] = {hung_up ? -1 : fd,
                         static_cast<short>(POLLIN | POLLPRI | (pending ? POLLOUT : 0)), 0};
     fds[kKeyboardSlot] = {keys ? keyboard_fd() : -1, POLLIN, 0};
-    return wait_ready(fds, 2, timeout_ns);
+    const int ready = wait_ready(fds, 2, timeout_ns);
+    if (ready < 0 && errno != EINTR) fatal("select error; but not EINTR");
+    return ready;
 }
 
 bool master_ready(const struct pollfd *fds) {
@@ -185,7 +188,6 @@ KeyWait pass_wait_key() {
         }
         const int ready = wait_in_edit(deadline_ns, fds);
         if (progdone != 0) return interrupted();
-        if (ready < 0 && errno != EINTR) fatal("select error; but not EINTR");
         if (ready > 0 && master_ready(fds)) {
             (void)handle_fd_stdout(master_fd);
             if (Stepped_aside) deadline_ns = now_ns() + kQuiet;

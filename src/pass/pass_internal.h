@@ -69,7 +69,7 @@ void handle_end_of_input(int fd);
 // the program is known to be dead.
 int handle_fd_stdout(int fd);
 // Relays the rest of an escape sequence, of a character, or of a line end of which a read has
-// brought the beginning, as far as it comes within 2 ms: a line that comes back in between would
+// brought the beginning, as far as it comes within 50 ms: a line that comes back in between would
 // break it.
 void relay_rest_of_piece(int fd);
 int handle_fd_except(int fd, int *except_handled);
