@@ -25,6 +25,10 @@ for package in ${depends//,/ }; do
     esac
 done
 
+if command -v lintian >/dev/null; then
+    lintian --allow-root --fail-on error,warning "$deb" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+fi
+
 # dpkg as root keeps its books there; unpacking alone does for everybody else.
 mkdir -p "$work/root/var/lib/dpkg/"{info,updates}
 touch "$work/root/var/lib/dpkg/status"
@@ -39,7 +43,8 @@ else
 fi
 
 usr=$work/root/usr
-for installed in bin/morp bin/morp-history share/man/man1/morp.1 share/doc/morp/README.md \
+for installed in bin/morp bin/morp-history share/man/man1/morp.1.gz share/doc/morp/README.md \
+    share/doc/morp/copyright share/doc/morp/changelog.gz share/doc/morp/changelog.Debian.gz \
     share/bash-completion/completions/morp share/zsh/site-functions/_morp \
     share/fish/vendor_completions.d/morp.fish; do
     [[ -s $usr/$installed ]] || fail "Not installed: /usr/$installed"

@@ -10,8 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <iomanip>
-#include <iostream>
 #include <string>
 #include <string_view>
 
@@ -37,23 +35,23 @@ public:
             else
                 record();
         }
-        std::cout << "next number " << number_ << ", " << bytes_.size() << " bytes, "
-                  << (sound_ ? "sound" : "damaged") << '\n';
+        std::printf("next number %d, %zu bytes, %s\n", number_, bytes_.size(),
+                    sound_ ? "sound" : "damaged");
         return sound_;
     }
 
 private:
     int byte(std::size_t i) const { return static_cast<unsigned char>(bytes_[i]); }
 
-    void damage(std::size_t offset, std::string_view what) {
-        std::cout.flush();
-        std::cerr << "offset " << offset << ": " << what << '\n';
+    void damage(std::size_t offset, const std::string &what) {
+        (void)std::fflush(stdout);  // each line of damage comes behind its record
+        (void)std::fprintf(stderr, "offset %zu: %s\n", offset, what.c_str());
         sound_ = false;
     }
 
-    void line(std::size_t offset, int number, std::string_view text) const {
-        std::cout << std::setw(8) << (number != 0 ? std::to_string(number) : "-") << ' '
-                  << std::setw(10) << offset << "  " << text << '\n';
+    static void line(std::size_t offset, int number, const std::string &text) {
+        const std::string shown = number != 0 ? std::to_string(number) : "-";
+        std::printf("%8s %10zu  %s\n", shown.c_str(), offset, text.c_str());
     }
 
     static std::string readable(std::string_view text) {
@@ -156,7 +154,7 @@ bool read_file(const char *name, std::string &bytes) {
 
 int main(int argc, char **argv) {
     if (argc != 2) {
-        std::cerr << "usage: morp-history FILE\n";
+        (void)std::fputs("usage: morp-history FILE\n", stderr);
         return 2;
     }
     std::string bytes;
