@@ -34,6 +34,7 @@ static void sig_trap_general(int sig) { progdone = sig; }
 // Output stays hidden this long after the last piece, so that a program that prints in pieces
 // doesn't make the line flicker.
 static constexpr long kQuiet = 20 * kMillisecond;
+static constexpr long kQuietInSequence = 200 * kMillisecond;  // the rest is sure to come
 static constexpr long kHungUpRetry = 100 * kMillisecond;
 
 void pass_all(int _fd) {
@@ -190,7 +191,8 @@ KeyWait pass_wait_key() {
         if (progdone != 0) return interrupted();
         if (ready > 0 && master_ready(fds)) {
             (void)handle_fd_stdout(master_fd);
-            if (Stepped_aside) deadline_ns = now_ns() + kQuiet;
+            const long quiet = row_in_sequence() ? kQuietInSequence : kQuiet;
+            if (Stepped_aside) deadline_ns = now_ns() + quiet;
         }
         const bool key = ready > 0 && fds[kKeyboardSlot].revents != 0;
         if (key && Stepped_aside) relay_rest_of_piece(master_fd);

@@ -85,8 +85,10 @@ extern int Master_hung_up;
 // The screen's row (row.cpp).
 // `len` bytes of program output are being shown.
 void row_follow(const char *data, int len);
-// True when they end within what a terminal takes as one.
+// True when they end within what a terminal takes as one, a carriage return before a newline
+// included; only within an escape sequence or a character.
 bool row_in_piece();
+bool row_in_sequence();
 // Somebody else has written on the row.
 void row_forget();
 

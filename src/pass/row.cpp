@@ -150,3 +150,5 @@ void row_follow(const char *data, int len) {
 }
 
 bool row_in_piece() { return Open != Piece::whole; }
+
+bool row_in_sequence() { return row_in_piece() && Open != Piece::carriage_return; }
