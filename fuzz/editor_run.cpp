@@ -17,6 +17,7 @@
 #include "history.h"
 #include "main.h"
 #include "pass.h"
+#include "pass/pass_internal.h"
 #include "wait.h"
 
 // What src/pass and src/main.cpp own.
@@ -30,8 +31,8 @@ tty_info Tty_original;
 
 namespace fuzz {
 
-// The widest row that a prompt can make, tabs included.
-static constexpr int kColumns = 4096;
+// The widest row: the program begins another one half-way.
+static constexpr int kColumns = 2048;
 
 // State of the run; begin() sets all of it.
 static struct {
@@ -42,13 +43,14 @@ static struct {
     bool fresh;            // the row was written by others, or is new
     std::string finished;  // the row above, as the newline left it,
     Expected wanted;       //   as it should be,
-    bool finished_wrapped;
+    int finished_told;
     bool finished_known;
     std::string sent;  //   and the line on it
     bool editing;
     std::string program_row;  // the row as the program left it
     int program_column;
     bool untouched;     // the editor is still on that row
+    bool plain;         // the program has made it of printable characters and carriage returns
     int base;           // screen column of window column 0
     std::string keys;   // in the terminal, not read yet
     std::string later;  // typed, but behind a terminator of the driver's part
@@ -56,7 +58,7 @@ static struct {
     bool interrupted;   // the row still shows what a keyboard signal ended
     bool broken;        // the row can't be told until the line is done
     bool returned;      // the last character was a carriage return
-    bool wrapped;       // others have written past the window
+    int told;           // what stands in this column and right of it can't be told
     bool pasted;        // the keys came so fast that they are read without a wait
     bool partial;       // the driver holds a piece of line
     bool ended;         // no input any more
@@ -78,6 +80,7 @@ static std::string_view take(int count) {
 static void clear_row() {
     std::fill_n(Run.cells, kColumns, ' ');
     Run.column = 0;
+    Run.told = kColumns;
 }
 
 static std::string row() { return {Run.cells, kColumns}; }
@@ -95,12 +98,17 @@ static void report(const char *what, std::string_view cells, int column) {
 }
 
 // A row that begins with what the program wrote can be told as far as the window goes.
-static bool shows(std::string cells, Expected want, int column) {
-    cells.erase(0, static_cast<std::size_t>(std::max(want.from, 0)));
-    if (editb.e_crlf == 0 || Run.wrapped)
+static bool shows(std::string cells, Expected want, int column, int told) {
+    const int from = std::max(want.from, 0);
+    cells.erase(0, static_cast<std::size_t>(from));
+    if (editb.e_crlf == 0)
         cells.resize(want.cells.size());
     else
         want.cells.resize(cells.size(), ' ');
+    if (const auto most = static_cast<std::size_t>(std::max(told - from, 0)); most < cells.size()) {
+        cells.resize(most);
+        want.cells.resize(most);
+    }
     if (cells == want.cells && (want.column < 0 || column == want.column)) return true;
     report("shown", cells, column - want.from);
     report("wanted", want.cells, want.column - want.from);
@@ -111,13 +119,13 @@ static void newline() {
     if (Run.editing && editb.e_raw == kTtyRaw && !Run.broken) {
         Run.finished_known = !Run.fresh || Run.editor->base() >= 0;
         Run.finished = row();
-        Run.finished_wrapped = Run.wrapped;
+        Run.finished_told = Run.told;
         Run.wanted = expected(true);
         Run.sent = Run.editor->line(true);
     }
     clear_row();
     Run.fresh = true;
-    Run.wrapped = Run.untouched = false;
+    Run.untouched = false;
 }
 
 static void show(char c) {
@@ -129,6 +137,9 @@ static void show(char c) {
         newline();
     } else if (c == '\r') {
         Run.column = 0;
+        // An editor that takes over a row whose start it doesn't know leaves what is right of the
+        // window.
+        if (Run.editing && editb.e_crlf == 0) Run.told = std::min(Run.told, editb.e_wsize + 1);
     } else if (c == '\b') {
         Run.column = std::max(Run.column - 1, 0);
     } else if (c == '\t') {
@@ -139,26 +150,57 @@ static void show(char c) {
     }
 }
 
-// A program that returns to the start of its row blanks it first.
+// What the program has left behind its cursor is followed by src/pass. It may know nothing of it;
+// then nothing is there. Returns the columns in use.
+static int follow(std::string_view output) {
+    row_follow(output.data(), static_cast<int>(output.size()));
+    char rest[kRowColumns];
+    const std::string known(rest, static_cast<std::size_t>(pass_row_rest(rest)));
+    char *const from = Run.cells + Run.column;
+    require(!Run.plain || std::string_view(from, known.size()) == known);
+    std::fill(from, Run.cells + kColumns, ' ');
+    std::copy_n(known.data(), known.size(), from);
+    return Run.column + static_cast<int>(known.find_last_not_of(' ') + 1);
+}
+
 static void program_writes(std::string_view text) {
     std::string piece;
     // A program leaves the row of a line that was given up before it goes on.
     if (!text.empty() && std::exchange(Run.interrupted, false)) {
-        piece = "\n";
+        piece = "\r\n";
         show('\n');
     }
+    const int right_edge = e_window(STDIN_FILENO) + 1;
     for (const char c : text) {
         if (c == '\0' || c == '\b') continue;
+        if (c == '\n') piece += '\r';
         piece += c;
-        if (c == '\r') clear_row();
         show(c);
+        if (Run.column > kColumns / 2) {
+            piece += "\r\n";
+            show('\n');
+        }
+        const bool plain = c == '\r' || is_printable(byte_of(c));
+        Run.plain = c == '\n' || (Run.plain && plain && Run.column < right_edge);
     }
     e_setup_prime(piece.c_str());
+    const int used = follow(piece);
     Run.fresh = true;
-    Run.wrapped |= Run.column >= e_window(STDIN_FILENO) - 2;
     Run.program_row = row();
     Run.program_column = Run.column;
     Run.untouched = true;
+    // The spare columns right of the widest window are nobody's.
+    if (used > right_edge - 2) Run.told = std::min(Run.told, right_edge - 2);
+}
+
+// The first draw of a line takes the row behind the cursor for empty.
+static void program_writes_between_lines(std::string_view text) {
+    program_writes(text);
+    char rest[kRowColumns];
+    if (pass_row_rest(rest) == 0) return;
+    row_forget();
+    std::fill(Run.cells + Run.column, Run.cells + kColumns, ' ');
+    Run.program_row = row();
 }
 
 std::string image_of(std::string_view text, int at, int cursor, int &column, int &behind) {
@@ -186,11 +228,20 @@ static void check_row() {
     if (Run.fresh) Run.base = Run.column - Run.editor->cursor_column();
     Run.fresh = false;
     const Expected want = expected(false);
-    require(shows(row(), want, Run.column));
+    require(shows(row(), want, Run.column, Run.told));
+}
+
+// Where the first piece in the terminal that the driver hands on ends, npos when none is complete.
+static std::size_t piece_end() {
+    std::string ends = {'\r', '\0'};
+    if (editb.e_eof != kNoKey) ends += static_cast<char>(editb.e_eof);
+    return Run.keys.find_first_of(ends);
 }
 
 // Typed text on its way through the driver: up to a terminator, which ends the piece.
 static void cook(std::string_view typed) {
+    // What is echoed right of the marker's column stays.
+    const int edge = e_window(STDIN_FILENO) - 1;
     for (std::size_t i = 0; i < typed.size(); i++) {
         const char c = typed[i] == '\n' ? '\r' : typed[i];
         const int byte = byte_of(c);
@@ -201,7 +252,7 @@ static void cook(std::string_view typed) {
         const bool escape = byte == kEscape;
         Run.keys += escape ? '\0' : c;
         if (!escape && byte != editb.e_eof) show(c);
-        Run.wrapped |= Run.column >= e_window(STDIN_FILENO);
+        if (Run.column > edge) Run.told = std::min(Run.told, edge);
         if (!escape && c != '\r' && byte != editb.e_eof) continue;
         Run.partial = false;
         Run.later = typed.substr(i + 1);
@@ -217,11 +268,11 @@ static void type(std::string_view typed) {
 }
 
 static void step_off_for(std::string_view output) {
-    const bool known = !Run.broken && Run.untouched && !Run.wrapped;
+    const bool known = !Run.broken && Run.untouched;
     e_view->step_off();
     e_flush();
     if (known && editb.e_crlf == 1)
-        require(shows(row(), {Run.program_row, 0, Run.program_column}, Run.column));
+        require(shows(row(), {Run.program_row, 0, Run.program_column}, Run.column, Run.told));
     program_writes(output);
 }
 
@@ -239,10 +290,12 @@ static bool happen(int event, KeyWait &result) {
     } else if (event < 246) {
         progdone = SIGINT;
         e_row_stale = 1;
+        row_forget();
         result = KeyWait::interrupted;
         return true;
     } else if (event < 250) {
         newline();  // where a shell has written
+        row_forget();
         e_view->redraw();
         e_flush();
         check_row();
@@ -280,8 +333,7 @@ static ssize_t read_keys(char *to, std::size_t len) {
     std::size_t n = std::min(len, Run.keys.size());
     std::size_t used = n;
     if (editb.e_raw == kTtyAlt) {
-        const std::string ends = {'\r', '\0', static_cast<char>(editb.e_eof)};
-        const std::size_t end = Run.keys.find_first_of(ends);
+        const std::size_t end = piece_end();
         if (end < n) {
             used = end + 1;
             n = Run.keys[end] == '\0' ? end : used;
@@ -322,7 +374,10 @@ static void begin(const Editor &editor, std::string_view data) {
     Run = {};
     Run.editor = &editor;
     Run.data = data;
-    clear_row();
+    row_follow("\n", 1);  // ends what the last run may have left open
+    newline();
+    pass_row_new();
+    Run.plain = true;
     edit_reset_for_test();
     kread_reset_for_test();
     editor.reset();
@@ -359,7 +414,7 @@ static bool wait_between_lines() {
         if (event < 192)
             type(take(event % 96 + 1));
         else if (event < 240 && !Run.partial)
-            program_writes(take(event - 192));
+            program_writes_between_lines(take(event - 192));
     }
     return true;
 }
@@ -367,16 +422,14 @@ static bool wait_between_lines() {
 static void check_sent(std::string_view line) {
     if (line.back() != '\n' || editb.e_raw != kTtyRaw || Run.broken) return;
     Run.wanted.column = -1;
-    Run.wrapped = Run.finished_wrapped;
-    require(!Run.finished_known || shows(Run.finished, Run.wanted, 0));
-    Run.wrapped = false;
+    require(!Run.finished_known || shows(Run.finished, Run.wanted, 0, Run.finished_told));
     line.remove_suffix(1);
     require(line == Run.sent.substr(0, Run.sent.find('\0')));
 }
 
 void run_editor(const Editor &editor, const std::uint8_t *data, std::size_t size) {
     begin(editor, {reinterpret_cast<const char *>(data), size});
-    program_writes(take(take_byte()));
+    program_writes_between_lines(take(take_byte()));
     for (;;) {
         require(e_assert_mode(STDIN_FILENO) == 0);
         if (!wait_between_lines()) break;
@@ -389,15 +442,20 @@ void run_editor(const Editor &editor, const std::uint8_t *data, std::size_t size
         Run.editing = false;
         require(n <= kLineCapacity);
         if (n > 0) {
+            Run.plain = buff[n - 1] == '\n';
+            if (Run.plain)
+                pass_row_new();
+            else
+                row_forget();
             check_sent({buff, static_cast<std::size_t>(n)});
             Run.full = editb.e_raw == kTtyRaw && Run.column != 0 && buff[n - 1] != '\n';
             if (buff[n - 1] == '\n' || Run.column == 0 || editb.e_raw == kTtyAlt)
-                program_writes("\n> ");
+                program_writes_between_lines("\n> ");
         } else if (progdone != 0) {
             progdone = 0;
             Run.interrupted = true;
         } else if (e_taken_len >= 0) {
-            program_writes("\n> ");
+            program_writes_between_lines("\n> ");
         } else if (e_nothing == 0) {
             break;
         }

@@ -1,6 +1,6 @@
 // editor_run.h: drives an editor in this process: the input's bytes make the user's settings, the
 // history, the prompt, bursts of keys and what happens between them; a screen of one row takes what
-// the editor writes. It stands in for src/wait.cpp and src/pass, which are not linked.
+// the editor writes. It stands in for src/wait.cpp and src/pass, of which only row.cpp is linked.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // prompt_fuzz.cpp: the capture of the prompt under any output in any pieces, and what an edit makes
-// of it, against the program's whole output.
+// of it, against the program's whole output; and what is known of the row that it stands on.
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -7,6 +7,8 @@
 
 #include "edit.h"
 #include "editor_run.h"
+#include "pass.h"
+#include "pass/pass_internal.h"
 
 // What the capture holds: the output since the last line end or escape, unless it has overflowed.
 static std::string captured(const std::string &output) {
@@ -34,9 +36,21 @@ static void check(const std::string &output, int prompt_size) {
     fuzz::require(text.substr(0, static_cast<std::size_t>(prompt_size - 2)) == prompt.get() + 1);
 }
 
+// What is known of the row behind the program's cursor, whatever the output.
+static void check_row_rest() {
+    const auto rest = std::make_unique<char[]>(kRowColumns);
+    const int len = pass_row_rest(rest.get());
+    fuzz::require(len >= 0 && len <= kRowColumns);
+    const bool printable =
+        std::all_of(rest.get(), rest.get() + len, [](char c) { return is_printable(byte_of(c)); });
+    fuzz::require(printable);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     static constexpr int kSizes[] = {256, 78, 2, 3};
     edit_reset_for_test();
+    row_follow("\n", 1);  // ends what the last run may have left open
+    pass_row_new();
     std::string output;
     for (std::size_t at = 0; at + 1 < size;) {
         const std::size_t length = std::min<std::size_t>(data[at], size - at - 1);
@@ -46,6 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         for (int i = 0; i < often; i++) {
             e_setup_prime(piece.c_str());
             output += piece;
+            row_follow(bytes.data(), static_cast<int>(length));
+            check_row_rest();
         }
         at += length + 1;
     }

@@ -45,8 +45,12 @@ static void copy() {
     const int n = take_number();
     const int line = take_byte() - 1;
     const int lines = hist_copy(text, n, line);
-    require(text[kMaxLine] == '!' && std::strlen(text) < kMaxLine);
-    require(lines >= 0 && lines == hist_copy(nullptr, n, line));
+    const std::size_t length = std::strlen(text);
+    require(text[kMaxLine] == '!' && length < kMaxLine);
+    // A copy that is cut short counts no further.
+    const int counted = hist_copy(nullptr, n, line);
+    const bool cut = length == kMaxLine - 1;
+    require(lines >= 0 && (lines == counted || (cut && lines < counted)));
 }
 
 static void find() {
@@ -83,6 +87,13 @@ static void record() {
     require(fc_fix->fixind >= before || fc_fix->fixind > 0);
 }
 
+// The same in two steps, without a look at what others wrote.
+static void write_and_flush() {
+    const std::string text = take(take_byte());
+    require(std::fwrite(text.data(), 1, text.size(), fc_fix->fixfd) == text.size());
+    hist_flush();
+}
+
 static void others() {
     const int how = take_byte();
     const std::string bytes = take(take_byte());
@@ -96,20 +107,32 @@ static void others() {
 static void cancel() { hist_cancel(); }
 static void catch_up() { hist_eof(); }
 
+// What the file holds in front of the input's bytes: nothing, so much that further commands get a
+// number with them, a command that no block holds, more commands than a block holds.
+static std::string filler(int commands, int length) {
+    std::string text("\x81\1", 2);
+    for (int i = 0; i < commands; i++) {
+        for (int k = 0; k < length; k++) text += static_cast<char>('a' + (i + k) % 23);
+        text.append("\n\0", 2);
+    }
+    return text;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    static constexpr void (*kRequests[])() = {copy,   find,   locate, word,
-                                              record, others, cancel, catch_up};
+    static constexpr void (*kRequests[])() = {copy,   find,   locate,   word,           record,
+                                              others, cancel, catch_up, write_and_flush};
     static constexpr const char *kSizes[] = {"0", "1", "5", "100", "-1", "99999999999"};
+    static const std::string kFillers[] = {"", filler(82, 98), filler(1, 70'000), filler(700, 98)};
     Rest = {reinterpret_cast<const char *>(data), size};
     const int setting = take_byte();
-    const std::string file = take(take_byte() * 16);
+    const std::string file = kFillers[setting / 6 % 4] + take(take_byte() * 16);
     File = memfd_create("history", MFD_CLOEXEC);
     require(write(File, file.data(), file.size()) == static_cast<ssize_t>(file.size()));
     setenv("Q_VXHISTFILE", ("/proc/self/fd/" + std::to_string(File)).c_str(), 1);
     setenv("Q_VXHISTSIZE", kSizes[setting % 6], 1);
     require(hist_open() == 0);
     while (!Rest.empty()) {
-        kRequests[take_byte() % 8]();
+        kRequests[take_byte() % 9]();
         require(fc_fix->fixind >= 1 && fc_fix->fixmax >= 0);
     }
     hist_close_for_test();

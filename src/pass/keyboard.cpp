@@ -110,7 +110,10 @@ static int read_line(int fd) {
     const int n = kread(STDIN_FILENO, buff, kLineCapacity);
     if (n < 0) fatal_message("morp: kread error from stdin");
     if (n > 0) {
-        if (buff[n - 1] == '\n') pass_row_new();
+        if (buff[n - 1] == '\n')
+            pass_row_new();
+        else
+            row_forget();  // it stays on the row
         return n;
     }
     if (progdone != 0) {
