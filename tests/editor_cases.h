@@ -137,10 +137,9 @@ inline void check_row(const harness::Fields &c, std::string output) {
     output.pop_back();
     harness::Screen screen(12, std::stoi(harness::get(c, "columns", "80")));
     screen.feed(output);
-    int row = 0, col = 0;
-    screen.cursor(row, col);
-    EXPECT_EQ(screen.row(row), harness::unescaped(c.at("row")));
-    EXPECT_EQ(std::to_string(col), c.at("col"));
+    const harness::Place at = screen.cursor();
+    EXPECT_EQ(screen.row(at.row), harness::unescaped(c.at("row")));
+    EXPECT_EQ(std::to_string(at.col), c.at("col"));
 }
 
 inline void check_case(EditorTerminal &terminal, const harness::Fields &c) {

@@ -1,5 +1,6 @@
 #include "harness/cases.h"
 
+#include <algorithm>
 #include <fstream>
 #include <ostream>
 #include <stdexcept>
@@ -12,7 +13,7 @@ static std::string trimmed(const std::string &text) {
     return text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-static std::vector<std::string> cells_of(const std::string &line) {
+std::vector<std::string> cells_of(const std::string &line) {
     std::vector<std::string> cells(1);
     for (std::size_t i = 0; i < line.size(); i++) {
         if (line[i] == '|') {
@@ -26,12 +27,15 @@ static std::vector<std::string> cells_of(const std::string &line) {
     return cells;
 }
 
-bool Section::is_table() const { return lines.front().text.starts_with("name "); }
+static bool is_table(const Section &section) {
+    return section.lines.front().text.starts_with("name ");
+}
 
 std::vector<Case> Section::cases() const {
+    if (!is_table(*this)) return {{name, settings}};
     std::vector<Case> cases;
     const std::vector<std::string> columns = cells_of(lines.front().text);
-    for (std::size_t n = 1; n < lines.size(); n++) {
+    for (std::size_t n = 1; n < lines.size() && lines[n].text != "steps"; n++) {
         const std::vector<std::string> cells = cells_of(lines[n].text);
         if (cells.size() != columns.size()) throw std::runtime_error(lines[n].where + "columns");
         Case c = {lines[n].where + cells[0], settings};
@@ -39,6 +43,12 @@ std::vector<Case> Section::cases() const {
         cases.push_back(c);
     }
     return cases;
+}
+
+std::vector<Section::Line> Section::steps() const {
+    if (!is_table(*this)) return lines;
+    const auto at = std::ranges::find(lines, "steps", &Line::text);
+    return {at == lines.end() ? at : at + 1, lines.end()};
 }
 
 void PrintTo(const Section &section, std::ostream *out) { *out << section.name; }

@@ -7,8 +7,9 @@
 //     name        | keys  | line
 //     end of line | ab^Ec | abc
 //
-// A section is a table, whose first line names the columns, or a list of steps (see script.h).
-// A column is a setting of one case. Text is written so:
+// A section is a table, whose first line names the columns, or a list of steps (see script.h), or
+// a table and, behind a line "steps", the steps for each of its rows. A column is a setting of one
+// case. Text is written so:
 //
 //     ^A ^[ ^?      control keys, ^? the delete key
 //     \e \s \n ...  escape, blank (which would be trimmed), \a \b \n \r \t as in C
@@ -42,15 +43,20 @@ struct Section {
     Fields settings;
     std::vector<Line> lines;  // without blanks around them
 
-    bool is_table() const;
+    // One for each row of the table; a single one where there is none.
     std::vector<Case> cases() const;
+    std::vector<Line> steps() const;
 };
 void PrintTo(const Section &section, std::ostream *out);
+// Names the tests of sections.
+inline const auto kNamed = [](const auto &test) { return test.param.name; };
 
 // The sections of tests/cases/`file`. Throws when the file can't be read or is no such file.
 std::vector<Section> sections_of(const std::string &file);
 // The bytes that `text` stands for, `end` behind them.
 std::string unescaped(std::string_view text, std::string_view end = "");
+// What stands between separators, without blanks around it.
+std::vector<std::string> cells_of(const std::string &line);
 // A setting's text, `otherwise` where it isn't set.
 std::string get(const Fields &fields, const std::string &name, const std::string &otherwise = "");
 

@@ -69,11 +69,9 @@ std::string Screen::text(int row, int from, int to) const {
 std::string Screen::row(int n) const { return trimmed(text(n, 0, cols_)); }
 
 bool Screen::contains(std::string_view wanted) const {
-    if (all().find(wanted) != std::string::npos) return true;
-    for (int n = 0; n < rows_; ++n) {
+    for (int n = 0; n < rows_; ++n)
         if (text(n, 0, cols_).find(wanted) != std::string::npos) return true;
-    }
-    return false;
+    return all().find(wanted) != std::string::npos;
 }
 
 std::string Screen::all() const {
@@ -83,11 +81,10 @@ std::string Screen::all() const {
     return out + '\n';
 }
 
-void Screen::cursor(int &row, int &col) const {
+Place Screen::cursor() const {
     VTermPos pos;
     vterm_state_get_cursorpos(vterm_obtain_state(term_), &pos);
-    row = pos.row;
-    col = pos.col;
+    return {pos.row, pos.col};
 }
 
 }  // namespace harness

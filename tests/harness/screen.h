@@ -10,6 +10,11 @@ struct VTermScreen;
 
 namespace harness {
 
+struct Place {
+    int row, col;
+    bool operator==(const Place &) const = default;
+};
+
 class Screen {
 public:
     Screen(int rows, int cols);
@@ -19,7 +24,6 @@ public:
 
     void feed(std::string_view bytes);
     void resize(int rows, int cols);
-    int rows() const { return rows_; }
     // Columns `from` to before `to` of a row, blank cells as blanks.
     std::string text(int row, int from, int to) const;
     // The whole row without trailing blanks.
@@ -28,7 +32,7 @@ public:
     bool contains(std::string_view wanted) const;
     // All rows, each ended by a newline; empty rows at the end are left out.
     std::string all() const;
-    void cursor(int &row, int &col) const;
+    Place cursor() const;
 
 private:
     VTerm *term_;

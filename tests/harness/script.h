@@ -1,22 +1,55 @@
-// script.h: sessions of the whole program that are written down in tests/cases, for both editors.
-// The settings of a section:
+// script.h: sessions of the whole program that are written down in tests/cases/e2e_*.txt; the file
+// format is that of cases.h. The steps of a section are taken in a session of its own, and again
+// for each row of its table, each style and each mode; "$column" in a step or a setting stands for
+// what the row, or the section, sets. The settings:
 //
-//     style, columns   of the session
-//     prompt           of the program
-//     program          the script that sh runs, or "actor echo". Without it a shell that reads
-//                      lines, shows each as <line>, and does beside that what the steps ask for
+//     style            emacs (the rule), gmacs, vi; several words stand for one session each
+//     mode             the same: 1 with editing (the rule), 0 without
+//     rows, columns    of the terminal
+//     args             further options of morp
+//     program          words: the program and its arguments
+//     script, outer    run by sh, inside morp, or in place of morp, which is $MORP in it. Without
+//                      any of the three a program shows each line as <line>, and the steps begin
+//                      when it waits behind its
+//     prompt           "> " if not set
+//     times            how often the steps are taken
+//     needs            a program without which the section is skipped
 //
-// Each step waits for a state or makes one; a row counts from 0, a column too:
+// Steps that make a state; " then " stands between steps on one line, and rows and columns count
+// from 0:
 //
-//     type KEYS            print BYTES (by the program)    run COMMANDS (by the program's shell)
-//     row ROW TEXT         line ROW COLUMN TEXT (the row that the cursor is on, and morp asleep)
-//     text TEXT            output BYTES                    editing TEXT (up to the cursor)
-//     mode alt|raw|pass    asleep    suspend    fg    exit
-//     recorded TEXT        unrecorded TEXT (in the history)
+//     type KEYS
+//     send LINE            and a carriage return; waits for <LINE>
+//     edit TEXT            the cursor then in front of its last character
+//     print BYTES          on the program's terminal
+//     stty SETTINGS        of that
+//     resize ROWS COLUMNS    of the user's terminal
+//     restore              that, to what it was before the start
+//     hangup               takes it away
+//     signal NAME          to morp
+//     kill NAME            to the program
+//     fg    bg             of a stopped job
+//     talk KEYS | ROWS | COLUMN    types; the row of the cursor turns into ROWS, all others stay,
+//                          and the cursor is at the end or in COLUMN
+//     repeat N STEPS
 //
-// A table is a list of waits: after `keys` the editor waits, with `shown` and the cursor in
-// column `col` behind the prompt; then output arrives, twice, the second time with a longer prompt;
-// then it goes on with `after` and a carriage return, and the program gets `line`.
+// Steps that wait for a state:
+//
+//     editing TEXT         the row up to the cursor ends so, and a line can be typed
+//     row ROW TEXT
+//     line ROW COLUMN TEXT    that row, and the cursor in it, in COLUMN
+//     shown COLUMN LINE    the screen is what was printed, and LINE behind it
+//     text TEXT            on the screen
+//     output BYTES         since the last step that made a state
+//     never, once TEXT     in all that was written; "printed TEXT": is all that was written
+//     mode NAME            of the terminal: original, pass, raw, alt; $own is that of the style
+//     asleep               morp
+//     idle N               and morp wakes up no more than N times in a while
+//     silent               the program's terminal, which does not echo
+//     size ROWS COLUMNS    that the user's terminal has
+//     stopped NAME         by this signal
+//     exit STATUS          0 if not given; "gone": no process is left
+//     recorded, unrecorded TEXT    in the history
 #pragma once
 
 #include "harness/cases.h"

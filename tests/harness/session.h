@@ -6,13 +6,18 @@
 #include <sys/types.h>
 #include <termios.h>
 
+#include <chrono>
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <map>
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "harness/process.h"
+#include "harness/screen.h"
 
 namespace harness {
 
@@ -23,11 +28,8 @@ struct Options {
     // Run in place of "morp program", for example {"dash", "-i"}; $MORP is morp's path in it.
     std::vector<std::string> outer = {};
     std::map<std::string, std::string> env = {};  // further variables
-    std::vector<std::string> unset = {};          // variables to take out again
     int rows = 24;
     int cols = 80;
-    // Changes the user's terminal before anything runs on it.
-    std::function<void(termios &)> terminal = {};
     // Bytes laid into a file of this name in the home directory.
     std::map<std::string, std::string> files = {};
 };
@@ -65,6 +67,10 @@ public:
     void signal(int sig);
     // Takes the terminal away, as when its window is closed.
     void hang_up();
+    // Continues the stopped job as a shell's fg (f) and bg (b) do.
+    void resume(char how);
+    // Changes the user's terminal behind morp's back.
+    void set_terminal(const termios &settings);
 
     // Waits until `text` stands anywhere on the screen.
     void wait_text(std::string_view text);
@@ -78,9 +84,14 @@ public:
     void wait_editing(std::string_view shown);
     // Waits until morp has handled everything that reached it and sleeps without a time limit.
     void wait_asleep();
-    void wait_mode(Mode mode);
-    // Waits until `ready` holds; it is asked again whenever something may have changed.
-    void wait_for(std::string_view what, const std::function<bool()> &ready);
+    void wait_mode(Mode wanted);
+    // Waits until `ready` holds; it is asked again whenever something may have changed, until the
+    // job has ended.
+    void wait_for(std::string_view what, const std::function<bool()> &ready) {
+        wait_until(what, true, ready);
+    }
+    // The same, and morp asleep or ended.
+    void wait_settled(std::string_view what, const std::function<bool()> &ready);
     // Waits until the job has stopped; returns the signal.
     int wait_stopped();
     // Waits until the job has ended and all its output is in; returns its exit status, or minus
@@ -88,50 +99,72 @@ public:
     int wait_exit();
     // Waits until no process of the run is left.
     void wait_no_process();
-
-    // Continues the stopped job as a shell's fg and bg do.
-    void fg();
-    void bg();
+    void fg() { resume('f'); }
 
     // The screen: row `n` without trailing blanks, all rows, the cursor.
-    std::string row(int n);
-    std::string screen();
-    struct Place {
-        int row, col;
-        bool operator==(const Place &) const = default;
-    };
-    Place cursor();
+    std::string row(int n) { return view().row(n); }
+    std::string screen() { return view().all(); }
+    Place cursor() { return view().cursor(); }
     // Rows and columns that the user's terminal has.
     Place size() const;
     // Everything that morp wrote; a mark is a length of it.
     const std::string &output();
-    std::size_t mark();
-    std::string output_since(std::size_t mark);
+    std::size_t mark() { return output().size(); }
+    std::string output_since(std::size_t mark) { return output().substr(mark); }
 
-    termios terminal() const;
     Mode mode() const;
-    const termios &terminal_at_start() const;
-    // Changes the user's terminal behind morp's back.
-    void set_terminal(const termios &settings);
-    // The terminal that the program has.
-    termios program_terminal();
+    const termios &terminal_at_start() const { return at_start_; }
+    std::string home() const { return dir_ / "home"; }
     // Bytes of the file `name` in the home directory, empty when there is none.
     std::string file(std::string_view name) const;
-    // The history file of `program`.
-    std::string history(std::string_view program) const;
-    std::string home() const;
+    // All history files.
+    std::string history() const;
     // Process ids; the program is the one that morp started. They throw when there is none.
     pid_t morp_pid();
-    bool morp_runs();
     pid_t program_pid();
-    // How often morp has gone to sleep of itself so far.
-    long sleeps();
-    // The process that has the program's terminal in the foreground is `name` and sleeps.
-    bool program_runs(std::string_view name);
+    // Path of the terminal that the program has.
+    std::string program_terminal();
+    // What morp has done so far.
+    Nap life() { return nap(morp_pid()); }
 
 private:
-    struct Impl;
-    std::unique_ptr<Impl> impl_;
+    using Clock = std::chrono::steady_clock;
+
+    std::map<std::string, std::string> environment() const;
+    std::vector<std::string> command() const;
+    [[noreturn]] void become_holder(int control);
+    bool pump();
+    Screen &view();
+    void read_reports();
+    void order(char what);
+    void wait_until(std::string_view what, bool needs_job, const std::function<bool()> &ready);
+    [[noreturn]] void give_up(std::string_view what, const char *why);
+    std::string picture();
+    termios settings() const;
+    pid_t find_morp(pid_t from) const;
+    bool resting(const Nap &now);
+    bool settled();
+    bool at_prompt(std::string_view shown);
+    void finish();
+
+    Options options_;
+    std::filesystem::path dir_;  // of this run: home, sanitizer reports
+    int master_ = -1;
+    int slave_ = -1;    // held open, so that the terminal outlives its last user
+    int control_ = -1;  // the holder's socket
+    pid_t holder_ = -1;
+    termios at_start_{};
+    // The screen lags behind the log until it is looked at: most of a flood scrolls by unseen.
+    Screen screen_;
+    std::size_t on_screen_ = 0;
+    std::string log_;
+    std::string report_;  // half a line from the holder
+    pid_t job_ = -1;
+    std::optional<int> job_status_;
+    std::optional<int> stopped_;
+    bool nobody_left_ = false;
+    long seen_switches_ = -1;  // for judging sleep by time
+    Clock::time_point seen_at_;
 };
 
 }  // namespace harness

@@ -71,23 +71,22 @@ std::string hex(std::string_view bytes) {
 }
 
 // Each line comes back as <line>; ends at end of input with <end>.
-int echo(const char *prompt) {
+int answer(const char *prompt, const std::string &line_end) {
     std::string line;
     put(prompt);
-    while (get_line(line)) put("<" + line + ">\n" + prompt);
-    put("<end>\n");
+    while (get_line(line)) put("<" + line + ">" + line_end + prompt);
+    put("<end>" + line_end);
     return 0;
 }
+
+int echo(const char *prompt) { return answer(prompt, "\n"); }
 
 // The same on a terminal that leaves output alone: what is written in one piece arrives in one.
 int echo_whole(const char *prompt) {
     termios plain = settings();
     plain.c_oflag &= ~static_cast<tcflag_t>(OPOST);
     tcsetattr(0, TCSANOW, &plain);
-    std::string line;
-    put(prompt);
-    while (get_line(line)) put("<" + line + ">\r\n" + prompt);
-    return 0;
+    return answer(prompt, "\r\n");
 }
 
 // Without a prompt and without a word per line: counts lines, and tells at "count" whether each was
@@ -101,15 +100,16 @@ int count(const char *) {
     return 0;
 }
 
-// In raw mode: takes as many bytes as it is told and shows them in hexadecimal.
+// In raw mode: takes as many bytes as it is told, which have to be all values in turn, and tells
+// how many were not.
 int take(const char *how_many) {
     const std::size_t wanted = strtoul(how_many, nullptr, 10);
     set_raw();
     put("ready\r\n");
-    std::string got;
-    char c = 0;
-    while (got.size() < wanted && read(0, &c, 1) == 1) got += c;
-    put("[" + hex(got) + "]\r\n");
+    std::size_t got = 0, wrong = 0;
+    for (char c = 0; got < wanted && read(0, &c, 1) == 1; ++got)
+        wrong += c != static_cast<char>(got);
+    put("<" + std::to_string(got) + " taken, " + std::to_string(wrong) + " wrong>\r\n");
     return 0;
 }
 
@@ -220,15 +220,20 @@ int size(const char *) {
     return 0;
 }
 
-// Shows the settings of its terminal in hexadecimal, byte for byte, and what it is to its session.
-int settings_dump(const char *) {
-    const termios now = settings();
-    std::string text = "<";
-    for (const tcflag_t flags : {now.c_iflag, now.c_oflag, now.c_cflag, now.c_lflag})
-        text += std::to_string(flags) + " ";
-    text += hex({reinterpret_cast<const char *>(now.c_cc), NCCS}) + ">\n";
-    const bool leads = getsid(0) == getpid() && getpgrp() == getpid() && tcgetpgrp(0) == getpid();
-    put(text + (leads ? "<leader>\n" : "<follower>\n"));
+// Asks for a password as ssh does, and then takes commands as a remote shell without an editor
+// would: each is answered with [command], "exit" ends.
+int gate(const char *password) {
+    std::string line;
+    for (bool known = true; known && line != password;) {
+        // What was typed before the question is thrown away with the switch.
+        set_echo(false, TCSAFLUSH);
+        put("me@gate's password: ");
+        known = get_line(line);
+        put("\n");
+        set_echo(true, TCSAFLUSH);
+        if (line != password) put("Permission denied, please try again.\n");
+    }
+    for (put("gate$ "); get_line(line) && line != "exit"; put("gate$ ")) put("[" + line + "]\n");
     return 0;
 }
 
@@ -241,10 +246,7 @@ int signals(const char *) {
     struct sigaction action {};
     action.sa_handler = on_signal;
     for (const int sig : {SIGINT, SIGQUIT, SIGTSTP, SIGCONT}) sigaction(sig, &action, nullptr);
-    put("> ");
-    std::string line;
-    while (get_line(line)) put("<" + line + ">\n> ");
-    return 0;
+    return echo("> ");
 }
 
 // Lets go of its terminal and lives on until it is told by a signal to end.
@@ -262,8 +264,8 @@ constexpr struct {
     {"count", count},     {"detach", detach},
     {"echo", echo},       {"echo-whole", echo_whole},
     {"flood", flood},     {"flood-take", flood_take},
-    {"give", give},       {"screen", screen},
-    {"secret", secret},   {"settings", settings_dump},
+    {"gate", gate},       {"give", give},
+    {"screen", screen},   {"secret", secret},
     {"signals", signals}, {"size", size},
     {"take", take},
 };

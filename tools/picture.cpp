@@ -7,6 +7,7 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "harness/session.h"
@@ -24,10 +25,10 @@ constexpr int kBorder = 16;
 constexpr int kNotesWidth = 330;
 
 struct Step {
-    std::string keys;
-    std::string shown;  // the row up to the cursor, when the step is done
-    std::string key;    // the note: the key in front of it, and its words; both may be empty
-    std::string note;
+    std::string_view keys;
+    std::string_view shown;  // the row up to the cursor, when the step is done
+    std::string_view key;    // the note: the key in front of it, and its words; both may be empty
+    std::string_view note;
 };
 
 // Where the user typed: from this column on, the text of this row is theirs.
@@ -36,7 +37,7 @@ struct Typed {
     const Step *step;
 };
 
-const std::vector<Step> kSteps = {
+constexpr Step kSteps[] = {
     {"morp -- python3 -I -q\r", ">>> ", "", "any program that reads lines"},
     {"prices = [3, 10, 47]\r", ">>> ", "", ""},
     {"sum(prices)\r", ">>> ", "", ""},
@@ -48,7 +49,7 @@ const std::vector<Step> kSteps = {
     {"\x12pri", ">>> ^Rpri", "^R", "search what was typed, also days ago"},
 };
 
-std::string escaped(const std::string &text) {
+std::string escaped(std::string_view text) {
     std::string out;
     for (const char c : text) {
         if (c == '&')
@@ -123,7 +124,7 @@ private:
 
 std::string draw(Session &s, const std::vector<Typed> &typed) {
     Drawing drawing;
-    const Session::Place at = s.cursor();
+    const harness::Place at = s.cursor();
     drawing.cursor(at.row, at.col);
     for (int row = 0; row < kRows; ++row) {
         std::string text = s.row(row);
@@ -152,12 +153,12 @@ std::string make_picture() {
     std::vector<Typed> typed;
     s.wait_row(0, "$");
     for (const Step &step : kSteps) {
-        const Session::Place at = s.cursor();
+        const harness::Place at = s.cursor();
         typed.push_back({at.row, at.col, &step});
         const std::size_t mark = s.mark();
         s.type(step.keys);
-        s.wait_for("the row \"" + step.shown + "\"", [&] {
-            const Session::Place now = s.cursor();
+        s.wait_for("the row \"" + std::string(step.shown) + "\"", [&] {
+            const harness::Place now = s.cursor();
             return s.mark() > mark && now.col == static_cast<int>(step.shown.size()) &&
                    (now.row > at.row || now.col > at.col) &&
                    (s.row(now.row) + ' ').starts_with(step.shown);
