@@ -422,10 +422,21 @@ void Visit::suspend() {
     rest();
 }
 
+// The shell's job `name` has its terminal and sleeps.
+bool in_front(pid_t shell, const std::string &name) {
+    const std::string stat = all_of("/proc/" + std::to_string(shell) + "/stat");
+    std::istringstream behind_name(stat.substr(std::min(stat.rfind(')') + 1, stat.size())));
+    std::string state;
+    pid_t parent = 0, group = 0, session = 0, terminal = 0, front = -1;
+    behind_name >> state >> parent >> group >> session >> terminal >> front;
+    return front > 0 && harness::executable(front).ends_with("/" + name) &&
+           harness::nap(front).state == 'S';
+}
+
 // A job of the shell inside morp.
 void Visit::job() {
     enter("cat");
-    session_->wait_for("cat to run", [&] { return session_->program_runs("cat"); });
+    session_->wait_for("cat to run", [&] { return in_front(session_->program_pid(), "cat"); });
     session_->wait_asleep();
     const std::string words = letters(state_.random, 5);
     send(words + "\r");
@@ -435,7 +446,7 @@ void Visit::job() {
     rest();
     one_line();
     enter("fg");
-    session_->wait_for("cat to run", [&] { return session_->program_runs("cat"); });
+    session_->wait_for("cat to run", [&] { return in_front(session_->program_pid(), "cat"); });
     session_->wait_asleep();
     send("\x03");
     rest();
