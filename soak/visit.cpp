@@ -163,12 +163,12 @@ constexpr const char *kStyles[] = {"emacs", "gmacs", "vi"};
 Visit::Visit(State &state, const Program &program)
     : state_(state),
       program_(program),
-      vi_(state.visits % std::size(kStyles) == 2),
+      vi_(state.visits % std::ssize(kStyles) == 2),
       outer_(below(state.random, 3) == 0),
       kept_(below(state.random, 10) != 0),
       file_(state.dir + "/" + program.name),
       typed_(kept_ ? state.typed[file_] : own_),
-      style_(kStyles[state.visits % std::size(kStyles)]) {}
+      style_(kStyles[state.visits % std::ssize(kStyles)]) {}
 
 // --- The user's hands ---
 

@@ -128,7 +128,9 @@ Session::~Session() {
 void Session::finish() {
     const bool direct = options_.outer.empty();
     if (!direct && !job_status_) return;
-    if (!job_status_ && master_ >= 0) {
+    // Without a program it is ending by itself, and a signal that comes into the leak check at its
+    // end would make that hang.
+    if (!job_status_ && master_ >= 0 && !children(job_).empty()) {
         kill(job_, SIGTERM);
         if (stopped_) order('f');
     }
