@@ -341,9 +341,13 @@ void Visit::ahead() {
             const std::string seen = session_->output_since(mark);
             std::size_t at = 0;
             for (const auto &answer : answers) {
-                // In the line itself something follows. In front of an answer anything may stand:
-                // the echo of a line typed before its prompt was there.
-                at = seen.find(answer + "\r", at + 1);
+                // In front of an answer anything may stand: the echo of a line typed before its
+                // prompt was there. In the line itself something follows, and where an editor
+                // draws it piece by piece, no line end.
+                do at = seen.find(answer + "\r", at + 1);
+                while (at != std::string::npos &&
+                       seen.find_first_of("\r\n", at + answer.size() + 1) !=
+                           at + answer.size() + 1);
                 if (at == std::string::npos) return false;
             }
             return true;
