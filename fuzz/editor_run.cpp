@@ -15,19 +15,17 @@
 
 #include "editlib.h"
 #include "history.h"
-#include "main.h"
 #include "pass.h"
 #include "pass/pass_internal.h"
+#include "tty.h"
 #include "wait.h"
 
-// What src/pass and src/main.cpp own.
-int opt_flag = 0;
+// What src/pass and src/wait.cpp own.
 int Vesk_on_desired = 1;
 int Vesk_on = 1;
 int Pty_raw_or_cbreak = 0;
 char buff[kKeyboardBuffer];
 volatile std::sig_atomic_t progdone = 0;
-tty_info Tty_original;
 
 namespace fuzz {
 
@@ -369,6 +367,10 @@ static void set_terminal(int choice) {
     require(tcsetattr(STDIN_FILENO, TCSANOW, &t) == 0);
 }
 
+static bool key_expected() { return Run.pasted && !Run.keys.empty(); }
+
+static constexpr EditHost kHost = {wait_key, key_expected, pass_row_rest, pass_row_new};
+
 static void begin(const Editor &editor, std::string_view data) {
     open_terminal();
     Run = {};
@@ -380,6 +382,7 @@ static void begin(const Editor &editor, std::string_view data) {
     Run.plain = true;
     edit_reset_for_test();
     kread_reset_for_test();
+    e_host = &kHost;
     editor.reset();
     progdone = 0;
     opt_flag = editor.style;
@@ -465,8 +468,6 @@ void run_editor(const Editor &editor, const std::uint8_t *data, std::size_t size
 
 }  // namespace fuzz
 
-bool pass_key_expected() { return fuzz::Run.pasted && !fuzz::Run.keys.empty(); }
-KeyWait pass_wait_key() { return fuzz::wait_key(); }
 ssize_t keyboard_read(void *buf, std::size_t len) {
     return fuzz::read_keys(static_cast<char *>(buf), len);
 }

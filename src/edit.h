@@ -68,9 +68,7 @@ struct edit {
     char e_inmacro;          // cleared at every terminal read
 };
 extern edit editb;
-
-// What a special character reads as when the terminal has it disabled: equal to no key.
-inline constexpr int kNoKey = -100;
+extern int opt_flag;  // editing style
 
 // The editor's side of output that arrives while it waits for a key. An editor registers its view
 // once its terminal is raw, its record is set up and e_env is armed, and unregisters it (null)

@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "edit.h"
 #include "emacs.h"
 #include "history.h"
 #include "morp_defs.h"
-#include "pass.h"
 #include "utils.h"
 #include "vi.h"
 
@@ -48,12 +48,4 @@ int kread(int fd, char *line, int n) {
     }
     if (edited && fc_fix != nullptr && result > 0) record_line(line, result);
     return result;
-}
-
-char *e_movstr(const char *a, char *b) { return stpcpy(b, a); }
-
-void e_failed(const char *name, const char *message) {
-    (void)fprintf(stderr, "%s : %s\n", name != nullptr ? name : "",
-                  message != nullptr ? message : "");
-    exit(2);
 }

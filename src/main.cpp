@@ -1,5 +1,4 @@
-// main.cpp: start-up and orderly exit. The catchers here run in waits only (see wait.h), so they
-// may do what any code may.
+// main.cpp: start-up.
 #include "main.h"
 
 #include <fcntl.h>
@@ -14,72 +13,14 @@
 #include "msg.h"
 #include "pass.h"
 #include "pty.h"
+#include "run.h"
 #include "wait.h"
 
 static const char kVersion[] = "@(#)morp main 1.0";
 
-const char *Program_name = "morp";
-int Mode_vesk_init = 1;
-int master_fd = -1;
-pid_t Child_pid = 0;
-int Child_dead = 0;
-volatile std::sig_atomic_t Child_suspended = 0;
-tty_info Tty_original;
-tty_info suspended_tty;
-sigjmp_buf Env;
-
 // Their addresses are handed to the system, so they live as long as the process.
 static char *argv_shell[2];
 static char hist_buf[128];
-
-const char *t_basename(const char *str) {
-    const char *slash = strrchr(str, '/');
-    return slash == nullptr ? str : slash + 1;
-}
-
-void finish(int status) {
-    if (Child_suspended != 0 || tty_in_background()) exit(status);
-    tty_size_refresh(fileno(stdin), &Tty_original);
-    int restored = -1;
-    // Tried twice: the user has to go on with this terminal.
-    for (int i = 0; i < 2 && restored != 0; i++)
-        restored = tty_info_change(fileno(stdin), &Tty_original, 1);
-    if (restored != 0) {
-        message_format("%s: can't restore original tty mode", Program_name);
-        perror(Message_buf);
-        exit(1);
-    }
-    exit(status);
-}
-
-void fatal(const char *what) {
-    const int err = errno;
-    message_format("%s: %s", Program_name, what);
-    errno = err;
-    perror(Message_buf);
-    finish(1);
-}
-
-void fatal_message(const char *message) {
-    const int err = errno;
-    message_format("%s", message);
-    errno = err;
-    perror(Message_buf);
-    finish(1);
-}
-
-void sig_trap_sigterm(int) {
-    if (Child_suspended == 0) pass_last_words_at_once();
-    finish(1);
-}
-
-void sig_trap_sigwinch(int) {
-    const int err = errno;
-    if (master_fd >= 0 && ioctl(STDIN_FILENO, TIOCGWINSZ, &Tty_original.tty_winsize) == 0 &&
-        Tty_original.tty_winsize.ws_col != 0)
-        (void)ioctl(master_fd, TIOCSWINSZ, &Tty_original.tty_winsize);  // a lost size harms nobody
-    errno = err;
-}
 
 static void sig_trap_general(int) {}  // while the program is being started
 

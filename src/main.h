@@ -1,37 +1,5 @@
-// main.h: start-up, command line, orderly exit, and the catchers that serve the whole run.
+// main.h: start-up and command line.
 #pragma once
-
-#include <sys/types.h>
-#include <csetjmp>
-#include <csignal>
-
-#include "tty.h"
-
-extern const char *Program_name;  // last component of argv[0], the prefix of most messages
-extern int Mode_vesk_init;        // option -m: not 0 when editing is wanted at start
-extern int master_fd;             // pseudo-terminal master, -1 before the start and once closed
-extern pid_t Child_pid;           // the program: process, group and session id; 0 before the start
-extern int Child_dead;            // 1 once the program has ended
-extern volatile std::sig_atomic_t Child_suspended;  // 1 while morp is suspended with the program
-extern tty_info Tty_original;   // the user's terminal at start, its size kept current
-extern tty_info suspended_tty;  // the user's terminal when morp was suspended
-extern sigjmp_buf Env;          // where the SIGCHLD catcher goes when the program has ended
 
 // Everything that the program `morp` does. Ends in finish or exit, never by returning.
 [[noreturn]] int morp_main(int argc, char **argv);
-
-// Restores the user's terminal and ends the process with status `status`, or with 1 when the
-// terminal can't be restored. In the background, or suspended, the terminal is left alone.
-[[noreturn]] void finish(int status);
-
-// Formats `what` behind the name of the program into Message_buf ("morp: what"), prints it with the
-// text of errno, and ends through finish(1).
-[[noreturn]] void fatal(const char *what);
-// The same with `message` as it stands.
-[[noreturn]] void fatal_message(const char *message);
-
-// Pointer just past the last '/' of `str`, or `str`.
-const char *t_basename(const char *str);
-
-void sig_trap_sigterm(int sig);
-void sig_trap_sigwinch(int sig);

@@ -40,3 +40,6 @@ constexpr bool is_alnum(int c) { return is_digit(c) || is_upper(c) || is_lower(c
 
 // The value 0 to 255 of a buffer character.
 constexpr int byte_of(genchar c) { return static_cast<unsigned char>(c); }
+
+// What a special character reads as when the terminal has it disabled: equal to no key.
+inline constexpr int kNoKey = -100;

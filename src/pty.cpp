@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "main.h"
 #include "msg.h"
+#include "run.h"
 #include "wait.h"
 
 static constexpr std::size_t kNameSize = 26;

@@ -6,10 +6,11 @@
 #include <cstdio>
 #include <iterator>
 
-#include "edit.h"
-#include "main.h"
 #include "morp_defs.h"
 #include "wait.h"
+
+tty_info Tty_original;
+tty_info suspended_tty;
 
 static void dump_termios(const char *, const struct termios *) {}  // hook for tracing
 

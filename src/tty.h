@@ -11,6 +11,9 @@ struct tty_info {
     struct winsize tty_winsize;  // a column count of 0: unknown, never applied
 };
 
+extern tty_info Tty_original;   // the user's terminal at start, its size kept current
+extern tty_info suspended_tty;  // the user's terminal when morp was suspended
+
 // Reads settings and size of `fd`; an unreadable size is stored as 0 by 0. On failure the record is
 // unchanged.
 int tty_info_get(int fd, tty_info *tty_i);

@@ -1,6 +1,8 @@
 #include "utils.h"
 
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 
 #include "morp_defs.h"
@@ -25,4 +27,12 @@ int get_editor_type() {
         if (type != 0) return type;
     }
     return kStyleVi;
+}
+
+char *e_movstr(const char *a, char *b) { return stpcpy(b, a); }
+
+void e_failed(const char *name, const char *message) {
+    (void)fprintf(stderr, "%s : %s\n", name != nullptr ? name : "",
+                  message != nullptr ? message : "");
+    exit(2);
 }

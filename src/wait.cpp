@@ -10,13 +10,12 @@
 #include <cerrno>
 #include <iterator>
 
-#include "main.h"
-#include "pass.h"
-
 static constexpr int kCaught[] = {SIGTERM, SIGHUP,  SIGINT,   SIGQUIT, SIGTSTP,
                                   SIGUSR2, SIGCHLD, SIGWINCH, SIGCONT};
 static constexpr int kIgnored[] = {SIGPIPE, SIGXFSZ};
 
+volatile std::sig_atomic_t progdone = 0;
+void (*Between_writes)() = nullptr;
 sigset_t Start_mask;
 static sigset_t Wait_mask;      // in force while a wait sleeps
 static sigset_t No_child_mask;  // the same with SIGCHLD blocked
@@ -183,7 +182,7 @@ int screen_write(Screen to, const char *data, std::size_t len) {
         if (n >= 0) {
             Rest.data += n;
             Rest.len -= static_cast<std::size_t>(n);
-            pass_forward_waiting_signal();
+            if (Between_writes != nullptr) Between_writes();
             continue;
         }
         const bool later = errno == EAGAIN || errno == EINTR;
@@ -192,7 +191,7 @@ int screen_write(Screen to, const char *data, std::size_t len) {
             Rest.len = 0;
             return later && Hurry ? 0 : -1;
         }
-        pass_forward_waiting_signal();
+        if (Between_writes != nullptr) Between_writes();
     }
     return 0;
 }

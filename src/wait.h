@@ -23,6 +23,10 @@ bool signal_was_ignored(int sig);
 // Installs a catcher, without restart and with an empty mask.
 void signal_catch(int sig, void (*catcher)(int));
 
+extern volatile std::sig_atomic_t progdone;  // keyboard signal caught and not yet forwarded, 0 none
+// Called between the pieces of a screen_write, with nothing half done; null for nothing.
+extern void (*Between_writes)();
+
 // Longest sleep of a wait, in nanoseconds; kNoTimeout sleeps until something happens.
 inline constexpr long kNoTimeout = -1;
 inline constexpr long kMicrosecond = 1000;

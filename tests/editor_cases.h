@@ -38,10 +38,11 @@
 #include "harness/cases.h"
 #include "harness/screen.h"
 #include "history.h"
-#include "main.h"
 #include "pass.h"
+#include "tty.h"
 #include "utils.h"
 #include "vi.h"
+#include "wait.h"
 
 class EditorTerminal {
 public:
@@ -72,6 +73,7 @@ public:
         out_ = out[0];
         fcntl(out_, F_SETFL, O_NONBLOCK);
         edit_reset_for_test();
+        e_host = &pass_host;
         emacs_reset_for_test();
         vi_reset_for_test();
         kread_reset_for_test();

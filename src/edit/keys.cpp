@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "edit.h"
+#include "edit/host.h"
 #include "edit_internal.h"
-#include "pass.h"
 #include "wait.h"
 
 static const char bellchr[2] = {kBell, '\0'};
@@ -15,6 +15,7 @@ static const char bellchr[2] = {kBell, '\0'};
 static char Out_buf[1024];
 static std::size_t Out_len = 0;
 
+const EditHost *e_host = nullptr;
 genchar e_taken[kMaxLine];
 int e_taken_len = -1;
 int e_nothing = 0;
@@ -83,12 +84,12 @@ void e_ungetchar(int c) {
 static int read_keys(unsigned char *keys, int size) {
     // A terminal that is gone fails at once, so this many tries take no time.
     constexpr int kAttempts = 100;
-    if (pass_key_expected()) {
+    if (e_host->key_expected()) {
         const ssize_t n = keyboard_read(keys, static_cast<std::size_t>(size));
         if (n > 0) return static_cast<int>(n);
     }
     for (int failed = 0; failed < kAttempts;) {
-        switch (pass_wait_key()) {
+        switch (e_host->wait_key()) {
             case KeyWait::interrupted:
             case KeyWait::taken:
                 return 0;

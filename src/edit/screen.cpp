@@ -1,5 +1,5 @@
+// screen.cpp: the map from a line to the columns that show it.
 #include "edit.h"
-#include "pass.h"
 
 // Writes the image of one character at column `at` and returns the column behind it.
 static int write_image(genchar *phys, int at, int c) {

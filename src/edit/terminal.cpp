@@ -10,12 +10,12 @@
 #include <iterator>
 
 #include "edit.h"
-#include "editlib.h"
-#include "pass.h"
 #include "tty.h"
+#include "utils.h"
 #include "wait.h"
 
 edit editb;
+int opt_flag = 0;
 const EditView *e_view = nullptr;
 
 // State: set by every switch of mode, zero at the start.

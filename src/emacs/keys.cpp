@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "emacs_internal.h"
-#include "pass.h"
 
 namespace emacs {
 

@@ -10,7 +10,6 @@
 
 #include "emacs.h"
 #include "emacs_internal.h"
-#include "pass.h"
 #include "wait.h"
 
 namespace emacs {

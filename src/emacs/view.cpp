@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "edit/host.h"
 #include "emacs_internal.h"
-#include "pass.h"
 
 namespace emacs {
 
@@ -32,10 +32,10 @@ static void step_off() {
     // What the program prints now starts an empty row; the prompt captured isn't on it.
     if (gone || own_row != 0) {
         e_reset_prime();
-        pass_row_new();
+        e_host->row_new();
     }
     char rest[kRowColumns];
-    const int rest_end = prompt + pass_row_rest(rest);
+    const int rest_end = prompt + e_host->row_rest(rest);
     for (int k = 0; k < editb.e_wsize; k++) {
         char c = ' ';
         if (k < prompt)
@@ -58,7 +58,7 @@ static void step_off() {
 // the next update blanks it.
 static void take_rest_into_image() {
     char rest[kRowColumns];
-    const int len = pass_row_rest(rest);
+    const int len = e_host->row_rest(rest);
     const int room = editb.e_wsize - editb.e_plen;
     std::memcpy(screen + editb.e_plen, rest, static_cast<std::size_t>(std::min(len, room)));
     if (len > room) overflow = rest[room];
@@ -77,7 +77,7 @@ static void come_back() {
     e_new_prompt(kPromptSize);
     if (drop_unfit_prompt(text_len)) {
         e_putchar('\n');
-        pass_row_new();
+        e_host->row_new();
     }
 
     const int moved = editb.e_plen - old_plen;

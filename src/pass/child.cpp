@@ -9,8 +9,8 @@
 #include <cstdio>
 
 #include "edit.h"
-#include "main.h"
 #include "pass_internal.h"
+#include "run.h"
 #include "tty.h"
 #include "wait.h"
 
@@ -126,4 +126,17 @@ void handle_child_restart(int) {
     e_row_renewed();  // the shell has written below it
     row_forget();
     Resumed = 1;
+}
+
+void sig_trap_sigterm(int) {
+    if (Child_suspended == 0) pass_last_words_at_once();
+    finish(1);
+}
+
+void sig_trap_sigwinch(int) {
+    const int err = errno;
+    if (master_fd >= 0 && ioctl(STDIN_FILENO, TIOCGWINSZ, &Tty_original.tty_winsize) == 0 &&
+        Tty_original.tty_winsize.ws_col != 0)
+        (void)ioctl(master_fd, TIOCSWINSZ, &Tty_original.tty_winsize);  // a lost size harms nobody
+    errno = err;
 }

@@ -11,8 +11,8 @@
 
 #include "edit.h"
 #include "editlib.h"
-#include "main.h"
 #include "pass_internal.h"
+#include "run.h"
 #include "tty.h"
 #include "wait.h"
 

@@ -8,8 +8,8 @@
 #include <cstring>
 
 #include "edit.h"
-#include "main.h"
 #include "pass_internal.h"
+#include "run.h"
 #include "tty.h"
 #include "wait.h"
 

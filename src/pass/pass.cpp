@@ -10,10 +10,9 @@
 #include <cstdio>
 
 #include "edit.h"
-#include "main.h"
 #include "msg.h"
 #include "pass_internal.h"
-#include "ploop.h"
+#include "run.h"
 #include "tty.h"
 #include "utils.h"
 #include "wait.h"
@@ -21,12 +20,10 @@
 static const char kVersion[] = "@(#)morp pass 1.0";
 
 // State of the whole run.
-int opt_flag = 0;
 int Vesk_on_desired = 0;
 int Vesk_on = 0;
 int Pty_raw_or_cbreak = 0;
 char buff[kKeyboardBuffer];
-volatile std::sig_atomic_t progdone = 0;
 int Master_hung_up = 0;
 
 static void sig_trap_general(int sig) { progdone = sig; }
@@ -37,10 +34,14 @@ static constexpr long kQuiet = 20 * kMillisecond;
 static constexpr long kQuietInSequence = 200 * kMillisecond;  // the rest is sure to come
 static constexpr long kHungUpRetry = 100 * kMillisecond;
 
+const EditHost pass_host = {pass_wait_key, pass_key_expected, pass_row_rest, pass_row_new};
+
 void pass_all(int _fd) {
     static int fd;  // still valid after the jump
     (void)kVersion;
     fd = _fd;
+    e_host = &pass_host;
+    Between_writes = pass_forward_waiting_signal;
     opt_flag = get_editor_type();
     Vesk_on_desired = Mode_vesk_init;
     Vesk_on = Mode_vesk_init;
@@ -158,6 +159,8 @@ static long long Burst_end_ns = 0;
 
 void pass_keys_seen() { Burst_end_ns = now_ns() + kMillisecond; }
 
+// The wait has served signals and output within the last millisecond, and the program, which is looked
+// at for each key, still reads lines.
 bool pass_key_expected() {
     if (progdone != 0 || Resumed != 0 || now_ns() >= Burst_end_ns) return false;
     if (keyboard_waiting() == 0) return false;  // a key typed singly pays for no more than this

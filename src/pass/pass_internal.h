@@ -4,7 +4,9 @@
 #include <poll.h>
 #include <termios.h>
 
+#include "edit/host.h"
 #include "pass.h"
+#include "wait.h"
 
 // Supervision of the program (child.cpp).
 enum EnumChildState { e_StateUnknown = 0, e_StateGone = 1, e_StateRunning = 2, e_StateStopped = 3 };
@@ -92,7 +94,20 @@ bool row_in_sequence();
 // Somebody else has written on the row.
 void row_forget();
 
-// Waiting (wait_loop in pass.cpp).
+// The main loop (ploop.cpp): relays between keyboard, program and screen until the program has ended
+// or the master `fd` is closed. Ends through finish(1) on a fatal error.
+void pass_loop(int fd);
+
+// What the editors ask of their host (EditHost), here and in row.cpp.
+KeyWait pass_wait_key();
+bool pass_key_expected();
+int pass_row_rest(char *dst);
+void pass_row_new();
+// Forwards a keyboard signal that came while the screen kept a write waiting, unless an edit has to
+// see it first.
+void pass_forward_waiting_signal();
+
+// Waiting (pass.cpp).
 inline constexpr int kMasterSlot = 0;
 inline constexpr int kKeyboardSlot = 1;
 // Sleeps until the master, or the keyboard where `keys`, is ready, or `timeout_ns` has passed. With

@@ -21,9 +21,9 @@
 #include <cstring>
 
 #include "edit.h"
-#include "main.h"
 #include "pass_internal.h"
 #include "pty.h"
+#include "run.h"
 #include "tty.h"
 #include "wait.h"
 

@@ -8,9 +8,9 @@
 #include <csetjmp>
 #include <cstring>
 
-#include "pass.h"
 #include "vi.h"
 #include "vi_internal.h"
+#include "wait.h"
 
 namespace vi {
 

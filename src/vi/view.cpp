@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "pass.h"
+#include "edit/host.h"
 #include "vi_internal.h"
 
 namespace vi {
@@ -19,10 +19,10 @@ static void go_left(int count) {
 static void step_off() {
     const int at = editb.e_pcur - win_first();
     const int marked = margin_shown() != ' ' ? editb.e_wsize + 1 : 0;
-    if (own_row) pass_row_new();
+    if (own_row) e_host->row_new();
     // Output that the text has covered shows again.
     char rest[kRowColumns];
-    const int rest_len = std::min(pass_row_rest(rest), editb.e_wsize + 1);
+    const int rest_len = std::min(e_host->row_rest(rest), editb.e_wsize + 1);
     const int used = std::max({win_last() + 1, marked, at, rest_len});
     go_left(at);
     for (int i = 0; i < used; i++) e_putchar(i < rest_len ? byte_of(rest[i]) : ' ');
@@ -37,7 +37,7 @@ static void step_off() {
 // the next refresh blanks it.
 static void take_rest_into_window() {
     char rest[kRowColumns];
-    const int len = pass_row_rest(rest);
+    const int len = e_host->row_rest(rest);
     const int shown = std::min(len, editb.e_wsize);
     memcpy(editb.e_window, rest, static_cast<std::size_t>(shown));
     win_last() = shown - 1;
@@ -57,7 +57,7 @@ static void come_back() {
 
     if (own_row) {
         e_putchar('\n');
-        pass_row_new();
+        e_host->row_new();
         pr_prompt();
     } else if (editb.e_crlf != 0 && (was_alone || editb.e_plen == kPromptSize - 2)) {
         // The row doesn't hold the prompt from its first column on, or holds more of it than is

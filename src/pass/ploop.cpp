@@ -1,11 +1,9 @@
 // ploop.cpp: the main loop: one wait for keyboard and program, and what follows from it.
-#include "ploop.h"
-
 #include <unistd.h>
 
 #include "edit.h"
-#include "main.h"
 #include "pass/pass_internal.h"
+#include "run.h"
 #include "wait.h"
 
 static bool keys_held_ahead() { return editb.e_index > 0; }

@@ -1,0 +1,27 @@
+// host.h: what the editors ask of whoever runs them, the mirror of EditView. The pass-through is the
+// host of the program morp; a test, a benchmark or a fuzz target brings its own.
+#pragma once
+
+// How a wait for a key ended.
+enum class KeyWait { ready, interrupted, taken };
+
+// Most columns of a row that are kept, at least those of the widest window and its prompt.
+inline constexpr int kRowColumns = 161;
+
+struct EditHost {
+    // The editor's wait: sleeps until the keyboard can be read. Program output is relayed meanwhile,
+    // with the editor stepping off its row and coming back (e_view). `ready`: read now.
+    // `interrupted`: progdone is set. `taken`: the program left line input, the edit has to end.
+    KeyWait (*wait_key)();
+    // In a paste the next key is there already: there is nothing to wait for and nothing to show
+    // yet. True when a read of the keyboard may be tried without a wait.
+    bool (*key_expected)();
+    // Copies what the program has left on the screen's row from its cursor on, printable
+    // characters, to `dst` (kRowColumns bytes, not terminated). Returns their number: 0 also where
+    // the row isn't known.
+    int (*row_rest)(char *dst);
+    // The program's cursor stands on a new, empty row.
+    void (*row_new)();
+};
+// Set before the first line is read.
+extern const EditHost *e_host;
