@@ -14,7 +14,7 @@ static void reset() { emacs_reset_for_test(); }
 static int base() { return emacs::cr_ok == 1 ? 0 : -1; }
 
 static std::string_view line(bool sent) {
-    std::string_view text = editb.e_inbuf + editb.e_plen;
+    std::string_view text = editb.e_inbuf;
     if (sent && !text.empty() && text.back() == '\n') text.remove_suffix(1);
     return text;
 }
@@ -23,9 +23,8 @@ static std::string_view line(bool sent) {
 static std::string image(bool sent, int &cursor) {
     int column = -1;
     int behind = -1;
-    std::string cells =
-        image_of(line(sent), editb.e_plen, editb.e_cur - editb.e_plen, column, behind);
-    std::copy_n(editb.e_inbuf, editb.e_plen, cells.begin());
+    std::string cells = image_of(line(sent), editb.e_plen, editb.e_cur, column, behind);
+    std::copy_n(editb.e_prompt + 1, editb.e_plen, cells.begin());
     cursor = column >= 0 ? column : static_cast<int>(cells.size());
     return cells;
 }

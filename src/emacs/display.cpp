@@ -55,7 +55,7 @@ static void start_row(DRAWTYPE option) {
     cr_ok = editb.e_crlf == 1 ? 1 : 0;
     if (option == FIRST) {
         scvalid = 1;
-        std::memcpy(screen, editb.e_inbuf, static_cast<std::size_t>(editb.e_plen));
+        std::memcpy(screen, editb.e_prompt + 1, static_cast<std::size_t>(editb.e_plen));
         cursor = screen + editb.e_plen;
     }
 }
@@ -73,11 +73,10 @@ static bool echo_typed() {
 
 // Builds the image of the whole line, kMaxImage bytes; returns the cursor's column in it.
 static int build_image(char *nscreen) {
-    std::memcpy(nscreen, editb.e_inbuf, static_cast<std::size_t>(editb.e_plen));
-    const int column =
-        e_virt_to_phys(editb.e_inbuf, nscreen, editb.e_cur, editb.e_plen, editb.e_plen);
+    std::memcpy(nscreen, editb.e_prompt + 1, static_cast<std::size_t>(editb.e_plen));
+    const int column = e_virt_to_phys(editb.e_inbuf, nscreen, editb.e_cur, 0, editb.e_plen);
     // A character that the image no longer holds gives the first column, as does none.
-    const bool behind = column == editb.e_plen && editb.e_cur != editb.e_plen;
+    const bool behind = column == editb.e_plen && editb.e_cur != 0;
     if (behind || editb.e_inbuf[editb.e_cur] == '\0') return static_cast<int>(std::strlen(nscreen));
     return column;
 }

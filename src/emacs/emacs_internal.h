@@ -1,13 +1,13 @@
 // emacs_internal.h: what the files of the emacs-like editor share: the state of the line read, the
 // display, the commands.
 //
-// The line is built in the caller's buffer, editb.e_inbuf, behind a copy of the prompt: prompt at 0
-// to e_plen - 1, text from e_plen on, a NUL at e_eol. Every position (e_cur, e_eol, the mark
-// e_fchar) counts from the start of the buffer. Text and prompt together stay below kKeyboardBuffer
-// - 1, so that newline and NUL always fit.
+// The line is built in the caller's buffer, editb.e_inbuf: text from 0 on, a NUL at e_eol. Every
+// position (e_cur, e_eol, the mark e_fchar) counts from its start; the prompt is the display's
+// business alone. Text and prompt together stay below kKeyboardBuffer - 1: e_llimit takes the prompt
+// off twice, once for the room that it takes on the row and once for what the text has less for it.
 //
-// Program output may arrive in any wait for a key and bring another prompt, which moves the text
-// and all positions in editb (see view.cpp). So no position is held in a local across e_getchar.
+// Program output may arrive in any wait for a key and bring another prompt (see view.cpp), so no
+// column is held in a local across e_getchar.
 #pragma once
 
 #include <type_traits>

@@ -22,10 +22,10 @@ static int forward_word(const genchar *out, int words) {
 // The start of the `words`-th word before the cursor, or of the text.
 static int backward_word(const genchar *out, int words) {
     int i = editb.e_cur;
-    for (; words > 0 && i > editb.e_plen; words--) {
+    for (; words > 0 && i > 0; words--) {
         i--;
-        while (i > editb.e_plen && !in_word(out, i)) i--;
-        while (i > editb.e_plen && in_word(out, i - 1)) i--;
+        while (i > 0 && !in_word(out, i)) i--;
+        while (i > 0 && in_word(out, i - 1)) i--;
     }
     return i;
 }

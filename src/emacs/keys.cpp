@@ -13,7 +13,7 @@ static const char kVersion[] = "@(#)morp emacs editor 1.0";
 static constexpr int kVersionMarker = 4;
 
 After line_start(Command &command) {
-    command.i = editb.e_plen;
+    command.i = 0;
     return After::update;
 }
 
@@ -23,7 +23,7 @@ After line_end(Command &command) {
 }
 
 After leftarrow(Command &command) {
-    command.i -= std::min(command.count, command.i - editb.e_plen);
+    command.i -= std::min(command.count, command.i);
     return After::update;
 }
 
@@ -52,7 +52,7 @@ After find_character(Command &command) {
     const int c = e_getchar();
     command.i = editb.e_cur;
     int found = index_of(c, editb.e_cur + 1, editb.e_eol);
-    if (found < 0) found = index_of(c, editb.e_plen, editb.e_cur);
+    if (found < 0) found = index_of(c, 0, editb.e_cur);
     if (found >= 0) command.i = found;
     return After::update;
 }
@@ -65,7 +65,7 @@ After transpose(Command &command) {
             command.i++;
             return After::update;
         }
-    } else if (command.i >= editb.e_plen + 2) {
+    } else if (command.i >= 2) {
         std::swap(at[-1], at[-2]);
         return After::update;
     }
@@ -102,11 +102,8 @@ After refresh(Command & /*command*/) {
 
 After show_version(Command & /*command*/) {
     keep_line();
-    editb.e_cur = editb.e_plen;
-    const std::size_t room = static_cast<std::size_t>(kKeyboardBuffer - 1 - editb.e_plen);
-    const std::size_t len = std::min(std::strlen(kVersion + kVersionMarker), room);
-    std::memcpy(editb.e_inbuf + editb.e_plen, kVersion + kVersionMarker, len);
-    editb.e_inbuf[static_cast<std::size_t>(editb.e_plen) + len] = '\0';
+    editb.e_cur = 0;
+    std::memcpy(editb.e_inbuf, kVersion + kVersionMarker, sizeof kVersion - kVersionMarker);
     draw(UPDATE);
     e_ungetchar(e_getchar());
     restore_line();

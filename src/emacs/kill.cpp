@@ -23,7 +23,7 @@ After set_mark(Command &command) {
 }
 
 After erase(Command &command) {
-    const int len = std::min(command.count, command.i - editb.e_plen);
+    const int len = std::min(command.count, command.i);
     command.i -= len;
     cut(command.i, len);
     editb.e_fchar = command.i;
@@ -38,7 +38,7 @@ After delete_(Command &command) {
 
 After kill_to_end(Command &command) {
     if (command.oadjust >= 0) {
-        editb.e_fchar = editb.e_plen + command.oadjust;
+        editb.e_fchar = command.oadjust;
         e_ungetchar(ctrl('W'));
         return After::next_key;
     }
@@ -49,7 +49,7 @@ After kill_to_end(Command &command) {
 }
 
 After kill_line(Command &command) {
-    editb.e_cur = editb.e_plen;
+    editb.e_cur = 0;
     command.oadjust = -1;
     (void)kill_to_end(command);  // draws by itself
 
@@ -90,7 +90,7 @@ After control_x(Command &command) {
 
 After yank(Command & /*command*/) {
     const int len = static_cast<int>(std::strlen(editb.e_tmp));
-    if (editb.e_eol + len > std::min(editb.e_llimit, kMaxText)) {
+    if (editb.e_eol + len > std::min(editb.e_llimit, kMaxText - editb.e_plen)) {
         e_ringbell();
         return After::next_key;
     }

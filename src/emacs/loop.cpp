@@ -43,14 +43,14 @@ static constexpr Binding kBindings[] = {
 int line_length() { return static_cast<int>(strnlen(editb.e_inbuf, kKeyboardBuffer - 1)); }
 
 void keep_line() {
-    kept.len = editb.e_eol - editb.e_plen;
-    kept.cur = editb.e_cur - editb.e_plen;
-    std::memcpy(kept.text, editb.e_inbuf + editb.e_plen, static_cast<std::size_t>(kept.len) + 1);
+    kept.len = editb.e_eol;
+    kept.cur = editb.e_cur;
+    std::memcpy(kept.text, editb.e_inbuf, static_cast<std::size_t>(kept.len) + 1);
 }
 
 void restore_line() {
-    std::memcpy(editb.e_inbuf + editb.e_plen, kept.text, static_cast<std::size_t>(kept.len) + 1);
-    editb.e_cur = editb.e_plen + kept.cur;
+    std::memcpy(editb.e_inbuf, kept.text, static_cast<std::size_t>(kept.len) + 1);
+    editb.e_cur = kept.cur;
     kept.len = -1;
 }
 
@@ -71,7 +71,7 @@ static bool quote(int c) {
 static int code_of(int c) {
     if (c == editb.e_kill) return CODE_KILL;
     if (c == editb.e_erase) return CODE_ERASE;
-    if (c == editb.e_eof && editb.e_eol == editb.e_plen) return CODE_EOF;
+    if (c == editb.e_eof && editb.e_eol == 0) return CODE_EOF;
     return c;
 }
 
@@ -118,11 +118,9 @@ static void begin_line() {
     }
     e_row_renewed();
 
-    const std::size_t plen = static_cast<std::size_t>(editb.e_plen);
-    std::memcpy(editb.e_inbuf, editb.e_prompt + 1, plen);
-    editb.e_inbuf[plen] = '\0';
-    editb.e_llimit = capacity - editb.e_plen;
-    editb.e_cur = editb.e_eol = editb.e_fchar = editb.e_plen;
+    editb.e_inbuf[0] = '\0';
+    editb.e_llimit = capacity - 2 * editb.e_plen;
+    editb.e_cur = editb.e_eol = editb.e_fchar = 0;
     draw(FIRST);
     adjust = -1;
     backslash = 0;
@@ -137,12 +135,9 @@ static int leave(int fd, int result) {
     return result;
 }
 
-// Moves the line to the start of the buffer, over the prompt, and returns its length: it ends at
-// the first NUL that was quoted into it.
+// Returns the line's length: it ends at the first NUL that was quoted into it.
 static int deliver(int fd) {
     genchar *const line = editb.e_inbuf;
-    const int len = editb.e_eol - editb.e_plen;
-    std::memmove(line, line + editb.e_plen, static_cast<std::size_t>(len) + 1);
     e_flush();
     const int result = static_cast<int>(std::strlen(line));
     if (result > 0) return leave(fd, result);

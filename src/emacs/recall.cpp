@@ -19,7 +19,7 @@ void copy_history_line(genchar *dst) {
 static After show_location() {
     editb.e_hline = location.his_command;
     editb.e_hloff = location.his_line;
-    copy_history_line(editb.e_inbuf + editb.e_plen);
+    copy_history_line(editb.e_inbuf);
     return After::drawline;
 }
 

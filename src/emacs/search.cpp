@@ -19,7 +19,7 @@ static int text_limit() {
 
 // Puts `c` at index `n` of the text, the cursor behind it.
 static void put(genchar *out, int n, int c, DRAWTYPE option) {
-    const int at = editb.e_plen + kLead + n;
+    const int at = kLead + n;
     out[at] = static_cast<genchar>(c);
     out[at + 1] = '\0';
     editb.e_cur = at + 1;
@@ -38,7 +38,7 @@ static bool type_text(genchar *out) {
                 e_ringbell();
                 continue;
             }
-            editb.e_cur = editb.e_plen + kLead + --n;
+            editb.e_cur = kLead + --n;
             out[editb.e_cur] = '\0';
             draw(UPDATE);
         } else if (c == editb.e_kill) {
@@ -66,7 +66,7 @@ static bool find_text(genchar *out, int direction) {
         prevdirection = -prevdirection;
         direction = 1;
     }
-    const genchar *const text = out + editb.e_plen + kLead;
+    const genchar *const text = out + kLead;
     if (*text != '\0') {
         const std::size_t len = strnlen(text, kSearchSize - 1);
         std::memcpy(string, text, len);
@@ -79,7 +79,7 @@ static bool find_text(genchar *out, int direction) {
     if (found.his_command > 0) {
         editb.e_hline = found.his_command;
         editb.e_hloff = found.his_line;
-        copy_history_line(out + editb.e_plen);
+        copy_history_line(out);
         return true;
     }
     e_ringbell();
@@ -90,8 +90,8 @@ static bool find_text(genchar *out, int direction) {
 
 void search(genchar *out, int direction) {
     keep_line();
-    std::memcpy(out + editb.e_plen, "^R", kLead + 1);
-    editb.e_cur = editb.e_plen + kLead;
+    std::memcpy(out, "^R", kLead + 1);
+    editb.e_cur = kLead;
     draw(UPDATE);
     if (type_text(out) && find_text(out, direction))
         kept.len = -1;

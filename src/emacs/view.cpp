@@ -39,7 +39,7 @@ static void step_off() {
     for (int k = 0; k < editb.e_wsize; k++) {
         char c = ' ';
         if (k < prompt)
-            c = editb.e_inbuf[k];
+            c = editb.e_prompt[k + 1];
         else if (k < rest_end)
             c = rest[k - prompt];
         if (c == screen[k]) continue;
@@ -66,12 +66,9 @@ static void take_rest_into_image() {
 
 // The length of everything that has to fit behind the prompt: the line, also while it is kept
 // aside, and what is shown in its place.
-static int text_length() {
-    return std::max({editb.e_eol, editb.e_cur, line_length()}) - editb.e_plen;
-}
+static int text_length() { return std::max({editb.e_eol, editb.e_cur, line_length()}); }
 
 static void come_back() {
-    const int old_plen = editb.e_plen;
     const bool was_full = editb.e_eol + 1 >= editb.e_llimit;
     const int text_len = text_length();
     e_new_prompt(kPromptSize);
@@ -80,15 +77,7 @@ static void come_back() {
         e_host->row_new();
     }
 
-    const int moved = editb.e_plen - old_plen;
-    const std::size_t tail =
-        static_cast<std::size_t>(kKeyboardBuffer - std::max(old_plen, editb.e_plen));
-    std::memmove(editb.e_inbuf + editb.e_plen, editb.e_inbuf + old_plen, tail);
-    std::memcpy(editb.e_inbuf, editb.e_prompt + 1, static_cast<std::size_t>(editb.e_plen));
-    editb.e_cur += moved;
-    editb.e_eol += moved;
-    editb.e_fchar += moved;
-    editb.e_llimit = capacity - editb.e_plen;
+    editb.e_llimit = capacity - 2 * editb.e_plen;
     // A prompt that has grown must not end the line.
     if (!was_full) editb.e_llimit = std::max(editb.e_llimit, editb.e_eol + 2);
     draw(FIRST);
@@ -106,8 +95,8 @@ static void redraw() {
 
 static int text(genchar *dst) {
     const bool aside = kept.len >= 0;
-    const int len = aside ? kept.len : editb.e_eol - editb.e_plen;
-    const genchar *const from = aside ? kept.text : editb.e_inbuf + editb.e_plen;
+    const int len = aside ? kept.len : editb.e_eol;
+    const genchar *const from = aside ? kept.text : editb.e_inbuf;
     std::memcpy(dst, from, static_cast<std::size_t>(len));
     dst[len] = '\0';
     return len;
