@@ -129,6 +129,9 @@ void handle_child_restart(int) {
 }
 
 void sig_trap_sigterm(int) {
+    // The wait that let this one in lets others in too, and a second one in the middle of a message
+    // would wait for the first one's lock for ever.
+    wait_window_close();
     if (Child_suspended == 0) pass_last_words_at_once();
     finish(1);
 }
