@@ -118,8 +118,8 @@ int e_setalt(int fd);
 // Takes text that the driver holds in alternative mode into the read-ahead stack: the next line
 // starts with it in raw mode.
 void e_take_typed(int fd);
-// Gives the terminal its saved settings back. Ends the process with status 2 when that fails for
-// another reason than a closed descriptor or one that is no terminal.
+// Gives the terminal its saved settings back. Ends the process with status 2 when that fails while
+// the terminal is there: a closed descriptor, one that is no terminal, and a hang-up are passed over.
 void e_setcooked(int fd);
 // To be called by an editor at the end of its line: takes the keys still unread into the read-ahead
 // stack where the style wants it. The terminal stays raw; the main loop switches it, so that no key

@@ -12,7 +12,8 @@
 tty_info Tty_original;
 tty_info suspended_tty;
 
-static void dump_termios(const char *, const struct termios *) {}  // hook for tracing
+void dump_termios(const char *, const struct termios *) {}
+void dump_termio(const char *, const struct termio *) {}
 
 int tty_info_get(int fd, tty_info *tty_i) {
     tty_info temp = {};
@@ -71,28 +72,33 @@ bool tty_same(const struct termios &a, const struct termios &b) {
 }
 
 int tty_raw(int fd) {
-    struct termios t = {};
-    if (tcgetattr(fd, &t) != 0) return -1;
-    dump_termios("tty_raw/BEFORE", &t);
-    tty_make_raw(&t);
-    dump_termios("tty_raw/AFTER", &t);
-    if (tty_apply(fd, &t) != 0) return -1;
-    return tcflow(fd, TCOON) == 0 ? 0 : -1;
+    struct termios now = {};
+    if (tcgetattr(fd, &now) != 0) return -1;
+    struct termios wanted = now;
+    dump_termios("tty_raw/BEFORE", &now);
+    tty_make_raw(&wanted);
+    dump_termios("tty_raw/AFTER", &wanted);
+    if (tty_same(now, wanted)) return 0;
+    if (tty_apply(fd, &wanted) != 0) return -1;
+    (void)tcflow(fd, TCOON);  // the user may have stopped the output
+    return 0;
 }
 
 int tty_cooked(int fd) {
-    struct termios t = {};
-    if (tcgetattr(fd, &t) != 0) return -1;
-    dump_termios("tty_cooked/BEFORE", &t);
-    tty_make_cooked(&t);
-    dump_termios("tty_cooked/AFTER", &t);
-    return tty_apply(fd, &t);
+    struct termios now = {};
+    if (tcgetattr(fd, &now) != 0) return -1;
+    struct termios wanted = now;
+    dump_termios("tty_cooked/BEFORE", &now);
+    tty_make_cooked(&wanted);
+    dump_termios("tty_cooked/AFTER", &wanted);
+    return tty_same(now, wanted) ? 0 : tty_apply(fd, &wanted);
 }
 
-int tty_mode_noedit(int fd) {
+int tty_mode_noedit(int fd, tcflag_t held) {
     struct termios t = {};
     if (tcgetattr(fd, &t) != 0) return -1;
-    return (t.c_lflag & ICANON) != 0 && (t.c_lflag & ECHO) != 0 ? 0 : 1;
+    const tcflag_t lflag = t.c_lflag | held;
+    return (lflag & ICANON) != 0 && (lflag & ECHO) != 0 ? 0 : 1;
 }
 
 int tty_echo_get(int fd, int *val) {
@@ -111,7 +117,8 @@ int tty_echo_set(int fd, int val) {
         perror("tty_echo_get/tcgetattr");
         return -1;
     }
-    take_bits(t.c_lflag, val != 0 ? ECHO : 0, ECHO);
+    if (((t.c_lflag & ECHO) != 0) == (val != 0)) return 0;
+    t.c_lflag ^= ECHO;
     if (tty_apply(fd, &t) != 0) {
         perror("tty_echo_get/tcsetattr");
         return -1;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -65,6 +66,36 @@ Session limited_later(const std::string &style, const std::string &limit,
     return Session(options);
 }
 
+struct ModeCase {
+    const char *name;
+    const char *style;
+    const char *program;  // after a line; writes what is refused: see refuse.cpp
+    const char *message;
+    int status;
+};
+constexpr ModeCase kRefusedModes[] = {
+    {"leaving the editor's mode", "emacs", "echo 1 >refuse",
+     "cannot reset tty to cooked mode : ", 2},
+    {"leaving the driver's part of a line", "vi", "echo 1 >refuse",
+     "cannot reset tty to cooked mode : ", 2},
+    {"raw mode", "emacs", "echo 1 >refuse; stty raw; echo; sleep 99",
+     "morp: can't set tty mode to raw", 1},
+    {"raw mode behind vi", "vi", "echo 01 >refuse; stty raw; echo; sleep 99",
+     "morp: can't set tty mode to raw", 1},
+    {"no echo", "vi", "echo 1 >refuse; stty -echo; echo; sleep 99",
+     "morp: can't set echo on stdin off", 1},
+    {"cooked mode", "emacs",
+     "stty raw; printf 'raw: '; head -c1; echo 11 >refuse; stty sane; echo; sleep 99",
+     "morp: can't set tty mode to cooked", 1},
+    {"echo", "vi",
+     "stty raw; printf 'raw: '; head -c1; echo 101 >refuse; stty sane; echo; sleep 99",
+     "morp: can't set echo on stdin on", 1},
+    {"an editor's mode, once", "emacs",
+     "stty raw; printf 'raw: '; head -c1; echo 1 >refuse; stty sane; printf 'again? '; read -r x; "
+     "printf '<%s>' $x",
+     "<two>", 0},
+};
+
 struct StateCase {
     const char *name;
     const char *style;
@@ -97,6 +128,30 @@ TEST(Faults, ARefusedStartSaysSo) {
         Session s(limited(std::string("export ASAN_OPTIONS=detect_leaks=0; ") + c.shell));
         s.wait_text(c.message);
         EXPECT_EQ(s.wait_exit(), 1);
+    }
+}
+
+TEST(Faults, ARefusedModeSaysSo) {
+    for (const ModeCase &c : kRefusedModes) {
+        SCOPED_TRACE(c.name);
+        Options options;
+        options.style = c.style;
+        options.outer = {harness::helper("refusing/morp"), "--", "sh", "-c",
+                         std::string("printf '> '; read -r x; ") + c.program};
+        Session s(options);
+        s.wait_editing("> ");
+        s.type("one\r");
+        if (strstr(c.program, "raw: ") != nullptr) {
+            s.wait_text("raw: ");
+            s.type("x");
+        }
+        if (*c.message == '<') {
+            s.wait_text("again? ");
+            s.wait_asleep();
+            s.type("two\r");
+        }
+        s.wait_text(c.message);
+        EXPECT_EQ(s.wait_exit(), c.status);
     }
 }
 

@@ -136,10 +136,13 @@ void e_setcooked(int fd) {
         editb.e_raw = kTtyCooked;
         return;
     }
-    if (local_tcset(fd, 0, &ttyparm) == 0)
+    if (local_tcset(fd, 0, &ttyparm) == 0) {
         editb.e_raw = kTtyCooked;
-    else if (errno != EBADF && errno != ENOTTY)
+    } else if (errno != EBADF && errno != ENOTTY && errno != EIO) {
+        // Settings that were in force once may still be taken.
+        (void)tty_info_change(fd, &Tty_original, 1);
         e_failed(badcooked_msg, nullptr);
+    }
 }
 
 void e_end_edit(int) {

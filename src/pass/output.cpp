@@ -109,10 +109,8 @@ int handle_fd_except(int, int *except_handled) {
 }
 
 int check_fd_mode(int fd) {
-    struct termios t = {};
-    if (tcgetattr(fd, &t) != 0) return -1;
-    const tcflag_t lflag = program_lflag(t.c_lflag);
-    const int noedit = (lflag & ICANON) != 0 && (lflag & ECHO) != 0 ? 0 : 1;
+    const int noedit = tty_mode_noedit(fd, program_held_flags());
+    if (noedit < 0) return -1;
     if (noedit == Pty_raw_or_cbreak) return 0;
     Pty_raw_or_cbreak = noedit;
     if (opt_flag != 0) Vesk_on = noedit != 0 ? 0 : Vesk_on_desired;

@@ -56,6 +56,7 @@ void pass_all(int _fd) {
     }
     e_view = nullptr;
     if (master_fd >= 0) pass_last_words();
+    if (Child_suspended == 0 && !tty_in_background()) e_setcooked(STDIN_FILENO);
 }
 
 void pass_forward_waiting_signal() {
@@ -94,18 +95,16 @@ bool relay_once(int fd, bool pending, long timeout_ns) {
 
 void assert_user_mode() {
     if (Vesk_on != 0) {
-        if (e_assert_mode(STDIN_FILENO) != 0) fatal("can't set tty mode to cooked");
-        return;
-    }
-    struct termios now = {};
-    if (tcgetattr(STDIN_FILENO, &now) != 0) fatal("can't set tty mode to raw");
-    struct termios wanted = now;
-    tty_make_raw(&wanted);
-    wanted.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    if (!tty_same(now, wanted)) {
-        // At once: a key of a secret must not be echoed in between.
-        if (tty_apply(STDIN_FILENO, &wanted) != 0) fatal("can't set tty mode to raw");
-        (void)tcflow(STDIN_FILENO, TCOON);
+        if (e_assert_mode(STDIN_FILENO) == 0) return;
+        if (e_view != nullptr) fatal("can't set tty mode to raw");  // an editor works with it
+        // The editor's own mode is refused: the driver's takes its place, and the line is read as
+        // it comes from there. Never on the way to the editor's mode: see edit/terminal.cpp.
+        if (tty_cooked(STDIN_FILENO) != 0) fatal("can't set tty mode to cooked");
+        if (tty_echo_set(STDIN_FILENO, 1) != 0) fatal("can't set echo on stdin on");
+    } else {
+        // Echo first: a key of a secret must not be shown in between.
+        if (tty_echo_set(STDIN_FILENO, 0) != 0) fatal("can't set echo on stdin off");
+        if (tty_raw(STDIN_FILENO) != 0) fatal("can't set tty mode to raw");
     }
     e_leave_editing(STDIN_FILENO);
 }

@@ -56,9 +56,9 @@ void line_after_output();
 void line_idle();
 // A keyboard signal came: nothing waits for the line before any longer.
 void line_forget(int fd);
-// The echo flag of the program's terminal as the program set it: while a line is written with echo
-// off, `found` is replaced by what was found. `lflag` is the word as read.
-tcflag_t program_lflag(tcflag_t lflag);
+// The local flags of the program's terminal that the program has set and morp keeps off: ECHO while
+// a line is written.
+tcflag_t program_held_flags();
 // Takes the expected echo of a newline off the start of program output. Returns the bytes to skip.
 int echo_to_drop(const char *data, int len, char *late);
 void echo_disarm();

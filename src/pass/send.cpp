@@ -55,7 +55,7 @@ static bool Echo_held = false;
 static const char *Echo_want = "";  // empty when none is expected
 static bool Echo_begun = false;     // its first byte was at the end of a read
 
-tcflag_t program_lflag(tcflag_t lflag) { return Echo_held ? lflag | ECHO : lflag; }
+tcflag_t program_held_flags() { return Echo_held ? ECHO : 0; }
 
 void echo_disarm() {
     Echo_want = "";
@@ -238,18 +238,17 @@ static int write_line(int fd, const struct termios &t, const char *line, int len
     return result == 1 ? write_all(fd, "\r", 1) : result;
 }
 
-// Switches echo, which was found on, off and on again; `found` holds the settings of a moment ago.
-static int echo_off(int peer, const struct termios &found) {
-    struct termios silent = found;
-    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    const int result = tty_apply(peer, &silent);
+// Switches echo, which was found on, off and on again. The settings are read anew each time: the
+// program may have changed something else.
+static int echo_off(int peer) {
+    const int result = tty_echo_set(peer, 0);
     if (result == 0) Echo_held = true;
     return result;
 }
 
 static int echo_on(int peer) {
     Echo_held = false;
-    return tty_echo_set(peer, 1);  // read anew: the program may have changed something else
+    return tty_echo_set(peer, 1);
 }
 
 // Waits for the system's worker; where the slave can't be opened (-1), longer than it ever takes.
@@ -268,7 +267,7 @@ static int send_split(int fd, int peer, const struct termios &found, const char 
     const int terminal = peer >= 0 ? peer : fd;
     int result = 1;
     if (body > 0) {
-        if (echo_off(terminal, found) != 0) return -1;
+        if (echo_off(terminal) != 0) return -1;
         result = write_all(fd, line, body);
         await_worker(fd, peer);
         (void)echo_on(terminal);  // the text is out: the line goes on, and never a second time
@@ -285,7 +284,7 @@ static int send_split(int fd, int peer, const struct termios &found, const char 
 static int send_whole(int fd, int peer, const struct termios &found, const char *line, int len) {
     const int terminal = peer >= 0 ? peer : fd;
     const int before = peer >= 0 ? unread_on(peer) : 0;
-    if (echo_off(terminal, found) != 0) return -1;
+    if (echo_off(terminal) != 0) return -1;
     const int result = write_line(fd, found, line, len);
     const long long limit = now_ns() + kBusy;
     // The worker is done then, except where there is something to read already: a poll that finds
@@ -310,12 +309,14 @@ static void relay_waiting(int fd) {
 // `peer` is -1 where the slave can't be opened. Returns the number of bytes done with, or -1.
 static int send_through(int fd, int peer, const char *line, int len) {
     struct termios found = {};
-    if (tcgetattr(peer >= 0 ? peer : fd, &found) != 0) return -1;
+    int echo_old = 0;
+    const int terminal = peer >= 0 ? peer : fd;
+    if (tcgetattr(terminal, &found) != 0 || tty_echo_get(terminal, &echo_old) != 0) return -1;
     const bool busy = Line_state == Line::busy;
     const bool newline = line[len - 1] == '\n';
     const bool whole = busy || has_line_end(found, line, newline ? len - 1 : len);
     int result = 0;
-    if ((found.c_lflag & ECHO) == 0)
+    if (echo_old == 0)
         result = write_line(fd, found, line, len) < 0 ? -1 : len;
     else if (whole)
         result = send_whole(fd, peer, found, line, len);

@@ -281,7 +281,7 @@ Mode Session::mode() const {
 // morp among `from` and its descendants. Its own child looks the same until it executes the
 // program, so the search goes from the top.
 pid_t Session::find_morp(pid_t from) const {
-    if (executable(from) == fs::canonical(MORP_BINARY)) return from;
+    if (fs::path(executable(from)).filename() == "morp") return from;
     for (const pid_t child : children(from)) {
         const pid_t found = find_morp(child);
         if (found > 0) return found;
