@@ -14,6 +14,8 @@
 
 #include "history/history_internal.h"
 
+[[gnu::used]] static const char kVersion[] = "@(#)morp history 1.0";
+
 fixcmd *fc_fix = nullptr;
 
 namespace history {
@@ -23,7 +25,7 @@ static constexpr long kMaxReach = 1'000'000;
 static constexpr int kSmallestRing = 16;
 // Buffer of the stream: a record of the longest line, with all that may go around it, fits.
 static constexpr std::size_t kStreamBuffer = 4096;
-static const char *const kFallbackName = "./history";
+static const char histfname[10] = "./history";  // behind HOME, without Q_VXHISTFILE
 
 // State: the stream's buffer, in use from hist_open on.
 static char stream_buffer[kStreamBuffer];
@@ -35,56 +37,72 @@ static void try_write_at(int fd, const unsigned char *data, std::size_t size, lo
 
 // --- Opening ---
 
+// Returns 0 when the file `fd` starts as a history file and sets hist_version, else 1. The version
+// of a file that ends behind its first byte is the one that it will get.
+static int hist_check(int fd) {
+    unsigned char header[kHeaderSize] = {0, kFileVersion};
+    if (pread(fd, header, sizeof header, 0) < 1 || header[0] != kMagic) return 1;
+    hist_version = header[1];
+    return 0;
+}
+
 // Makes sure that the regular file `fd` of `size` bytes is a history file or empty, and gives it a
 // header. Written at offset 0, not appended: two processes that create the file at the same time
-// write the same bytes to the same place. Returns the format version, -1 when it is another file.
-static int claim_file(int fd, long size) {
-    unsigned char header[kHeaderSize] = {kMagic, kFileVersion};
-    if (size > 0 && (pread(fd, header, sizeof header, 0) < 1 || header[0] != kMagic)) return -1;
+// write the same bytes to the same place. False when it is another file.
+static bool claim_file(int fd, long size) {
+    static constexpr unsigned char kHeader[kHeaderSize] = {kMagic, kFileVersion};
+    hist_version = kFileVersion;
+    if (size > 0 && hist_check(fd) != 0) return false;
     // A failure (disk full) is made up for with the first command.
-    if (size < kHeaderSize) try_write_at(fd, header, sizeof header, 0);
-    return header[1];
+    if (size < kHeaderSize) try_write_at(fd, kHeader, sizeof kHeader, 0);
+    return true;
 }
 
 // Opens the file `name`. Returns its descriptor, -1 when it can't be used.
-static int open_named(const char *name, int &version) {
+static int open_named(const char *name) {
     struct stat st;
     // Even opening a pipe or a device may have an effect on others.
     if (stat(name, &st) == 0 && !S_ISREG(st.st_mode)) return -1;
     const int fd = open(name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
     if (fd < 0) return -1;
-    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
-        version = claim_file(fd, static_cast<long>(st.st_size));
-        if (version >= 0) {
-            // Fails for a file that belongs to somebody else, who then decides who may read it.
-            if ((st.st_mode & 07777) != 0600) (void)fchmod(fd, 0600);
-            return fd;
-        }
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
+        claim_file(fd, static_cast<long>(st.st_size))) {
+        // Fails for a file that belongs to somebody else, who then decides who may read it.
+        if ((st.st_mode & 07777) != 0600) (void)fchmod(fd, 0600);
+        return fd;
     }
     close(fd);
     return -1;
 }
 
 // A file without a name, for this run only. Returns its descriptor, or -1.
-static int open_temporary(int &version) {
+static int open_temporary() {
     std::FILE *file = std::tmpfile();
     if (file == nullptr) return -1;
     const int fd = fcntl(fileno(file), F_DUPFD_CLOEXEC, 0);
     (void)std::fclose(file);  // nothing was written through it
-    if (fd >= 0) version = claim_file(fd, 0);
+    if (fd >= 0) (void)claim_file(fd, 0);
     return fd;
 }
 
-static int open_file(int &version) {
+static int open_file() {
     char fallback[4096];  // longer names don't exist for the kernel
     const char *name = std::getenv("Q_VXHISTFILE");
     const char *home = std::getenv("HOME");
     if (name == nullptr && home != nullptr) {
-        const int length = std::snprintf(fallback, sizeof fallback, "%s%s", home, kFallbackName);
+        const int length = std::snprintf(fallback, sizeof fallback, "%s%s", home, histfname);
         if (length >= 0 && static_cast<std::size_t>(length) < sizeof fallback) name = fallback;
     }
-    const int fd = name != nullptr && *name != '\0' ? open_named(name, version) : -1;
-    return fd >= 0 ? fd : open_temporary(version);
+    const int fd = name != nullptr && *name != '\0' ? open_named(name) : -1;
+    return fd >= 0 ? fd : open_temporary();
+}
+
+// The stream of the history on descriptor `fd`, which it makes append and which no program
+// inherits. Null, with the descriptor closed, when there is no memory.
+static std::FILE *hist_rename(int fd) {
+    std::FILE *file = fdopen(fd, "a+");
+    if (file == nullptr) close(fd);
+    return file;
 }
 
 // Number of commands to keep in reach.
@@ -201,7 +219,7 @@ static void settle(long end, int number) {
         index_to(end);
         if (number != 0 && number != fc_fix->fixind) correct_sync(end, number);
         const long padding = end % 2;
-        const bool due = !synced && end + padding > kSyncFrom;
+        const bool due = !synced && heof == 0 && end + padding > kSyncFrom;
         if (padding == 0 && !due) return;
         put("", static_cast<std::size_t>(padding));
         number = due ? fc_fix->fixind : 0;
@@ -215,14 +233,10 @@ static void settle(long end, int number) {
 
 int hist_open() {
     if (fc_fix != nullptr) return 0;
-    int version = history::kFileVersion;
-    const int fd = history::open_file(version);
+    const int fd = history::open_file();
     if (fd < 0) return -1;
-    std::FILE *file = fdopen(fd, "a+");  // makes the descriptor append
-    if (file == nullptr) {
-        close(fd);
-        return -1;
-    }
+    std::FILE *file = history::hist_rename(fd);
+    if (file == nullptr) return -1;
     const int fixmax = history::reach();
     int ring = history::kSmallestRing;
     while (ring <= fixmax) ring *= 2;
@@ -234,7 +248,7 @@ int hist_open() {
     (void)std::setvbuf(file, history::stream_buffer, _IOFBF, sizeof history::stream_buffer);
     fc_fix->fixfd = file;
     fc_fix->fixmax = fixmax;
-    history::index_open(ring - 1, version);
+    history::index_open(ring - 1);
     return 0;
 }
 

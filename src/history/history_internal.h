@@ -40,9 +40,15 @@ struct Tail {
 };
 extern Tail File_tail;
 
-// Prepares the index of the file behind fc_fix, which has the format `version`, with a ring of
-// `mask` + 1 entries (a power of two). Then indexes the file's last `fixmax` commands.
-void index_open(int mask, int version);
+// 1 while hist_eof runs: no sync record is written then.
+extern int heof;
+// Format of the open file: 0 has sync records of another kind. A file that this run has begun has
+// kFileVersion.
+extern int hist_version;
+
+// Prepares the index of the file behind fc_fix with a ring of `mask` + 1 entries (a power of two).
+// Then indexes the file's last `fixmax` commands.
+void index_open(int mask);
 // Indexes from fixcnt up to `limit` or the end of the file, whichever comes first.
 void index_to(long limit);
 

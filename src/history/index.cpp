@@ -17,9 +17,10 @@ namespace history {
 // State: what is known about the open file besides fc_fix, set up anew by index_open.
 unsigned char Block[kBlock];
 Tail File_tail = {kHeaderSize, 0, 0};
-static int ring_mask;     // ring size less 1
-static int lowest_held;   // from here to fixind the ring entries are valid; 1 at least
-static int file_version;  // 0 reads the sync records of the old format
+int heof = 0;
+int hist_version = kFileVersion;
+static int fixmask;      // ring size less 1
+static int lowest_held;  // from here to fixind the ring entries are valid; 1 at least
 
 // The state of the rules between two bytes.
 struct Scanner {
@@ -36,7 +37,7 @@ struct Scanner {
 static void begin_record(Scanner &s, int c) {
     s.prev = c;
     if (c == kCancel) s.incr = -1;
-    if (c == kSync && file_version == 0) s.skip = 4;
+    if (c == kSync && hist_version == 0) s.skip = 4;
 }
 
 // Bytes in front of the first NUL at `data`, `size` (1 at least) when there is none.
@@ -50,7 +51,7 @@ static std::size_t length_to_nul(const unsigned char *data, std::size_t size) {
 // True when a whole sync record of version 1 stands at `data`. The rules only step over it.
 static bool is_sync(const unsigned char *data, std::size_t size) {
     return data[0] == kSync && size >= kSyncSize && data[1] == 0 && data[kSyncSize - 1] == 0 &&
-           file_version != 0;
+           hist_version != 0;
 }
 
 // Passes bytes of a sync record that are to be skipped, at most `size`. Returns their number.
@@ -154,7 +155,7 @@ static constexpr Start kFirstRecord = {kHeaderSize, 1};
 static long find_sync(long from, long to) {
     static constexpr unsigned char kPattern[] = {0, kSync, 0};
     // In the old format any byte may follow the first one.
-    const std::size_t length = file_version == 0 ? 2 : 3;
+    const std::size_t length = hist_version == 0 ? 2 : 3;
     const long end = to + static_cast<long>(length) - 2;
     for (long pos = from; pos < end;) {
         const std::size_t want = std::min(kBlock, static_cast<std::size_t>(end - pos));
@@ -172,16 +173,27 @@ static bool read_sync(long offset, Start &start) {
     unsigned char b[kSyncSize];
     if (read_at(offset, b, sizeof b) < sizeof b) return false;
     const int number =
-        file_version == 0 ? (b[1] & 127) * 128 + (b[2] & 127) : (b[2] * 256 + b[3]) * 256 + b[4];
+        hist_version == 0 ? (b[1] & 127) * 128 + (b[2] & 127) : (b[2] * 256 + b[3]) * 256 + b[4];
     // Only damage, or a number beyond 24 bits, gives 0.
     start = {offset + kSyncSize, std::max(number, 1)};
     return true;
 }
 
+// Where an index that looks from `offset` on can start: at the first sync record that begins before
+// `to`, or, with `offset` at the front of the file, at its first record. The number is 0 when there
+// is no such place.
+static Start hist_nearend(long offset, long to) {
+    if (offset <= 0) return kFirstRecord;
+    const long sync = find_sync(offset, to);
+    if (sync < 0) return {0, 0};
+    Start start = kFirstRecord;
+    return read_sync(sync, start) ? start : kFirstRecord;
+}
+
 static void enter(int n, long offset) {
-    fc_fix->fixcmds[n & ring_mask] = offset;
+    fc_fix->fixcmds[n & fixmask] = offset;
     // A cancel record may lead below the oldest command held; a new command overwrites the oldest.
-    lowest_held = n < lowest_held ? n : std::max(lowest_held, n - ring_mask);
+    lowest_held = n < lowest_held ? n : std::max(lowest_held, n - fixmask);
 }
 
 static void start_index(const Start &start) {
@@ -208,19 +220,18 @@ static bool extend(TailIndex &index, const Start &start) {
     static constexpr int kMaxRecounts = 16;
     const bool newest = index.start.offset < 0;
     const long end = newest ? index.size : index.start.offset;
-    const long keep =
-        newest ? 0 : index.number - ring_mask;  // older ones would overwrite newer ones
+    const long keep = newest ? 0 : index.number - fixmask;  // older ones would overwrite newer ones
     long *const ring = fc_fix->fixcmds;
     Scanner s(start.offset);
     Tally front;
     long number = start.number;
     bool withdrawn = false;
-    if (number >= keep) ring[number & ring_mask] = start.offset;
+    if (number >= keep) ring[number & fixmask] = start.offset;
     scan_file(s, end, [&](int incr, long pos) {
         front.add(incr);
         number += incr;
         withdrawn |= incr < 0;
-        if (number >= keep) ring[number & ring_mask] = pos;
+        if (number >= keep) ring[number & fixmask] = pos;
     });
     index.entered = index.entered && !withdrawn && number <= kMaxNumber;
     if (newest) {
@@ -252,13 +263,11 @@ static bool index_tail(TailIndex &index) {
     long searched = index.size;
     while (missing > 0 || index.start.offset < 0) {
         offset -= kPerCommand * missing + kMargin;
-        const long sync = offset > 0 ? find_sync(offset, searched) : -1;
+        Start start = hist_nearend(offset, searched);
         searched = offset + 1;
-        Start start = kFirstRecord;
-        if (sync >= 0) {
-            if (!read_sync(sync, start)) start = kFirstRecord;
-        } else if (offset > 0 && index.start.offset >= 0) {
-            continue;  // none before the one that is known
+        if (start.number == 0) {
+            if (index.start.offset >= 0) continue;  // none before the one that is known
+            start = kFirstRecord;
         }
         if (!extend(index, start)) {
             index.start = kFirstRecord;
@@ -276,14 +285,13 @@ static long file_size() {
     return fstat(fileno(fc_fix->fixfd), &st) == 0 ? static_cast<long>(st.st_size) : -1;
 }
 
-void index_open(int mask, int version) {
-    ring_mask = mask;
-    file_version = version;
+void index_open(int mask) {
+    fixmask = mask;
     TailIndex index{.size = std::max(file_size(), 0L)};
     if (index_tail(index)) {
         fc_fix->fixind = static_cast<int>(index.number);
         fc_fix->fixcnt = index.clean;
-        lowest_held = std::max(index.start.number, fc_fix->fixind - ring_mask);
+        lowest_held = std::max(index.start.number, fc_fix->fixind - fixmask);
     } else {
         start_index(index.start);
     }
@@ -310,12 +318,15 @@ void index_to(long limit) {
 
 int ring_low() { return lowest_held; }
 
-long ring_start(int n) { return fc_fix->fixcmds[n & ring_mask]; }
+long ring_start(int n) { return fc_fix->fixcmds[n & fixmask]; }
 
 }  // namespace history
 
 void hist_eof() {
-    if (fc_fix != nullptr) history::index_to(LONG_MAX);
+    if (fc_fix == nullptr) return;
+    history::heof = 1;
+    history::index_to(LONG_MAX);
+    history::heof = 0;
 }
 
 long hist_position(int n) {
