@@ -65,7 +65,8 @@ struct edit {
     int e_ttyspeed;          // 1 slow (600 baud or less), 2 fast, 0 before the first switch
     int *e_globals;          // vi: nine state words
     genchar *e_window;       // vi: what the screen row shows, 170 bytes
-    char e_inmacro;          // cleared at every terminal read
+    char e_inmacro;          // vi: nothing is saved for undo while it is set, which nothing here
+                             //   does; cleared at every terminal read
 };
 extern edit editb;
 extern int opt_flag;  // editing style

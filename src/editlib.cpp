@@ -13,6 +13,8 @@
 #include "utils.h"
 #include "vi.h"
 
+[[gnu::used]] static const char kVersion[] = "@(#)morp editlib 1.0";
+
 static constexpr int editfd =
     STDIN_FILENO;          // the user's terminal; reads elsewhere are never edited
 static char beenhere = 0;  // 1 from the first edited read on

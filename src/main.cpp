@@ -14,9 +14,10 @@
 #include "pass.h"
 #include "pty.h"
 #include "run.h"
+#include "utils.h"
 #include "wait.h"
 
-static const char kVersion[] = "@(#)morp main 1.0";
+[[gnu::used]] static const char kVersion[] = "@(#)morp main 1.0";
 
 // Their addresses are handed to the system, so they live as long as the process.
 static char *argv_shell[2];
@@ -73,12 +74,11 @@ static void publish_history_name(const char *program) {
     if (assignment == nullptr) return;
     assignment[0] = '\0';
     char *end = assignment;
-    for (const char *part : parts) end = stpcpy(end, part);
+    for (const char *part : parts) end = e_movstr(part, end);
     (void)putenv(assignment);
 }
 
 int morp_main(int argc, char **argv) {
-    (void)kVersion;
     Program_name = t_basename(argc > 0 ? argv[0] : "morp");
     fill_standard_descriptors();
     parse_options(argc, argv);

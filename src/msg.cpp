@@ -8,6 +8,8 @@
 
 #include "morp_defs.h"
 
+[[gnu::used]] static const char kVersion[] = "@(#)morp msg 1.0";
+
 char Message_buf[kMessageSize];
 
 static void compose(const char *format, va_list args) {

@@ -9,6 +9,8 @@
 #include "morp_defs.h"
 #include "wait.h"
 
+[[gnu::used]] static const char kVersion[] = "@(#)morp tty 1.0";
+
 tty_info Tty_original;
 tty_info suspended_tty;
 

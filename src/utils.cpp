@@ -7,6 +7,8 @@
 
 #include "morp_defs.h"
 
+[[gnu::used]] static const char kVersion[] = "@(#)morp utils 1.0";
+
 static constexpr const char *edtype_vars[] = {"Q_VXEDITOR", "VISUAL", "EDITOR"};
 
 // The style that the name of an editor stands for, 0 when none.

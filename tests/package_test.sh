@@ -49,6 +49,9 @@ for installed in bin/morp bin/morp-history share/man/man1/morp.1.gz share/doc/mo
     share/fish/vendor_completions.d/morp.fish; do
     [[ -s $usr/$installed ]] || fail "Not installed: /usr/$installed"
 done
+for module in main pass ploop msg pty tty utils editlib edit history emacs vi; do
+    grep -aq "@(#)morp $module " "$usr/bin/morp" || fail "No version of the module $module in it"
+done
 if command -v man >/dev/null; then
     MANPATH=$usr/share/man man morp 2>/dev/null | grep -q 'morp -- sqlite3' ||
         fail "man morp does not show the manual page"

@@ -14,6 +14,8 @@
 #include "utils.h"
 #include "wait.h"
 
+[[gnu::used]] static const char kVersion[] = "@(#)morp edit 1.0";
+
 edit editb;
 int opt_flag = 0;
 const EditView *e_view = nullptr;

@@ -222,11 +222,11 @@ int handle_stdin_fd(int fd) {
         if (Vesk_on != 0 && editb.e_index == 0) hold_passed_keys(fd);
         return 0;
     }
-    const int n = Vesk_on != 0 ? read_line(fd) : read_keys();
+    nread = Vesk_on != 0 ? read_line(fd) : read_keys();
     if (master_fd < 0) return 0;
-    memcpy(det_buf + det_len, buff, static_cast<std::size_t>(n));
-    det_len += n;
-    if (n == 0) return 0;
+    memcpy(det_buf + det_len, buff, static_cast<std::size_t>(nread));
+    det_len += nread;
+    if (nread == 0) return 0;
     detect_toggle();
     if (!keyboard_pending()) {
         if (det_len == 0) det_ptr = det_buf;

@@ -13,17 +13,10 @@
 #include "tty.h"
 #include "wait.h"
 
-// A packet: one header byte and data, read at once. The longest that a master delivers in one read
-// is about this.
-static constexpr int kPacketSize = 4096;
 // The prompt capture takes the data in pieces of this size, each up to its first NUL.
 static constexpr int kPrimePiece = 254;
 // What a program leaves behind is relayed up to this size.
 static constexpr unsigned long kLastWords = 1024UL * 1024;
-
-// State: the packet read last, with room for a NUL behind it. It lives until it is written.
-static char buffo[kPacketSize + 1];
-static int nread = 0;
 
 unsigned long Relayed_bytes = 0;
 int Input_flushed = 0;

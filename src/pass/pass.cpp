@@ -17,13 +17,15 @@
 #include "utils.h"
 #include "wait.h"
 
-static const char kVersion[] = "@(#)morp pass 1.0";
+[[gnu::used]] static const char kVersion[] = "@(#)morp pass 1.0";
 
 // State of the whole run.
 int Vesk_on_desired = 0;
 int Vesk_on = 0;
 int Pty_raw_or_cbreak = 0;
 char buff[kKeyboardBuffer];
+char buffo[kPacketSize + 1];
+int nread = 0;
 int Master_hung_up = 0;
 
 static void sig_trap_general(int sig) { progdone = sig; }
@@ -38,7 +40,6 @@ const EditHost pass_host = {pass_wait_key, pass_key_expected, pass_row_rest, pas
 
 void pass_all(int _fd) {
     static int fd;  // still valid after the jump
-    (void)kVersion;
     fd = _fd;
     e_host = &pass_host;
     Between_writes = pass_forward_waiting_signal;

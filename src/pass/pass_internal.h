@@ -66,6 +66,14 @@ void echo_disarm();
 // second of silence. The master is closed then.
 void handle_end_of_input(int fd);
 
+// A packet: one header byte and data, read at once. The longest that a master delivers in one read
+// is about this.
+inline constexpr int kPacketSize = 4096;
+// The packet read last, with room for a NUL behind it. It lives until it is written.
+extern char buffo[kPacketSize + 1];
+// Bytes of the line, the keys or the packet read last; while a line is edited packets are read.
+extern int nread;
+
 // Output path (output.cpp).
 // Reads one packet from the master and relays it. Returns 0, or -1 when nothing could be read and
 // the program is known to be dead.

@@ -6,6 +6,8 @@
 #include "run.h"
 #include "wait.h"
 
+[[gnu::used]] static const char kVersion[] = "@(#)morp ploop 1.0";
+
 static bool keys_held_ahead() { return editb.e_index > 0; }
 
 // The screen was somebody else's: the prompt belongs on the row again, and so does text that the

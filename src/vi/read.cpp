@@ -12,6 +12,8 @@
 #include "vi_internal.h"
 #include "wait.h"
 
+[[gnu::used]] static const char kVersion[] = "@(#)morp vi 1.0";
+
 namespace vi {
 
 // Below this many columns a window behind the prompt is of no use.

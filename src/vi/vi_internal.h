@@ -47,10 +47,14 @@ inline int &win_last() { return editb.e_globals[1]; }      // last index in use 
 inline int &last_motion() { return editb.e_globals[2]; }   // motion of the last c, d, y; for `.`
 inline int &margin_new() { return editb.e_globals[3]; }    // marker the line needs: ' ' '<' '>' '*'
 inline int &margin_shown() { return editb.e_globals[4]; }  // marker on the screen, 0 not known
-inline int &ocur_phys() { return editb.e_globals[5]; }     // cursor column, cursor index and
-inline int &ocur_virt() { return editb.e_globals[6]; }     //   win_first when the row was last
-inline int &ofirst_w() { return editb.e_globals[7]; }      //   brought up to date
-inline int &ochar() { return editb.e_globals[8]; }  // character that the cursor was last put on
+// Cursor column, cursor index and win_first when the row was last brought up to date, and the
+// character that the cursor was last put on. A refresh maps and compares the line from its start, and
+// what is overwritten at once is judged by the character in the line, so nothing depends on the
+// first, the third and the last: they are for a trace.
+inline int &ocur_phys() { return editb.e_globals[5]; }
+inline int &ocur_virt() { return editb.e_globals[6]; }
+inline int &ofirst_w() { return editb.e_globals[7]; }
+inline int &ochar() { return editb.e_globals[8]; }
 
 // State that outlives the line (read.cpp).
 extern int last_cmd;               // last successful command of textmod
