@@ -1,185 +1,496 @@
 // soak: uses morp for as long as it is told to, with random but realistic keys, and stops at the
 // first thing that is not as it should be. script/soak builds and runs it.
 //
-// usage: soak [--minutes N] [--lines N] [--valgrind] [--seed N]
+// usage: soak [--minutes N] [--programs N] [--lines N] [--valgrind 1] [--seed N]
 //
-// --minutes: real programs. --lines: as many lines without pause, memory and descriptors watched.
-// --valgrind: a few lines under memcheck, leaks and descriptors judged at the end.
+// --minutes, --programs: real programs, for so long or so many. --lines: in each style as many
+// lines without pause, memory watched. --valgrind: all that under memcheck, which judges errors and
+// leaks at the end of each program.
+//
+// Programs, actions and ends are rows of tests/cases/soak.txt, in the steps of harness/script.h and
+// some more:
+//
+//     type KEYS       sometimes in pieces; "add KEYS" leaves alone from where `output` looks
+//     enter LINE      types it in some way, ends it and expects it in the history
+//     typed LINE      expects it there; "perhaps LINE": a line sent just before a kill may be there
+//     stands          $line stands behind the prompt, the cursor behind it; "at TEXT": TEXT alone
+//     answer          $answer and the next prompt stand below $line
+//     rest            the program waits for a line, nothing is typed, no descriptor is left over
+//     reading NAME    the program, or job of a shell, in front is called so and sleeps
+//     maybe STEP      every other time
+//     ahead, wild     several lines in one go, and their answers; keys without a plan
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
+#include <deque>
+#include <filesystem>
 #include <fstream>
+#include <map>
+#include <memory>
 #include <sstream>
+#include <stdexcept>
 
-#include "visit.h"
+#include "harness/process.h"
+#include "harness/script.h"
+#include "keys.h"
 
-using Clock = std::chrono::steady_clock;
+namespace fs = std::filesystem;
+using harness::Case;
+using harness::escaped;
+using harness::Fields;
+using harness::rest;
+using harness::unescaped;
+using harness::visible;
 
 namespace soak {
 namespace {
 
-void figures(const State &state, long minute) {
-    std::printf("%3ld min  %ld lines, %ld programs, %ld kills, %ld KiB, %zu descriptors\n", minute,
-                state.lines, state.visits, state.kills, state.rss, state.descriptors);
-    (void)std::fflush(stdout);
+constexpr int kColumns = 80;  // as morp is told; the window is never narrower
+const Lines kStyles = {"emacs", "gmacs", "vi"};
+
+[[noreturn]] void fault(const std::string &what) { throw std::runtime_error(what); }
+
+std::string trimmed(std::string text, const char *blanks = " ") {
+    text.erase(text.find_last_not_of(blanks) + 1);
+    return text;
 }
 
-void run_minutes(State &state, long minutes) {
-    const auto start = Clock::now();
-    for (long minute = 0; minute < minutes;) {
-        visit(state);
-        if (Clock::now() < start + std::chrono::minutes(minute + 1)) continue;
-        figures(state, ++minute);
-        state.rss = 0;
+Lines split(const std::string &text) {
+    Lines lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+long resident_kib(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/statm");
+    long total = 0, pages = -1;
+    in >> total >> pages;
+    return pages * (getpagesize() / 1024);
+}
+
+long descriptors(pid_t pid) {
+    return std::distance(fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd"), {});
+}
+
+void check_lines(const std::string &what, const Lines &expected, const Lines &seen) {
+    for (std::size_t at = 0; at < std::max(expected.size(), seen.size()); ++at) {
+        const auto show = [at](const Lines &lines) {
+            return at < lines.size() ? "\"" + visible(lines[at]) + "\"" : std::string("nothing");
+        };
+        if (show(expected) != show(seen))
+            fault(what + ", line " + std::to_string(at + 1) + ": " + show(seen) + " instead of " +
+                  show(expected));
     }
 }
 
-harness::Options recorder(const State &state, const std::string &style) {
-    harness::Options options;
-    options.style = style;
-    options.program = {"sh", "-c", kRecorder};
-    options.env["Q_VXHISTFILE"] = state.dir + "/" + style;
-    return options;
-}
+// All that lasts for the soak, and the run of a program that it is in.
+struct Soak {
+    explicit Soak(unsigned long long seed) : random(seed) {
+        if (mkdtemp(dir.data()) == nullptr) fault("mkdtemp");
+    }
+    ~Soak() { fs::remove_all(dir); }
+    Soak(const Soak &) = delete;
+    Soak &operator=(const Soak &) = delete;
 
-// Types `count` lines, 20 in one go, and calls `each` every 1000 lines.
-template <typename Each>
-Lines type_lines(State &state, Session &s, bool vi, long count, Each each) {
-    Lines typed;
-    while (static_cast<long>(typed.size()) < count) {
-        std::string keys, line;
-        const std::size_t mark = s.mark();
-        for (int n = 0; n < 20; ++n) {
-            line = std::to_string(typed.size()) + " " + letters(state.random, 30);
-            keys += keys_for(state.random, line, vi, typed).bytes + "\r";
-            typed.push_back(line);
+    Random random;
+    std::string dir = "/tmp/morp-soak-XXXXXX";  // history files
+    std::map<std::string, Lines> files;         // for each of them, what has to be in it
+    std::deque<std::string> log;                // the last actions
+    std::size_t steps = 0, lines = 0, visits = 0, kills = 0;
+    long rss = 0, open = 0;  // when it was last at rest
+    bool valgrind = false;
+
+    Fields program;
+    std::string style, prompt, file;
+    bool vi = false, outer = false, kept = false;  // kept: there is a history file
+    Lines *recorded = nullptr;                     // all that has to be in the history
+    Lines got;                                     // all that the recorder has to have received
+    std::string perhaps;                           // may be in the history
+    std::string line, answer;                      // of the running action
+    std::unique_ptr<harness::Script> s;
+
+    std::size_t roll(std::size_t n) { return below(random, n); }
+    bool half() { return roll(2) == 0; }
+    std::string some_letters(std::size_t most) { return letters(random, 1 + roll(most)); }
+
+    void note(const std::string &what) {
+        constexpr std::size_t kKept = 40;
+        log.push_back(what);
+        if (log.size() > kKept) log.pop_front();
+    }
+
+    // What the program is able to, and what is installed.
+    bool can(const std::string &needs) {
+        const auto traits = harness::words_of(harness::get(program, "can"));
+        return std::ranges::all_of(harness::words_of(needs), [&](const std::string &need) {
+            return std::ranges::find(traits, need) != traits.end() ||
+                   fs::exists("/usr/bin/" + need);
+        });
+    }
+
+    // A row of those that this program can do, each as likely as its weight says.
+    const Case &choose(const std::string &table) {
+        std::vector<const Case *> choice;
+        for (const Case &row : rows_of(table))
+            if (can(harness::get(row.fields, "needs")))
+                choice.insert(choice.end(), std::stoul(harness::get(row.fields, "weight", "1")),
+                              &row);
+        return *any_of(random, choice);
+    }
+
+    using In = std::istream;
+    const harness::Verbs verbs = {
+        {"type", [this](In &in) { s->from = s->mark(), send(rest(in)); }},
+        {"add", [this](In &in) { send(rest(in)); }},
+        {"enter", [this](In &in) { enter(rest(in)); }},
+        {"typed", [this](In &in) { typed(rest(in)); }},
+        {"perhaps", [this](In &in) { perhaps = rest(in); }},
+        {"at", [this](In &in) { at(rest(in)); }},
+        {"stands", [this](In &) { stands(line); }},
+        {"answer", [this](In &) { answered(); }},
+        {"rest", [this](In &) { at_rest(); }},
+        {"reading", [this](In &in) { reading(rest(in)); }},
+        {"maybe", [this](In &in) { half() ? take(rest(in), {}) : void(); }},
+        {"ahead", [this](In &) { ahead(); }},
+        {"wild", [this](In &) { wild(); }}};
+
+    // --- What is typed ---
+
+    std::string new_text() {
+        const std::string &kind = program.at("texts");
+        if (kind == "number") return std::to_string(1 + random() / 2);
+        std::string words = some_letters(9);
+        const std::size_t wanted = roll(kind == "bytes" && roll(10) == 0 ? 190 : 45);
+        while (words.size() + 12 < wanted) words += " .,:-+_"[roll(7)] + some_letters(9);
+        if (kind == "bytes" && !vi && roll(8) == 0)
+            words.insert(roll(words.size()),
+                         any_of(random, Lines{"\t", "\xc3\xa4", "\xe2\x82\xac", "\xff", "~"}));
+        return words;
+    }
+
+    std::string about(const std::string &text, const std::string &column) const {
+        return unescaped(harness::filled(program.at(column), {{"text", escaped(text)}}));
+    }
+
+    // What the names in an action's steps stand for.
+    Fields new_names() {
+        const std::string text = new_text();
+        line = about(text, "line");
+        answer = about(text, "answer");
+        const std::size_t cut = roll(line.size());
+        const harness::Place now = s->size();
+        Fields names = program;
+        names.merge(Fields{
+            {"text", escaped(text)},
+            {"begun", escaped(line.substr(0, cut))},
+            {"rest", escaped(line.substr(cut))},
+            {"word", some_letters(20)},
+            {"junk", some_letters(20)},
+            {"kept", outer ? some_letters(20) : ""},
+            {"seen", outer || vi ? "" : some_letters(20)},
+            {"escape", vi && half() ? "\\e" : ""},
+            {"digit", std::to_string(roll(10))},
+            {"moves", std::string("jkfbGgdu").substr(roll(8))},
+            {"window", std::to_string(12 + roll(40)) + " " + std::to_string(kColumns + roll(60))},
+            {"extent", std::to_string(now.row) + " " + std::to_string(now.col)},
+            {"next", can("prompt") ? "output \\n" + program.at("prompt") : "asleep"},
+            {"back", outer ? "at outer$\\s then mode original then add fg\\r"
+                           : "stopped STOP then mode original then fg"}});
+        names["line"] = escaped(line);
+        names["answer"] = escaped(answer);
+        return names;
+    }
+
+    void send(const std::string &keys) {
+        note("  keys " + visible(keys));
+        const bool pieces = roll(4) == 0;
+        for (std::size_t at = 0, n = 0; at < keys.size(); at += n) {
+            n = pieces ? 1 + roll(4) : keys.size();
+            s->type(std::string_view(keys).substr(at, n));
         }
-        s.type(keys);
-        s.wait_output("<" + line + ">", mark);
-        if (typed.size() % 1000 == 0) each(typed.size());
     }
-    state.lines += static_cast<long>(typed.size());
-    return typed;
-}
 
-void run_lines(State &state, long count) {
-    for (const char *style : {"emacs", "gmacs", "vi"}) {
-        Session s(recorder(state, style));
-        s.wait_editing("> ");
-        long first = 0;
-        std::size_t open = 0;
-        const Lines typed =
-            type_lines(state, s, style == std::string("vi"), count, [&](std::size_t done) {
-                s.wait_editing("> ");
-                state.rss = resident(s.morp_pid());
-                state.descriptors = descriptors(s.morp_pid());
-                if (first == 0) {
-                    first = state.rss;
-                    open = state.descriptors;
-                    std::printf("%s: %ld KiB, %zu descriptors after %zu lines\n", style, first,
-                                open, done);
-                }
-                if (state.rss > first || state.descriptors > open)
-                    throw std::runtime_error(std::to_string(state.rss) + " KiB, " +
-                                             std::to_string(state.descriptors) +
-                                             " descriptors after " + std::to_string(done));
+    void typed(const std::string &text) {
+        ++lines;
+        const std::string kept_part = trimmed(text, " \t\n\v\f\r");
+        if (!kept_part.empty()) recorded->push_back(kept_part);
+    }
+
+    void enter(const std::string &text) {
+        const Keys keys = keys_for(random, text, vi, *recorded);
+        note(" \"" + visible(text) + "\" by " + keys.way);
+        send(keys.bytes);
+        stands(text);
+        s->from = s->mark();
+        send("\r");
+        typed(text);
+    }
+
+    // Pasted, or typed while the program is busy.
+    void ahead() {
+        const bool paste = half();
+        std::size_t seen = s->mark();
+        Lines answers;
+        std::string keys;
+        for (std::size_t n = 2 + roll(paste ? 20 : 4); n > 0; --n) {
+            const std::string text = new_text();
+            got.push_back(about(text, "line"));
+            keys += (paste ? got.back() : keys_for(random, got.back(), vi, *recorded).bytes) + "\r";
+            typed(got.back());
+            answers.push_back(about(text, "answer"));
+        }
+        send(keys);
+        // Both terminals put a carriage return in front of a newline; an editor draws no such end.
+        for (const std::string &next : answers) {
+            s->wait_output(next + "\r\r\n", seen);
+            seen = s->output().find(next + "\r\r\n", seen) + next.size();
+        }
+        check_received();
+        at_rest();
+    }
+
+    void wild() {
+        const std::size_t before = received().size();
+        send(wild_keys(random, vi));
+        do {
+            send("\r");
+            s->wait_asleep();
+        } while (s->row(s->cursor().row) != trimmed(prompt));
+        got = received();
+        for (std::size_t n = before; n < got.size(); ++n) typed(got[n]);
+        at_rest();
+        if (kept) check_recorded();
+    }
+
+    // --- What is seen ---
+
+    void at(const std::string &text) {
+        s->wait_for("the cursor behind \"" + visible(text) + "\"", [&] {
+            const auto place = s->cursor();
+            return place.col == static_cast<int>(text.size()) && s->row(place.row) == trimmed(text);
+        });
+    }
+
+    // On one row, and as it is; vi keys that the terminal echoes first need some room as well.
+    bool fits(const std::string &text) const {
+        return simple(text) && prompt.size() + text.size() < kColumns - 14;
+    }
+    void stands(const std::string &text) {
+        if (fits(text)) at(prompt + text);
+    }
+
+    void answered() {
+        if (fits(line) && fits(answer))
+            s->wait_for("the answer \"" + answer + "\" to \"" + line + "\"", [&] {
+                const int row = s->cursor().row;
+                return row >= 2 && s->row(row) == trimmed(prompt) &&
+                       s->row(row - 1) == trimmed(answer) &&
+                       s->row(row - 2) == trimmed(prompt + line);
             });
-        std::printf("%s: %ld KiB, %zu descriptors after %zu lines\n", style, state.rss,
-                    state.descriptors, typed.size());
-        std::string got;
-        for (const auto &line : typed) got += line + "\n";
-        if (s.file("got") != got) throw std::runtime_error("other lines received than typed");
-        check_lines("the history", typed, history_lines(state.dir + "/" + style));
+        got.push_back(line);
+        check_received();
+        at_rest();
     }
-}
 
-// Types `count` lines under memcheck; returns the report of it.
-std::string under_valgrind(State &state, const std::string &style, long count) {
-    harness::Options options = recorder(state, style);
-    const std::string report = state.dir + "/valgrind";
-    options.outer = {"valgrind",        "--leak-check=full",
-                     "--track-fds=yes", "--log-file=" + report,
-                     harness::morp(),   "--"};
-    options.outer.insert(options.outer.end(), options.program.begin(), options.program.end());
-    Session s(options);
-    s.wait_output("> ");
-    type_lines(state, s, style == "vi", count, [](std::size_t) {});
-    s.resize(30, 100);
-    s.type("\4");
-    if (s.wait_exit() != 0) throw std::runtime_error("status not 0");
-    s.wait_no_process();
-    std::ostringstream text;
-    text << std::ifstream(report).rdbuf();
-    return text.str();
-}
+    void at_rest() {
+        at(prompt);
+        s->wait_editing(prompt);
+        const pid_t pid = s->morp_pid();
+        if (open == 0) open = descriptors(pid);
+        s->wait_for(std::to_string(open) + " descriptors of morp",
+                    [&] { return descriptors(pid) == open; });
+        rss = resident_kib(pid);
+    }
 
-// The line of a report that begins, behind the process id, with `start`.
-std::string line_of(const std::string &report, const std::string &start) {
-    const std::size_t at = report.find("== " + start);
-    if (at == std::string::npos) throw std::runtime_error("no " + start + " in:\n" + report);
-    return report.substr(at + 3, report.find('\n', at) - at - 3);
-}
+    // The program, or the job of a shell, that has the terminal is one called so and sleeps.
+    void reading(const std::string &name) {
+        const pid_t shell = s->program_pid();
+        s->wait_for(name + " to read", [&] {
+            std::ifstream stat("/proc/" + std::to_string(shell) + "/stat");
+            std::string state;
+            pid_t parent = 0, group = 0, session = 0, terminal = 0, job = -1;
+            std::getline(stat, state, ')') >> state >> parent >> group >> session >> terminal >>
+                job;
+            return job > 0 && harness::nap(job).state == 'S' &&
+                   harness::executable(job).find("/" + name) != std::string::npos;
+        });
+    }
 
-// No error, no leak, and what is held at the end does not depend on how long it ran.
-void run_valgrind(State &state) {
-    for (const char *style : {"emacs", "gmacs", "vi"}) {
-        const std::string brief = under_valgrind(state, style, 20);
-        const std::string report = under_valgrind(state, style, 200);
-        for (const char *start :
-             {"FILE DESCRIPTORS: ", "    in use at exit: ", "ERROR SUMMARY: 0 "}) {
-            const std::string line = line_of(report, start);
-            std::printf("%s: %s\n", style, line.c_str());
-            if (line != line_of(brief, start)) throw std::runtime_error(report);
+    Lines received() { return split(s->file("got")); }
+    void check_received() {
+        if (!can("record")) return;
+        s->wait_for("the last line", [&] { return received().size() >= got.size(); });
+        check_lines("received", got, received());
+    }
+
+    void check_recorded() {
+        // The escapes of morp-history are those of printf.
+        const std::string command =
+            "set -o pipefail; '" MORP_HISTORY "' '" + file +
+            "' | sed -nE 's/^ *[0-9]+ +[0-9]+  //p' | xargs -rd '\\n' env printf '%b\\n' >" + dir +
+            "/lines";
+        if (system(("bash -c \"" + command + "\"").c_str()) != 0) fault("the history is damaged");
+        std::ostringstream all;
+        all << std::ifstream(dir + "/lines").rdbuf();
+        const Lines seen = split(all.str());
+        if (!perhaps.empty() && seen.size() == recorded->size() + 1) typed(perhaps);
+        check_lines("recorded", *recorded, seen);
+    }
+
+    // --- A program from start to end ---
+
+    void take(const std::string &what, const Fields &names) {
+        harness::take(*s, harness::filled(harness::filled(what, names), names), verbs);
+        if (testing::UnitTest::GetInstance()->Failed()) fault("see above");
+    }
+
+    void start(bool lines_only) {
+        program = (lines_only ? rows_of("Programs")[0] : choose("Programs")).fields;
+        prompt = unescaped(program.at("prompt"));
+        style = kStyles[visits++ % kStyles.size()];
+        vi = style == "vi";
+        outer = !lines_only && !valgrind && roll(3) == 0;
+        kept = lines_only || roll(10) != 0;
+        file = kept ? dir + "/" + program.at("name") : "/dev/null";
+        if (!kept) files[file].clear();
+        recorded = &files[file];
+        note("visit " + std::to_string(visits) + ": " + program.at("name") + ", " + style +
+             (outer ? ", in a shell" : "") + (kept ? "" : ", no history"));
+        got.clear();
+        perhaps.clear();
+        std::string page;
+        for (int n = 1; n <= 200; ++n) page += "page line " + std::to_string(n) + "\n";
+        const std::string command = unescaped(program.at("command"));
+        harness::Options options = {.style = style,
+                                    .program = {"sh", "-c", command},
+                                    .env = {{"Q_VXHISTFILE", file},
+                                            {"PROGRAM", command},
+                                            {"LESSHISTFILE", "-"},
+                                            {"SQLITE_HISTORY", "/dev/null"}},
+                                    .files = {{"page", page}, {"note", "old\n"}}};
+        if (outer) {
+            options.outer = {"dash", "-i"};
+            options.env["PS1"] = "outer$ ";
         }
+        if (valgrind)
+            options.outer = {"valgrind",
+                             "-q",
+                             "--leak-check=full",
+                             "--error-exitcode=99",
+                             harness::morp(),
+                             "--",
+                             "sh",
+                             "-c",
+                             command};
+        s = std::make_unique<harness::Script>(options);
+        if (outer) take("at outer$\\s then add PS1='$ ' $MORP -- sh -c \"$PROGRAM\"\\r", {});
+        at(prompt);
+        s->wait_editing(prompt);
+        // Nothing was printed yet where there is no prompt: morp can't write the row again.
+        take("add $line\\r then typed $line then answer", new_names());
+        open = 0;  // the history is open from now on
     }
-}
 
-int run(State &state, long minutes, long lines, bool valgrind) {
-    std::printf("seed %llu\n", state.seed);
-    try {
-        run_minutes(state, minutes);
-        if (lines > 0) run_lines(state, lines);
-        if (valgrind) run_valgrind(state);
-        if (testing::UnitTest::GetInstance()->Failed()) throw std::runtime_error("see above");
-    } catch (const std::exception &error) {
-        std::printf("--- FAULT, seed %llu, step %ld. Last actions:\n", state.seed, state.steps);
-        for (const auto &action : state.actions) std::printf("%s\n", action.c_str());
-        std::printf("--- %s\n", error.what());
-        return 1;
+    void end() {
+        const Case &row = any_of(random, rows_of("Ends"));
+        const int status = std::stoi(row.fields.at("status"));
+        Fields names = new_names();
+        names["middle"] = choose("Middles").fields.at("steps") + (outer ? " then asleep" : "");
+        // Behind what vi's terminal driver still held.
+        names["told"] = outer ? "mode original then add ^Uecho ended $?\\r then text ended " +
+                                    std::to_string(status < 0 ? 128 - status : status) +
+                                    "\\n then add exit\\r then exit"
+                              : "exit " + std::to_string(status);
+        note(row.fields.at("name"));
+        kills += row.fields.at("steps").starts_with("$middle") ? 1 : 0;
+        take(row.fields.at("steps"), names);
+        if (outer) {
+            s->wait_for("the outer shell",
+                        [&] { return s->row(s->cursor().row).ends_with("outer$"); });
+            if (status < 0) s->set_terminal(s->terminal_at_start());
+        }
+        take(names["told"], {});
+        s->wait_no_process();
+        for (const auto &entry : fs::directory_iterator(s->home()))
+            if (const std::string name = entry.path().filename();
+                name != "got" && name != "page" && name != "note")
+                fault("left behind: " + name);
+        // A killed morp can't restore the terminal.
+        if (status < 0 && !outer) s->set_terminal(s->terminal_at_start());
+        s.reset();  // its end checks the terminal and what sanitizers have said
+        if (testing::UnitTest::GetInstance()->Failed()) fault("see above");
+        if (kept && fs::exists(file)) check_recorded();
     }
-    std::printf("No fault in %ld lines, %ld programs, %ld kills\n", state.lines, state.visits,
-                state.kills);
-    return 0;
-}
+
+    // With `many`: so many lines without pause. Memory must not grow after the first thousand.
+    void visit(std::size_t many) {
+        start(many > 0);
+        const std::size_t first = lines;
+        long flat = 0;
+        for (std::size_t n = roll(60); many > 0 ? lines < first + many : n > 0; --n) {
+            const Case &row = many > 0 ? rows_of("Actions")[1] : choose("Actions");
+            note(std::to_string(++steps) + " " + row.fields.at("name"));
+            take(row.fields.at("steps"), new_names());
+            if (kept && roll(30) == 0) check_recorded();
+            if (many == 0 || lines < first + 1000) continue;
+            if (flat == 0) flat = rss;
+            if (rss > flat) fault(std::to_string(rss - flat) + " KiB more than at first");
+        }
+        end();
+    }
+};
 
 }  // namespace
 }  // namespace soak
 
 int main(int argc, char **argv) {
-    long minutes = 0, lines = 0;
-    bool valgrind = false;
-    unsigned long long seed = static_cast<unsigned long long>(time(nullptr));
+    using Clock = std::chrono::steady_clock;
     testing::InitGoogleTest(&argc, argv);
-    for (int n = 1; n < argc; ++n) {
-        const std::string option = argv[n];
-        if (option == "--valgrind") {
-            valgrind = true;
-            continue;
-        }
-        const long value = n + 1 < argc ? strtol(argv[++n], nullptr, 10) : -1;
-        if (option == "--minutes" && value >= 0)
-            minutes = value;
-        else if (option == "--lines" && value >= 0)
-            lines = value;
-        else if (option == "--seed" && value >= 0)
-            seed = static_cast<unsigned long long>(value);
-        else
-            return fprintf(stderr, "unknown option %s\n", option.c_str()), 2;
+    std::map<std::string, long> options = {{"--minutes", 0},
+                                           {"--programs", 0},
+                                           {"--lines", 0},
+                                           {"--valgrind", 0},
+                                           {"--seed", time(nullptr)}};
+    for (int n = 1; n < argc; n += 2) {
+        if (!options.contains(argv[n]) || n + 1 == argc)
+            return fprintf(stderr, "unknown option %s\n", argv[n]), 2;
+        options[argv[n]] = strtol(argv[n + 1], nullptr, 10);
     }
-    soak::State state(seed);
-    return soak::run(state, minutes, lines, valgrind);
+    std::printf("seed %ld\n", options["--seed"]);
+    soak::Soak soak(static_cast<unsigned long long>(options["--seed"]));
+    soak.valgrind = options["--valgrind"] != 0;
+    const auto figures = [&] {
+        std::printf("%zu lines, %zu programs, %zu kills, %ld KiB, %ld descriptors\n", soak.lines,
+                    soak.visits, soak.kills, soak.rss, soak.open);
+        (void)std::fflush(stdout);
+    };
+    try {
+        const auto start = Clock::now();
+        for (long minute = 0; minute < options["--minutes"];) {
+            soak.visit(0);
+            if (Clock::now() < start + std::chrono::minutes(minute + 1)) continue;
+            minute++;
+            figures();
+        }
+        for (long n = options["--programs"]; n > 0; --n) soak.visit(0);
+        for (std::size_t n = soak::kStyles.size(); options["--lines"] > 0 && n > 0; --n) {
+            soak.visit(static_cast<std::size_t>(options["--lines"]));
+            figures();
+        }
+    } catch (const std::exception &error) {
+        std::printf("--- FAULT, seed %ld, step %zu. Last actions:\n", options["--seed"],
+                    soak.steps);
+        for (const auto &action : soak.log) std::printf("%s\n", action.c_str());
+        std::printf("--- %s\n", error.what());
+        return 1;
+    }
+    std::printf("No fault in ");
+    figures();
+    return 0;
 }

@@ -1,8 +1,12 @@
 #include "harness/cases.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <ostream>
+#include <sstream>
 #include <stdexcept>
 
 namespace harness {
@@ -13,8 +17,8 @@ static std::string trimmed(const std::string &text) {
     return text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-std::vector<std::string> cells_of(const std::string &line) {
-    std::vector<std::string> cells(1);
+Words cells_of(const std::string &line) {
+    Words cells(1);
     for (std::size_t i = 0; i < line.size(); i++) {
         if (line[i] == '|') {
             cells.emplace_back();
@@ -34,9 +38,9 @@ static bool is_table(const Section &section) {
 std::vector<Case> Section::cases() const {
     if (!is_table(*this)) return {{name, settings}};
     std::vector<Case> cases;
-    const std::vector<std::string> columns = cells_of(lines.front().text);
+    const Words columns = cells_of(lines.front().text);
     for (std::size_t n = 1; n < lines.size() && lines[n].text != "steps"; n++) {
-        const std::vector<std::string> cells = cells_of(lines[n].text);
+        const Words cells = cells_of(lines[n].text);
         if (cells.size() != columns.size()) throw std::runtime_error(lines[n].where + "columns");
         Case c = {lines[n].where + cells[0], settings};
         for (std::size_t i = 0; i < cells.size(); i++) c.fields[columns[i]] = cells[i];
@@ -103,13 +107,37 @@ std::string unescaped(std::string_view text, std::string_view end) {
             const std::string unit = bytes.substr(repeated);
             const std::size_t close = text.find('}', i);
             int times = std::stoi(std::string(text.substr(i + 1, close - i - 1)));
-            for (; times > 1; times--) bytes += unit;
+            for (bytes.resize(repeated); times > 0; times--) bytes += unit;
             i = close;
         } else {
             bytes += text[i] == '^' || text[i] == '\\' ? escaped(text, i) : text[i];
         }
     }
     return bytes.append(end);
+}
+
+std::string escaped(std::string_view bytes) {
+    std::string text;
+    for (const char c : bytes) {
+        char hex[8] = {c};
+        if (isalnum(static_cast<unsigned char>(c)) == 0)
+            (void)snprintf(hex, sizeof hex, "\\x%02x", static_cast<unsigned char>(c));
+        text += hex;
+    }
+    return text;
+}
+
+std::string filled(std::string text, const Fields &fields) {
+    for (const auto &[name, value] : fields)
+        for (std::size_t at = 0; (at = text.find("$" + name, at)) != std::string::npos;
+             at += value.size())
+            text.replace(at, name.size() + 1, value);
+    return text;
+}
+
+Words words_of(const std::string &text) {
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), {}};
 }
 
 std::string get(const Fields &fields, const std::string &name, const std::string &otherwise) {

@@ -55,8 +55,14 @@ inline const auto kNamed = [](const auto &test) { return test.param.name; };
 std::vector<Section> sections_of(const std::string &file);
 // The bytes that `text` stands for, `end` behind them.
 std::string unescaped(std::string_view text, std::string_view end = "");
+// Text that stands for `bytes`.
+std::string escaped(std::string_view bytes);
+// `text` with what the settings named in it, as "$name", stand for.
+std::string filled(std::string text, const Fields &fields);
+using Words = std::vector<std::string>;
+Words words_of(const std::string &text);
 // What stands between separators, without blanks around it.
-std::vector<std::string> cells_of(const std::string &line);
+Words cells_of(const std::string &line);
 // A setting's text, `otherwise` where it isn't set.
 std::string get(const Fields &fields, const std::string &name, const std::string &otherwise = "");
 

@@ -8,22 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "harness/desk.h"
-
 namespace harness {
-
-struct Script : Desk {
-    using Desk::Desk;
-    std::size_t from = 0;                  // how much had been written at the last step that acts
-    std::vector<std::string> rows = {""};  // the screen that a talk expects
-};
-
-using Words = std::vector<std::string>;
-
-static Words words_of(const std::string &text) {
-    std::istringstream in(text);
-    return {std::istream_iterator<std::string>(in), {}};
-}
 
 static std::string prompt_of(const Fields &settings) {
     return unescaped(get(settings, "prompt", ">\\s"));
@@ -49,7 +34,7 @@ static Options options_of(const Fields &settings, const std::string &style,
     return options;
 }
 
-static std::string rest(std::istream &in) {
+std::string rest(std::istream &in) {
     std::string text;
     std::getline(in >> std::ws, text);
     return unescaped(text);
@@ -184,10 +169,16 @@ static const std::map<std::string, Step> kLooks = {
     {"gone", [](Script &s, std::istream &) { s.wait_no_process(); }},
     {"recorded", [](Script &s, std::istream &in) { EXPECT_GT(count(s.history(), rest(in)), 0); }},
     {"unrecorded", [](Script &s, std::istream &in) { EXPECT_EQ(count(s.history(), rest(in)), 0); }},
+    {"file",
+     [](Script &s, std::istream &in) {
+         std::string name;
+         in >> name;
+         EXPECT_EQ(s.file(name), rest(in));
+     }},
     {"size", [](Script &s, std::istream &in) { EXPECT_EQ(s.size(), place(in)); }},
 };
 
-static void take(Script &s, const std::string &text) {
+void take(Script &s, const std::string &text, const Verbs &more) {
     const bool repeated = text.starts_with("repeat ");
     const std::size_t end = repeated ? std::string::npos : text.find(" then ");
     std::istringstream in(text.substr(0, end));
@@ -196,12 +187,14 @@ static void take(Script &s, const std::string &text) {
     if (repeated) {
         const int times = number(in);
         std::getline(in >> std::ws, verb);
-        for (int n = 0; n < times; n++) take(s, verb);
+        for (int n = 0; n < times; n++) take(s, verb, more);
         return;
     }
     const auto act = kActs.find(verb);
     const auto look = kLooks.find(verb);
-    if (act != kActs.end()) {
+    if (const auto own = more.find(verb); own != more.end()) {
+        own->second(in);
+    } else if (act != kActs.end()) {
         s.from = s.mark();
         act->second(s, in);
     } else if (look != kLooks.end()) {
@@ -209,16 +202,7 @@ static void take(Script &s, const std::string &text) {
     } else {
         throw std::runtime_error("no such step");
     }
-    if (end != std::string::npos) take(s, text.substr(end + 6));
-}
-
-// `text` with what the settings named in it stand for.
-static std::string filled(std::string text, const Fields &fields) {
-    for (const auto &[name, value] : fields)
-        for (std::size_t at = 0; (at = text.find("$" + name, at)) != std::string::npos;
-             at += value.size())
-            text.replace(at, name.size() + 1, value);
-    return text;
+    if (end != std::string::npos) take(s, text.substr(end + 6), more);
 }
 
 static void check_session(const Section &section, const Fields &fields, const std::string &style,

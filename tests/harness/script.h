@@ -50,11 +50,32 @@
 //     stopped NAME         by this signal
 //     exit STATUS          0 if not given; "gone": no process is left
 //     recorded, unrecorded TEXT    in the history
+//     file NAME BYTES      in the home folder
 #pragma once
 
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <string>
+#include <vector>
+
 #include "harness/cases.h"
+#include "harness/desk.h"
 
 namespace harness {
+
+struct Script : Desk {
+    using Desk::Desk;
+    std::size_t from = 0;                  // how much had been written at the last step that acts
+    std::vector<std::string> rows = {""};  // the screen that a talk expects
+};
+
+// Steps of the caller's own: each is given the rest of its text.
+using Verbs = std::map<std::string, std::function<void(std::istream &)>>;
+// Takes the steps, `more` among them. Throws where one fails that waits.
+void take(Script &s, const std::string &steps, const Verbs &more = {});
+// The bytes that the rest of a step stands for.
+std::string rest(std::istream &in);
 
 void check_sessions(const Section &section);
 

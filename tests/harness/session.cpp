@@ -281,7 +281,9 @@ Mode Session::mode() const {
 // morp among `from` and its descendants. Its own child looks the same until it executes the
 // program, so the search goes from the top.
 pid_t Session::find_morp(pid_t from) const {
-    if (fs::path(executable(from)).filename() == "morp") return from;
+    const std::string runs = executable(from);
+    if (fs::path(runs).filename() == "morp" || runs.find("/valgrind/") != std::string::npos)
+        return from;
     for (const pid_t child : children(from)) {
         const pid_t found = find_morp(child);
         if (found > 0) return found;
