@@ -14,6 +14,7 @@ TEST_P(Sessions, GoAsWritten) { harness::check_sessions(GetParam()); }
 SESSIONS(start);
 SESSIONS(relay);
 SESSIONS(jobs);
+SESSIONS(faults);
 SESSIONS(output);
 SESSIONS(programs);
 SESSIONS(emacs);

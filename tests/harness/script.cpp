@@ -169,6 +169,10 @@ static const std::map<std::string, Step> kLooks = {
     {"gone", [](Script &s, std::istream &) { s.wait_no_process(); }},
     {"recorded", [](Script &s, std::istream &in) { EXPECT_GT(count(s.history(), rest(in)), 0); }},
     {"unrecorded", [](Script &s, std::istream &in) { EXPECT_EQ(count(s.history(), rest(in)), 0); }},
+    {"run",
+     [](Script &s, std::istream &in) {
+         EXPECT_EQ(system(("cd '" + s.home() + "' && " + rest(in)).c_str()), 0);
+     }},
     {"file",
      [](Script &s, std::istream &in) {
          std::string name;

@@ -51,6 +51,7 @@
 //     exit STATUS          0 if not given; "gone": no process is left
 //     recorded, unrecorded TEXT    in the history
 //     file NAME BYTES      in the home folder
+//     run COMMAND          succeeds there, in a shell beside morp
 #pragma once
 
 #include <functional>
