@@ -1,8 +1,8 @@
-// drive.cpp: measures morp beside the relays and prints the table. Contenders take turns, round by
-// round, so that what disturbs the machine disturbs all of them; a figure is the median over the
-// rounds, a ratio the median of the rounds' ratios.
+// drive.cpp: measures morp in each style beside the relays and prints the table. They take turns,
+// round by round, so that what disturbs the machine disturbs all of them; a figure is the median
+// over the rounds, a ratio the median of the rounds' ratios.
 //
-// drive [-r rounds] [-m morp] [name...]    with names, only these measurements
+// drive [-r rounds] [-s style]... [-m morp] [name...]    with names, only these measurements
 #include <sys/utsname.h>
 #include <unistd.h>
 #include <algorithm>
@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,26 +21,41 @@
 
 using namespace bench;
 
-// values[contender][row][round]
-using Results = std::vector<std::vector<std::vector<double>>>;
+using Rounds = std::vector<double>;
+using Contender = std::function<Values()>;
 
-static Results measure(const Measurement &m, int rounds) {
-    Results results(m.contenders.size(), std::vector<std::vector<double>>(m.rows.size()));
+// The yardstick, script or nothing, then morp in each style; nothing where it isn't measured.
+static std::vector<Contender> contenders(const Measurement &m, const std::vector<Style> &chosen) {
+    std::vector<Contender> list = {m.yardstick, m.script};
+    for (const Style &style : chosen)
+        list.push_back(m.any_style && list.size() > 2 ? Contender()
+                                                      : [&] { return m.morp(style); });
+    return list;
+}
+
+// results[contender][row][round]
+using Results = std::vector<std::vector<Rounds>>;
+
+static Results measure(const Measurement &m, const std::vector<Style> &chosen, int rounds) {
+    const std::vector<Contender> list = contenders(m, chosen);
+    Results results(list.size(), std::vector<Rounds>(m.rows.size()));
     for (int round = 0; round < rounds; round++)
-        for (std::size_t c = 0; c < m.contenders.size(); c++) {
-            const std::vector<double> values = m.contenders[c].run();
-            for (std::size_t r = 0; r < m.rows.size(); r++) results[c][r].push_back(values[r]);
+        for (std::size_t c = 0; c < list.size(); c++) {
+            const Values values = list[c] ? list[c]() : Values();
+            for (std::size_t r = 0; r < values.size(); r++) results[c][r].push_back(values[r]);
         }
     return results;
 }
 
-static double median_ratio(const std::vector<double> &a, const std::vector<double> &b) {
-    std::vector<double> ratios;
+static double median_ratio(const Rounds &a, const Rounds &b) {
+    Rounds ratios;
     for (std::size_t i = 0; i < a.size(); i++) ratios.push_back(b[i] > 0 ? a[i] / b[i] : NAN);
     return median(ratios);
 }
 
+// Empty for what can't be told.
 static std::string text(double value) {
+    if (std::isnan(value)) return "";
     char buf[32];
     const int digits = value >= 100 || value == std::floor(value) ? 0 : value >= 10 ? 1 : 2;
     (void)snprintf(buf, sizeof buf, "%.*f", digits, value);
@@ -47,30 +63,34 @@ static std::string text(double value) {
 }
 
 static std::string text(double value, const Row &row) {
-    std::string out = text(value * row.scale);
-    if (row.unit[0] != '\0') out += std::string(" ") + row.unit;
-    return out;
+    return text(value * row.scale) + (row.unit[0] == '\0' ? "" : " ") + row.unit;
 }
 
-// One line of the table. False when the bar is missed.
-static bool print_row(const Measurement &m, std::size_t r, const Results &results) {
-    const Row &row = m.rows[r];
-    const double own = median(results[0][r]);
-    const double ratio = median_ratio(results[0][r], results[1][r]);
-    const double judged = row.judged == Bar::absolute ? own : ratio;
-    const bool met = row.judged == Bar::none || judged <= row.bar;
-    std::string third;
-    if (results.size() > 2) third = text(median_ratio(results[2][r], results[1][r]));
-    const std::string bar = row.judged == Bar::none ? "" : "≤ " + text(row.bar);
-    (void)printf("| %s | %s | %s | %s | %s | %s | %s |\n", row.what, text(own, row).c_str(),
-                 text(median(results[1][r]), row).c_str(),
-                 std::isnan(ratio) ? "" : text(ratio).c_str(), bar.c_str(),
-                 row.judged == Bar::none ? ""
-                 : met                   ? "met"
-                                         : "**missed**",
-                 third.c_str());
+// One line of the table. Returns the number of styles that miss the bar.
+static int print_row(const Row &row, std::size_t r, const Results &results,
+                     const std::vector<Style> &chosen) {
+    const Rounds &yardstick = results[0][r];
+    std::string missed;
+    int missing = 0;
+    (void)printf("| %s | %s |", row.what, text(median(yardstick), row).c_str());
+    for (std::size_t s = 0; s < chosen.size(); s++) {
+        const Rounds &own = results[2 + s][r];
+        const double value = own.empty() ? NAN : median(own);
+        const double ratio = own.empty() ? NAN : median_ratio(own, yardstick);
+        (void)printf(" %s | %s |", own.empty() ? "" : text(value, row).c_str(),
+                     text(ratio).c_str());
+        if (row.judged == Bar::none || !((row.judged == Bar::absolute ? value : ratio) > row.bar))
+            continue;
+        missed += (missing++ == 0 ? "" : ", ") + std::string(chosen[s].name);
+    }
+    const Rounds &script = results[1][r];
+    (void)printf(" %s | %s | %s |\n", row.judged == Bar::none ? "" : ("≤ " + text(row.bar)).c_str(),
+                 missing != 0              ? ("**missed: " + missed + "**").c_str()
+                 : row.judged == Bar::none ? ""
+                                           : "met",
+                 script.empty() ? "" : text(median_ratio(script, yardstick)).c_str());
     (void)fflush(stdout);
-    return met;
+    return missing;
 }
 
 static std::string processor_name() {
@@ -80,7 +100,7 @@ static std::string processor_name() {
     return "unknown processor";
 }
 
-static void print_head(int rounds) {
+static void print_head(int rounds, const std::vector<Style> &chosen) {
     struct utsname system = {};
     (void)uname(&system);
     char date[32] = "";
@@ -89,8 +109,11 @@ static void print_head(int rounds) {
     (void)printf("%s, %ld processors, %s %s %s; %s; medians of %d rounds.\n\n",
                  processor_name().c_str(), sysconf(_SC_NPROCESSORS_ONLN), system.sysname,
                  system.release, system.machine, date, rounds);
-    (void)printf("| figure | morp | beside | ratio | bar | | script's ratio |\n");
-    (void)printf("|---|---:|---:|---:|---:|---|---:|\n");
+    (void)printf("| figure | beside |");
+    for (const Style &style : chosen) (void)printf(" %s | ratio |", style.name);
+    (void)printf(" bar | | script's ratio |\n|---|---:|");
+    for (std::size_t s = 0; s < chosen.size(); s++) (void)printf("---:|---:|");
+    (void)printf("---:|---|---:|\n");
 }
 
 static std::string beside_me(const char *name) {
@@ -112,23 +135,33 @@ static void remove_folder() {
     std::filesystem::remove_all(folder(), ignored);
 }
 
+static bool among(const std::vector<std::string> &wanted, const char *name) {
+    return std::find(wanted.begin(), wanted.end(), name) != wanted.end();
+}
+
 int main(int argc, char **argv) {
     int rounds = 7;
     Setting setting = {MORP_BINARY, beside_me("relay"), beside_me("load"), folder()};
+    std::vector<std::string> asked;
     (void)atexit(remove_folder);
-    for (int option; (option = getopt(argc, argv, "r:m:")) != -1;) {
+    for (int option; (option = getopt(argc, argv, "r:s:m:")) != -1;) {
         if (option == 'r') rounds = std::max(atoi(optarg), 1);
+        if (option == 's') asked.emplace_back(optarg);
         if (option == 'm') setting.morp = optarg;
-        if (option == '?') fail("usage: drive [-r rounds] [-m morp] [name...]");
+        if (option == '?') fail("usage: drive [-r rounds] [-s style]... [-m morp] [name...]");
     }
+    std::vector<Style> chosen;
+    for (const Style &style : styles())
+        if (asked.empty() ? style.usual : among(asked, style.name)) chosen.push_back(style);
+    if (chosen.empty()) fail("no such style");
     const std::vector<std::string> wanted(argv + optind, argv + argc);
-    print_head(rounds);
+    print_head(rounds, chosen);
     int missed = 0;
     for (const Measurement &m : measurements(setting)) {
-        if (!wanted.empty() && std::find(wanted.begin(), wanted.end(), m.name) == wanted.end())
-            continue;
-        const Results results = measure(m, rounds);
-        for (std::size_t r = 0; r < m.rows.size(); r++) missed += print_row(m, r, results) ? 0 : 1;
+        if (!wanted.empty() && !among(wanted, m.name)) continue;
+        const Results results = measure(m, chosen, rounds);
+        for (std::size_t r = 0; r < m.rows.size(); r++)
+            missed += print_row(m.rows[r], r, results, chosen);
     }
     return missed == 0 ? 0 : 2;
 }

@@ -3,12 +3,11 @@
 #include <unistd.h>
 #include <cstdio>
 #include <fstream>
+#include <utility>
 
-#include "session.h"
+#include "history_file.h"
 
 namespace bench {
-
-using Values = std::vector<double>;
 
 static constexpr double kMilli = 1e3;
 static constexpr double kMicro = 1e6;
@@ -28,66 +27,88 @@ static constexpr unsigned kIdleSeconds = 3;
 
 static const char kOldest[] = "the oldest of all commands";
 static const char kNewest[] = "the newest of all commands";
+static const char kOwn[] = "/history";  // what is typed goes to this file
 static const char kBig[] = "/big_history";
 static const char kTyped[] = "/typed_history";  // as big, but lines are added to it
 static const char kSmall[] = "/few_history";
 
+// State: set by measurements(), the same for all that is measured.
+static Setting Here;
+
+const std::vector<Style> &styles() {
+    static const std::vector<Style> list = {
+        {"emacs", true, {"Q_VXEDITOR=emacs"}, "a", "a", "\x10", "\x12"},
+        {"vi", true, {"Q_VXEDITOR=vi"}, "\033ia", "\r> a", "\033k", "\033/"},
+    };
+    return list;
+}
+
 // Who stands between the terminal and the program.
 enum class Front { morp, morp_off, raw_relay, processing_relay, script };
 
-static Words command(const Setting &s, Front front, const Words &load) {
-    Words words;
-    switch (front) {
-        case Front::morp:
-            words = {s.morp};
-            break;
-        case Front::morp_off:
-            words = {s.morp, "-m", "0"};
-            break;
-        case Front::raw_relay:
-            words = {s.relay};
-            break;
-        case Front::processing_relay:
-            words = {s.relay, "-o"};
-            break;
-        case Front::script: {
-            std::string line = s.load;
-            for (const std::string &word : load) line += " " + word;
-            return {"/usr/bin/script", "-qfc", line, "/dev/null"};
-        }
-    }
-    words.push_back(s.load);
-    words.insert(words.end(), load.begin(), load.end());
+struct Who {
+    Front front;
+    Style style;  // empty but for morp
+};
+
+static const Style kNoStyle = {"", false, {}, "a", "a", "", ""};
+
+static Words joined(Words words, const Words &more) {
+    words.insert(words.end(), more.begin(), more.end());
     return words;
 }
 
-static Words environment(const Setting &s, const std::string &history,
-                         const char *more = "TERM=xterm") {
-    return {"PATH=/usr/local/bin:/usr/bin:/bin",
-            "HOME=" + s.folder,
-            "SHELL=/bin/sh",
-            "VISUAL=emacs",
-            "Q_VXHISTFILE=" + s.folder + history,
-            more};
+static Words command(const Who &who, const Words &load) {
+    const Words program = joined({Here.load}, load);
+    switch (who.front) {
+        case Front::morp:
+            return joined({Here.morp}, program);
+        case Front::morp_off:
+            return joined({Here.morp, "-m", "0"}, program);
+        case Front::raw_relay:
+            return joined({Here.relay}, program);
+        case Front::processing_relay:
+            return joined({Here.relay, "-o"}, program);
+        case Front::script:
+            break;
+    }
+    std::string line;
+    for (const std::string &word : program) line += word + " ";
+    return {"/usr/bin/script", "-qfc", line, "/dev/null"};
 }
 
-static const char kOwn[] = "/history";  // what is typed here goes to this file
-
-// Contenders that differ in the front only: morp's, the relay to compare it with, script.
-static std::vector<Contender> beside(Front morp, Front relay,
-                                     const std::function<Values(Front)> &run) {
-    return {{"morp", [=] { return run(morp); }},
-            {"relay", [=] { return run(relay); }},
-            {"script", [=] { return run(Front::script); }}};
+static Words environment(const Who &who, const char *history) {
+    return joined({"PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + Here.folder, "SHELL=/bin/sh",
+                   "TERM=xterm", "Q_VXHISTFILE=" + Here.folder + history},
+                  who.style.env);
 }
+
+// The program that answers lines, at its first prompt.
+struct Answer : Session {
+    // `more` for the environment, `tracer` in front of the command.
+    explicit Answer(const Who &who, const char *history = kOwn, const Words &more = {},
+                    const Words &tracer = {})
+        : Session(joined(tracer, command(who, {"answer"})),
+                  joined(environment(who, history), more)) {
+        wait("> ");
+    }
+    void edit(const Style &style) {
+        type(style.edit);
+        wait(style.shown);
+    }
+    void enter(std::string_view keys) {
+        type(std::string(keys) + "\r");
+        wait("> ");
+    }
+};
 
 // --- Start ---
 
-static Values starts(const Setting &s, Front front, const std::string &history) {
+static Values starts(const Who &who, const char *history) {
     Values prompt;
     Values life;
     for (int i = 0; i < kStarts; i++) {
-        Session session(command(s, front, {"once"}), environment(s, history));
+        Session session(command(who, {"once"}), environment(who, history));
         session.wait("> ");
         prompt.push_back(now() - session.started());
         session.type("x\r");
@@ -99,20 +120,14 @@ static Values starts(const Setting &s, Front front, const std::string &history) 
 
 // --- Output ---
 
-static Values output(const Setting &s, Front front, const Words &load, double bytes) {
-    Session session(command(s, front, load), environment(s, kOwn));
+static Values output(const Who &who, const Words &load, double bytes) {
+    Session session(command(who, load), environment(who, kOwn));
     session.wait("<go>");
     const double from = now();
     const double busy = session.processor();
     session.wait("<end>");
     const double wall = now() - from;
     return {wall / bytes * kMega, (session.processor() - busy) / bytes * kMega};
-}
-
-static Measurement output_measurement(const Setting &s, const char *name, Front morp, Front relay,
-                                      const Words &load, double bytes, std::vector<Row> rows) {
-    return {name, std::move(rows),
-            beside(morp, relay, [=](Front front) { return output(s, front, load, bytes); })};
 }
 
 // --- Keys and lines, all on one processor ---
@@ -125,33 +140,33 @@ public:
     OneProcessor &operator=(const OneProcessor &) = delete;
 };
 
-static Values keys(const Setting &s, Front front) {
+// Neighbouring keys differ, so that what is drawn late isn't taken for the next one's echo.
+static Values keys(const Who &who) {
     const OneProcessor confined;
-    Session session(command(s, front, {"answer"}), environment(s, kOwn));
-    session.wait("> ");
+    Answer session(who);
     Values times;
-    for (int i = 1; i <= kKeys; i++) {
+    for (int i = 0; i < kKeys; i++) {
+        if (i != 0 && i % kLineLength == 0) session.enter("");
+        if (i % kLineLength == 0) session.edit(who.style);
+        const std::string key(1, static_cast<char>('b' + i % 25));
         const double from = now();
-        session.type("a");
-        session.wait("a");
+        session.type(key);
+        session.wait(key);
         times.push_back(now() - from);
-        if (i % kLineLength != 0) continue;
-        session.type("\r");
-        session.wait("> ");
     }
     return {median(times)};
 }
 
-static Values lines(const Setting &s, Front front) {
+static Values lines(const Who &who) {
     const OneProcessor confined;
-    Session session(command(s, front, {"answer"}), environment(s, kOwn));
-    session.wait("> ");
+    Answer session(who);
     Values times;
     for (int i = 0; i < kLines; i++) {
         session.type("ab");
         session.wait("b");
         const double from = now();
         session.type("\r");
+        session.wait("<ab>");
         session.wait("> ");
         times.push_back(now() - from);
     }
@@ -159,9 +174,8 @@ static Values lines(const Setting &s, Front front) {
 }
 
 // A line that is lost is never answered, and the run fails.
-static Values paste(const Setting &s, Front front) {
-    Session session(command(s, front, {"answer"}), environment(s, kOwn));
-    session.wait("> ");
+static Values paste(const Who &who) {
+    Answer session(who);
     std::string text;
     for (int i = 1; i <= kPasted; i++) text += "line " + std::to_string(i) + "\r";
     const double from = now();
@@ -172,21 +186,16 @@ static Values paste(const Setting &s, Front front) {
 
 // --- Rest at the prompt ---
 
-static Values memory(const Setting &s, Front front) {
-    Session session(command(s, front, {"answer"}), environment(s, kOwn));
-    session.wait("> ");
-    session.type("x\r");
-    session.wait("> ");
+static Values memory(const Who &who) {
+    Answer session(who);
+    session.enter("x");
     return {session.memory()};
 }
 
-static Values idle(const Setting &s, Front front) {
-    Session session(command(s, front, {"answer"}), environment(s, kOwn));
-    session.wait("> ");
-    session.type("x\r");
-    session.wait("> ");
-    session.type("y");
-    session.wait("y");
+static Values idle(const Who &who) {
+    Answer session(who);
+    session.enter("x");
+    session.edit(who.style);
     (void)usleep(200'000);  // what the line caused is over
     const long before = session.switches();
     (void)sleep(kIdleSeconds);
@@ -195,43 +204,20 @@ static Values idle(const Setting &s, Front front) {
 
 // --- History ---
 
-static void put_command(std::string &file, int number, const std::string &text) {
-    constexpr std::size_t kSyncFrom = 8192;
-    file += text + "\n";
-    file.append(file.size() % 2 != 0 ? 1 : 2, '\0');
-    if (file.size() <= kSyncFrom) return;
-    const int next = number + 1;
-    for (const int byte : {0x82, 0, next >> 16, next >> 8, next, 0})
-        file += static_cast<char>(byte);
-}
-
-static void write_history(const std::string &path, int commands) {
-    std::string file = "\x81\x01";
-    put_command(file, 1, kOldest);
-    for (int n = 2; n < commands; n++)
-        put_command(file, n, "grep -n pattern" + std::to_string(n) + " src/file.cpp");
-    put_command(file, commands, kNewest);
-    std::ofstream(path, std::ios::binary) << file;
-}
-
-static Values first_recall(const Setting &s, const char *history) {
-    Session session(command(s, Front::morp, {"answer"}), environment(s, history));
-    session.wait("> ");
+static Values first_recall(const Who &who, const char *history) {
+    Answer session(who, history);
     const double from = now();
-    session.type("\x10");
+    session.type(who.style.recall);
     session.wait(kNewest);
     return {now() - from};
 }
 
-static Values all_in_reach(const Setting &s) {
-    Session session(command(s, Front::morp, {"answer"}),
-                    environment(s, kBig, "Q_VXHISTSIZE=1000000"));
-    session.wait("> ");
+static Values all_in_reach(const Who &who) {
+    Answer session(who, kBig, {"Q_VXHISTSIZE=1000000"});
     const double from = now();
-    session.type("a");
-    session.wait("a");
+    session.edit(who.style);
     const double indexed = now();
-    session.type("\x12oldest of all");
+    session.type(std::string(who.style.search) + "oldest of all");
     session.wait("all");
     const double asked = now();
     session.type("\r");
@@ -239,30 +225,26 @@ static Values all_in_reach(const Setting &s) {
     return {indexed - from, now() - asked};
 }
 
-static Values grep(const Setting &s) {
+static Values grep() {
     const double time =
-        time_of({"/usr/bin/grep", "-c", "-a", kOldest, s.folder + kBig}, {"LC_ALL=C"});
+        time_of({"/usr/bin/grep", "-c", "-a", kOldest, Here.folder + kBig}, {"LC_ALL=C"});
     return {time, time};
 }
 
 // --- System calls ---
 
-// Calls that morp makes in a run in which `count` times `keys` are typed, then the program is
-// ended.
-static double calls(const Setting &s, Front front, int count, std::string_view keys,
-                    std::string_view last) {
-    const std::string trace = s.folder + "/trace";
-    Words words = command(s, front, {"answer"});
-    words.insert(words.begin(), {"/usr/bin/strace", "-qq", "-o", trace});
+// Calls that are made in a run in which `count` times `keys` are typed into a line that is being
+// edited, then the program is ended.
+static double calls(const Who &who, int count, std::string_view keys, std::string_view last) {
+    const std::string trace = Here.folder + "/trace";
     {
-        Session session(words, environment(s, kOwn));
-        session.wait("> ");
+        Answer session(who, kOwn, {}, {"/usr/bin/strace", "-qq", "-o", trace});
+        session.edit(who.style);
         for (int i = 0; i < count; i++) {
             session.type(keys);
             session.wait(last);
         }
-        session.type("c\r");
-        session.wait("> ");
+        session.enter("c");
         session.type("end\r");
         session.wait_end();
     }
@@ -272,106 +254,122 @@ static double calls(const Setting &s, Front front, int count, std::string_view k
     return found;
 }
 
-static Values calls_each(const Setting &s, Front front) {
+static Values calls_each(const Who &who) {
     constexpr int kFew = 5;
     constexpr int kMany = 55;
     constexpr double kMore = kMany - kFew;
-    return {(calls(s, front, kMany, "a", "a") - calls(s, front, kFew, "a", "a")) / kMore,
-            (calls(s, front, kMany, "b\r", "> ") - calls(s, front, kFew, "b\r", "> ")) / kMore};
+    return {(calls(who, kMany, "a", "a") - calls(who, kFew, "a", "a")) / kMore,
+            (calls(who, kMany, "b\r", "> ") - calls(who, kFew, "b\r", "> ")) / kMore};
 }
 
 // --- The table ---
 
-static void add_output(const Setting &s, std::vector<Measurement> &list) {
+// What differs in the front only: morp's, the relay to compare it with, script where it can.
+static Measurement beside(const char *name, Front morp, Front relay,
+                          const std::function<Values(const Who &)> &run, std::vector<Row> rows,
+                          bool script = true) {
+    Measurement m = {name, std::move(rows),
+                     [=](const Style &style) {
+                         return run({morp, style});
+                     },
+                     [=] {
+                         return run({relay, kNoStyle});
+                     }};
+    if (script) m.script = [=] { return run({Front::script, kNoStyle}); };
+    m.any_style = morp == Front::morp_off;
+    return m;
+}
+
+static Measurement output_beside(const char *name, Front morp, Front relay, const Words &load,
+                                 double bytes, const char *what, double bar, double busy_bar) {
+    return beside(name, morp, relay, [=](const Who &who) { return output(who, load, bytes); },
+                  {{what, "ms/MB", kMilli, Bar::ratio, bar},
+                   {"- processor time", "ms/MB", kMilli, Bar::ratio, busy_bar}});
+}
+
+static void add_output(std::vector<Measurement> &list) {
     using enum Front;
     const std::string blocks = std::to_string(kBlocks);
     const std::string writes = std::to_string(kWrites);
-    list.push_back(output_measurement(
-        s, "blocks", morp, processing_relay, {"blocks", blocks}, kBlocks * kBlockBytes,
-        {{"output in 64 KiB blocks, editing on", "ms/MB", kMilli, Bar::ratio, 1.15},
-         {"- processor time", "ms/MB", kMilli, Bar::ratio, 1.25}}));
-    list.push_back(output_measurement(
-        s, "blocks-raw", morp, raw_relay, {"blocks", "raw", blocks}, kBlocks * kBlockBytes,
-        {{"the same from a program in raw mode", "ms/MB", kMilli, Bar::ratio, 1.35},
-         {"- processor time", "ms/MB", kMilli, Bar::ratio, 1.75}}));
-    list.push_back(output_measurement(
-        s, "blocks-off", morp_off, raw_relay, {"blocks", blocks}, kBlocks * kBlockBytes,
-        {{"the same with editing off", "ms/MB", kMilli, Bar::ratio, 1.35},
-         {"- processor time", "ms/MB", kMilli, Bar::ratio, 1.75}}));
-    list.push_back(output_measurement(
-        s, "lines", morp, processing_relay, {"lines", writes}, kWrites * kLineBytes,
-        {{"output a line a write, editing on", "ms/MB", kMilli, Bar::ratio, 1.4},
-         {"- processor time", "ms/MB", kMilli, Bar::ratio, 1.5}}));
+    constexpr double kAllBlocks = kBlocks * kBlockBytes;
+    list.push_back(output_beside("blocks", morp, processing_relay, {"blocks", blocks}, kAllBlocks,
+                                 "output in 64 KiB blocks, editing on", 1.15, 1.25));
+    list.push_back(output_beside("blocks-raw", morp, raw_relay, {"blocks", "raw", blocks},
+                                 kAllBlocks, "the same from a program in raw mode", 1.35, 1.75));
+    list.push_back(output_beside("blocks-off", morp_off, raw_relay, {"blocks", blocks}, kAllBlocks,
+                                 "the same with editing off", 1.35, 1.75));
+    list.push_back(output_beside("lines", morp, processing_relay, {"lines", writes},
+                                 kWrites * kLineBytes, "output a line a write, editing on", 1.4,
+                                 1.5));
+    list.push_back(output_beside("bytes", morp, processing_relay, {"bytes", writes}, kWrites,
+                                 "output a byte a write, editing on", 1.1, 1.35));
+}
+
+static void add_latency(std::vector<Measurement> &list) {
+    using enum Front;
+    list.push_back(beside("keys", morp, raw_relay, keys,
+                          {{"key to echo in a line", "µs", kMicro, Bar::ratio, 1.1}}));
+    list.push_back(beside("keys-off", morp_off, raw_relay, keys,
+                          {{"key to echo with editing off", "µs", kMicro, Bar::ratio, 1.45}}));
+    list.push_back(beside("newline", morp, raw_relay, lines,
+                          {{"newline to answer and next prompt", "µs", kMicro, Bar::ratio, 2.4}}));
     list.push_back(
-        output_measurement(s, "bytes", morp, processing_relay, {"bytes", writes}, kWrites,
-                           {{"output a byte a write, editing on", "ms/MB", kMilli, Bar::ratio, 1.1},
-                            {"- processor time", "ms/MB", kMilli, Bar::ratio, 1.35}}));
+        beside("paste", morp, raw_relay, paste,
+               {{"paste of 60 lines to the last answer", "ms", kMilli, Bar::ratio, 15}}));
 }
 
-static void add_latency(const Setting &s, std::vector<Measurement> &list) {
+static void add_rest(std::vector<Measurement> &list) {
     using enum Front;
-    list.push_back({"keys",
-                    {{"key to echo at an emacs prompt", "µs", kMicro, Bar::ratio, 1.1}},
-                    beside(morp, raw_relay, [=](Front front) { return keys(s, front); })});
-    list.push_back({"keys-off",
-                    {{"key to echo with editing off", "µs", kMicro, Bar::ratio, 1.45}},
-                    beside(morp_off, raw_relay, [=](Front front) { return keys(s, front); })});
-    list.push_back({"newline",
-                    {{"newline to answer and next prompt", "µs", kMicro, Bar::ratio, 2.4}},
-                    beside(morp, raw_relay, [=](Front front) { return lines(s, front); })});
-    list.push_back({"paste",
-                    {{"paste of 60 lines to the last answer", "ms", kMilli, Bar::ratio, 10}},
-                    beside(morp, raw_relay, [=](Front front) { return paste(s, front); })});
+    list.push_back(beside("memory", morp, raw_relay, memory,
+                          {{"memory at a prompt (PSS)", "KiB", 1, Bar::ratio, 6}}));
+    list.push_back(beside("idle", morp, raw_relay, idle,
+                          {{"wake-ups in 3 s in a line", "", 1, Bar::absolute, 0}}, false));
+    list.push_back(beside("calls", morp, raw_relay, calls_each,
+                          {{"system calls a key", "", 1, Bar::absolute, 8},
+                           {"system calls a line", "", 1, Bar::absolute, 60}},
+                          false));
 }
 
-static void add_rest(const Setting &s, std::vector<Measurement> &list) {
+static void add_history(std::vector<Measurement> &list) {
     using enum Front;
-    list.push_back({"memory",
-                    {{"memory at a prompt (PSS)", "KiB", 1, Bar::ratio, 6}},
-                    beside(morp, raw_relay, [=](Front front) { return memory(s, front); })});
+    list.push_back(beside(
+        "start-big", morp, raw_relay, [](const Who &who) { return starts(who, kTyped); },
+        {{"first prompt, history of 1,000,000", "ms", kMilli, Bar::ratio, 1.4},
+         {"- life of one line", "ms", kMilli, Bar::none, 0}},
+        false));
     list.push_back(
-        {"idle",
-         {{"wake-ups in 3 s at a prompt", "", 1, Bar::absolute, 0}},
-         {{"morp", [=] { return idle(s, morp); }}, {"relay", [=] { return idle(s, raw_relay); }}}});
-    list.push_back({"calls",
-                    {{"system calls a key", "", 1, Bar::absolute, 8},
-                     {"system calls a line", "", 1, Bar::absolute, 60}},
-                    {{"morp", [=] { return calls_each(s, morp); }},
-                     {"relay", [=] { return calls_each(s, raw_relay); }}}});
+        {"recall",
+         {{"first line recalled from it, beside a file of 3 (emacs)", "ms", kMilli, Bar::ratio, 2}},
+         [](const Style &style) {
+             return first_recall({morp, style}, kBig);
+         },
+         [] {
+             return first_recall({morp, styles()[0]}, kSmall);
+         }});
+    list.push_back({"reach",
+                    {{"1,000,000 in reach: indexed, beside grep", "ms", kMilli, Bar::ratio, 3},
+                     {"1,000,000 in reach: search to the oldest", "ms", kMilli, Bar::ratio, 3}},
+                    [](const Style &style) {
+                        return all_in_reach({morp, style});
+                    },
+                    grep});
 }
 
-static void add_history(const Setting &s, std::vector<Measurement> &list) {
+std::vector<Measurement> measurements(const Setting &setting) {
     using enum Front;
-    list.push_back({"start-big",
-                    {{"first prompt, history of 1,000,000", "ms", kMilli, Bar::ratio, 1.4},
-                     {"- life of one line", "ms", kMilli, Bar::none, 0}},
-                    {{"morp", [=] { return starts(s, morp, kTyped); }},
-                     {"relay", [=] { return starts(s, raw_relay, kTyped); }}}});
-    list.push_back({"recall",
-                    {{"first ^P in it, beside a file of 3", "ms", kMilli, Bar::ratio, 2}},
-                    {{"morp", [=] { return first_recall(s, kBig); }},
-                     {"few", [=] { return first_recall(s, kSmall); }}}});
-    list.push_back(
-        {"reach",
-         {{"1,000,000 in reach: indexed, beside grep", "ms", kMilli, Bar::ratio, 3},
-          {"1,000,000 in reach: ^R to the oldest", "ms", kMilli, Bar::ratio, 3}},
-         {{"morp", [=] { return all_in_reach(s); }}, {"grep", [=] { return grep(s); }}}});
-}
-
-std::vector<Measurement> measurements(const Setting &s) {
-    using enum Front;
-    write_history(s.folder + kBig, kCommands);
-    write_history(s.folder + kTyped, kCommands);
-    write_history(s.folder + kSmall, 3);
+    Here = setting;
+    write_history(Here.folder + kBig, kCommands, kOldest, kNewest);
+    write_history(Here.folder + kTyped, kCommands, kOldest, kNewest);
+    write_history(Here.folder + kSmall, 3, kOldest, kNewest);
     std::vector<Measurement> list;
-    list.push_back({"start",
-                    {{"first prompt", "ms", kMilli, Bar::ratio, 1.4},
-                     {"life of a program that reads one line", "ms", kMilli, Bar::ratio, 1.5}},
-                    beside(morp, raw_relay, [=](Front front) { return starts(s, front, kOwn); })});
-    add_output(s, list);
-    add_latency(s, list);
-    add_rest(s, list);
-    add_history(s, list);
+    list.push_back(
+        beside("start", morp, raw_relay, [](const Who &who) { return starts(who, kOwn); },
+               {{"first prompt", "ms", kMilli, Bar::ratio, 1.4},
+                {"life of a program that reads one line", "ms", kMilli, Bar::ratio, 1.5}}));
+    add_output(list);
+    add_latency(list);
+    add_rest(list);
+    add_history(list);
     return list;
 }
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "session.h"
+
 namespace bench {
 
 // Programs and folder that the figures use.
@@ -15,9 +17,22 @@ struct Setting {
     std::string folder;  // for home and history files
 };
 
+// A way in which morp edits: a pair of columns in the table.
+struct Style {
+    const char *name;
+    bool usual;  // measured when no style is asked for
+    Words env;
+    const char *edit;    // keys that begin a line in which the editor has each key after them
+    const char *shown;   // what such a line ends in then, "a" being its text
+    const char *recall;  // keys for the line before, in a fresh line
+    const char *search;  // keys in front of a text to search for towards older lines
+};
+
+const std::vector<Style> &styles();
+
 // How a figure is judged.
 enum class Bar {
-    ratio,     // morp's value by that of the second contender
+    ratio,     // morp's value by the yardstick's
     absolute,  // morp's value itself
     none,      // for information
 };
@@ -28,19 +43,19 @@ struct Row {
     const char *unit;
     double scale;  // from the measured value to `unit`
     Bar judged;
-    double bar;
+    double bar;  // for every style
 };
 
-struct Contender {
-    const char *name;
-    std::function<std::vector<double>()> run;  // one round: a value for each row
-};
+using Values = std::vector<double>;
 
-// The first contender is morp, the second what it is compared with.
+// Each function is one round and gives a value for each row.
 struct Measurement {
     const char *name;  // on the command line
     std::vector<Row> rows;
-    std::vector<Contender> contenders;
+    std::function<Values(const Style &)> morp;
+    std::function<Values()> yardstick;
+    std::function<Values()> script = nullptr;  // where script(1) can be measured as well
+    bool any_style = false;                    // they don't differ: only the first is measured
 };
 
 std::vector<Measurement> measurements(const Setting &setting);

@@ -3,13 +3,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <string>
 
 #include "history.h"
+#include "history_file.h"
 #include "morp_defs.h"
 
 static constexpr int kCommands = 1'000'000;
+static constexpr char kText[] = "grep -n pattern src/file.cpp";
 
 // The file under measurement, there until the program ends.
 class BigFile {
@@ -18,16 +18,7 @@ public:
         const int fd = mkstemp(name_);
         if (fd < 0) std::abort();
         close(fd);
-        std::string all = "\x81\x01";
-        for (int n = 1; n <= kCommands; n++) {
-            all += "grep -n pattern" + std::to_string(n) + " src/file.cpp\n";
-            all.append(all.size() % 2 != 0 ? 1 : 2, '\0');
-            if (all.size() <= 8192) continue;
-            const int next = n + 1;
-            all += '\x82';
-            for (const int b : {0, next >> 16, next >> 8, next, 0}) all += static_cast<char>(b);
-        }
-        std::ofstream(name_, std::ios::binary) << all;
+        bench::write_history(name_, kCommands, kText, kText);
     }
     ~BigFile() { unlink(name_); }
     BigFile(const BigFile &) = delete;
@@ -92,7 +83,6 @@ static void record_line(benchmark::State &state) {
     setenv("Q_VXHISTFILE", "", 1);
     setenv("Q_VXHISTSIZE", "128", 1);
     if (hist_open() != 0) std::abort();
-    static constexpr char kText[] = "grep -n pattern src/file.cpp";
     for ([[maybe_unused]] const auto _ : state) hist_record(kText, sizeof kText - 1);
     hist_close_for_test();
 }

@@ -75,7 +75,7 @@ Session::~Session() {
     (void)close(master_);
     if (pid_ <= 0) return;
     (void)kill(pid_, SIGTERM);  // script takes no notice of the hang-up
-    (void)waitpid(pid_, nullptr, 0);
+    wait_end();
 }
 
 void Session::type(std::string_view keys) {
