@@ -24,7 +24,7 @@ using namespace bench;
 using Rounds = std::vector<double>;
 using Contender = std::function<Values()>;
 
-// The yardstick, script or nothing, then morp in each style; nothing where it isn't measured.
+// The yardstick, script, then morp in each style; nothing where it isn't measured.
 static std::vector<Contender> contenders(const Measurement &m, const std::vector<Style> &chosen) {
     std::vector<Contender> list = {m.yardstick, m.script};
     for (const Style &style : chosen)
@@ -47,10 +47,14 @@ static Results measure(const Measurement &m, const std::vector<Style> &chosen, i
     return results;
 }
 
-static double median_ratio(const Rounds &a, const Rounds &b) {
+// Not a number without rounds.
+static double middle(const Rounds &rounds) { return rounds.empty() ? NAN : median(rounds); }
+
+static double middle_ratio(const Rounds &a, const Rounds &b) {
     Rounds ratios;
-    for (std::size_t i = 0; i < a.size(); i++) ratios.push_back(b[i] > 0 ? a[i] / b[i] : NAN);
-    return median(ratios);
+    for (std::size_t i = 0; i < std::min(a.size(), b.size()); i++)
+        ratios.push_back(b[i] > 0 ? a[i] / b[i] : NAN);
+    return middle(ratios);
 }
 
 // Empty for what can't be told.
@@ -63,6 +67,7 @@ static std::string text(double value) {
 }
 
 static std::string text(double value, const Row &row) {
+    if (std::isnan(value)) return "";
     return text(value * row.scale) + (row.unit[0] == '\0' ? "" : " ") + row.unit;
 }
 
@@ -72,23 +77,20 @@ static int print_row(const Row &row, std::size_t r, const Results &results,
     const Rounds &yardstick = results[0][r];
     std::string missed;
     int missing = 0;
-    (void)printf("| %s | %s |", row.what, text(median(yardstick), row).c_str());
+    (void)printf("| %s | %s |", row.what, text(middle(yardstick), row).c_str());
     for (std::size_t s = 0; s < chosen.size(); s++) {
-        const Rounds &own = results[2 + s][r];
-        const double value = own.empty() ? NAN : median(own);
-        const double ratio = own.empty() ? NAN : median_ratio(own, yardstick);
-        (void)printf(" %s | %s |", own.empty() ? "" : text(value, row).c_str(),
-                     text(ratio).c_str());
-        if (row.judged == Bar::none || !((row.judged == Bar::absolute ? value : ratio) > row.bar))
-            continue;
+        const double value = middle(results[2 + s][r]);
+        const double ratio = middle_ratio(results[2 + s][r], yardstick);
+        (void)printf(" %s | %s |", text(value, row).c_str(), text(ratio).c_str());
+        const double judged = row.judged == Bar::absolute ? value : ratio;
+        if (row.judged == Bar::none || std::isnan(judged) || judged <= row.bar) continue;
         missed += (missing++ == 0 ? "" : ", ") + std::string(chosen[s].name);
     }
-    const Rounds &script = results[1][r];
-    (void)printf(" %s | %s | %s |\n", row.judged == Bar::none ? "" : ("≤ " + text(row.bar)).c_str(),
-                 missing != 0              ? ("**missed: " + missed + "**").c_str()
-                 : row.judged == Bar::none ? ""
-                                           : "met",
-                 script.empty() ? "" : text(median_ratio(script, yardstick)).c_str());
+    std::string verdict = missing == 0 ? "met" : "**missed: " + missed + "**";
+    std::string bar = "≤ " + text(row.bar);
+    if (row.judged == Bar::none) verdict = bar = "";
+    (void)printf(" %s | %s | %s |\n", bar.c_str(), verdict.c_str(),
+                 text(middle_ratio(results[1][r], yardstick)).c_str());
     (void)fflush(stdout);
     return missing;
 }

@@ -12,7 +12,8 @@
 #include "pass.h"
 #include "vi/vi_internal.h"
 
-static constexpr int kLength = 250;  // characters of the line
+static constexpr int kLength = 250;  // characters of a line as long as it can be
+static constexpr int kShort = 40;    // one that fits the window
 static constexpr int kPrompt = 2;
 static constexpr int kWindowColumns = 78;
 
@@ -65,13 +66,11 @@ private:
     int kept_;
 };
 
-// A line of kLength characters in `line` from index `from` on, in a window that it doesn't fit.
-static void set_up_line(genchar *line, int from, char *prompt, int style) {
+static void set_up_line(genchar *line, int length, char *prompt, int style) {
     edit_reset_for_test();
     opt_flag = style;
     std::memcpy(prompt, "\r> ", sizeof "\r> ");
-    std::memcpy(line, "> ", kPrompt);
-    std::memcpy(line + from, text_of(kLength, true).c_str(), kLength + 1);
+    std::memcpy(line, text_of(length, true).c_str(), static_cast<std::size_t>(length) + 1);
     editb.e_inbuf = line;
     editb.e_prompt = prompt;
     editb.e_plen = kPrompt;
@@ -93,45 +92,53 @@ static void toggle_character(genchar *line, int at, int *end, bool in) {
     }
 }
 
-// A key in the middle of the line, or at its end, in a window that has moved.
-static void emacs_key(benchmark::State &state, int at) {
+static void lengths(benchmark::internal::Benchmark *key) {
+    key->ArgName("characters")->Arg(kShort)->Arg(kLength);
+}
+
+// A key in the middle of a line, or at its end; a long line's window has moved.
+static void emacs_key(benchmark::State &state, bool in_the_middle) {
+    const int length = static_cast<int>(state.range(0));
+    const int at = in_the_middle ? length / 2 : length;
     const Discard discard;
     genchar line[kKeyboardBuffer];
     char prompt[emacs::kPromptSize];
     char image[emacs::kScreenSize];
-    set_up_line(line, kPrompt, prompt, kStyleEmacs);
+    set_up_line(line, length, prompt, kStyleEmacs);
     emacs::screen = image;
-    editb.e_cur = editb.e_eol = kPrompt + kLength;
+    editb.e_cur = editb.e_eol = length;
     emacs::draw(emacs::FIRST);
     emacs::draw(emacs::UPDATE);
     bool in = true;
     for ([[maybe_unused]] const auto _ : state) {
-        toggle_character(line, kPrompt + at, &editb.e_eol, in);
-        editb.e_cur = kPrompt + at + (in ? 1 : 0);
+        toggle_character(line, at, &editb.e_eol, in);
+        editb.e_cur = at + (in ? 1 : 0);
         emacs::draw(emacs::UPDATE);
         e_flush();
         in = !in;
     }
 }
-BENCHMARK_CAPTURE(emacs_key, in_the_middle, kLength / 2);
-BENCHMARK_CAPTURE(emacs_key, at_the_end, kLength);
+BENCHMARK_CAPTURE(emacs_key, in_the_middle, true)->Apply(lengths);
+BENCHMARK_CAPTURE(emacs_key, at_the_end, false)->Apply(lengths);
 
-static void vi_key(benchmark::State &state, int at) {
+static void vi_key(benchmark::State &state, bool in_the_middle) {
+    const int length = static_cast<int>(state.range(0));
+    const int at = in_the_middle ? length / 2 : length;
     const Discard discard;
     genchar line[kKeyboardBuffer];
     char prompt[emacs::kPromptSize];
     genchar physical[kMaxImage];
     genchar window[vi::kWindowSize] = {};
     int globals[vi::kGlobals] = {};
-    set_up_line(line, 0, prompt, kStyleVi);
+    set_up_line(line, length, prompt, kStyleVi);
     editb.e_physbuf = physical;
     editb.e_window = window;
     editb.e_globals = globals;
-    editb.e_cur = editb.e_eol = kLength - 1;
+    editb.e_cur = editb.e_eol = length - 1;
     vi::win_last() = -1;
     vi::renew_row();
     vi::refresh_now(vi::MODE_INPUT);
-    int end = kLength;
+    int end = length;
     bool in = true;
     for ([[maybe_unused]] const auto _ : state) {
         toggle_character(line, at, &end, in);
@@ -141,5 +148,5 @@ static void vi_key(benchmark::State &state, int at) {
         in = !in;
     }
 }
-BENCHMARK_CAPTURE(vi_key, in_the_middle, kLength / 2);
-BENCHMARK_CAPTURE(vi_key, at_the_end, kLength);
+BENCHMARK_CAPTURE(vi_key, in_the_middle, true)->Apply(lengths);
+BENCHMARK_CAPTURE(vi_key, at_the_end, false)->Apply(lengths);

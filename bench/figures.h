@@ -53,9 +53,9 @@ struct Measurement {
     const char *name;  // on the command line
     std::vector<Row> rows;
     std::function<Values(const Style &)> morp;
-    std::function<Values()> yardstick;
-    std::function<Values()> script = nullptr;  // where script(1) can be measured as well
-    bool any_style = false;                    // they don't differ: only the first is measured
+    std::function<Values()> yardstick = nullptr;  // none where only absolute values count
+    std::function<Values()> script = nullptr;     // where script(1) can be measured as well
+    bool any_style = false;                       // they don't differ: only the first is measured
 };
 
 std::vector<Measurement> measurements(const Setting &setting);
