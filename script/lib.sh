@@ -13,30 +13,39 @@ fail() {
     exit 1
 }
 
-as_root() {
-    if [[ $(id -u) -eq 0 ]]; then
-        "$@"
-    elif command -v sudo >/dev/null; then
-        sudo "$@"
-    else
-        fail "Not root and no sudo here. Run as root: $*"
-    fi
+# have PACKAGE: it is installed; a build tool may have come another way.
+have() {
+    case $1 in
+        g++ | cmake) command -v "$1" >/dev/null && return ;;
+        ninja-build) command -v ninja >/dev/null && return ;;
+    esac
+    [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
 }
 
-# need PACKAGE...: installs the Debian packages that are missing. On another system it leaves the
-# tools to the user, and what is missing shows when it is called.
+# need PACKAGE...: installs the Debian packages that are missing, as root or through sudo, or says
+# how that is done. On another system it leaves the tools to the user, and what is missing shows
+# when it is called.
 need() {
     command -v dpkg-query >/dev/null && command -v apt-get >/dev/null || return 0
-    local package missing=()
+    local package sudo=() missing=()
     for package in "$@"; do
-        [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
-            missing+=("$package")
+        have "$package" || missing+=("$package")
     done
     ((${#missing[@]})) || return 0
-    say "Installing ${missing[*]}"
-    local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -qq)
-    as_root "${apt[@]}" update </dev/null >&2
-    as_root "${apt[@]}" install --yes --no-install-recommends "${missing[@]}" </dev/null >&2
+    local install=(apt-get install --yes --no-install-recommends "${missing[@]}")
+    [[ $(id -u) -eq 0 ]] || sudo=(sudo)
+    if [[ ! ${sudo[*]} ]] || command -v sudo >/dev/null; then
+        say "Installing ${missing[*]}"
+        if "${sudo[@]}" apt-get -qq update </dev/null >&2 &&
+            "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive "${install[@]}" -qq </dev/null >&2; then
+            return
+        fi
+    fi
+    # Without ninja CMake takes make.
+    [[ ${missing[*]} != ninja-build ]] || ! command -v make >/dev/null || return 0
+    fail "Missing: ${missing[*]}. Run as root:
+    apt-get update
+    ${install[*]}"
 }
 
 # What a build takes, what the tests take besides.
@@ -47,23 +56,57 @@ test_packages=("${build_packages[@]}" libgtest-dev libvterm-dev
     bash-completion fish zsh    # try the completions
     dpkg-dev file)              # build the package
 
-# configure PRESET: prepares build/PRESET; without a change it says and does nothing. A folder that
-# was configured before keeps its generator.
+# cached FOLDER NAME: the value that CMake keeps in a build folder.
+cached() {
+    sed -n "s/^$2:[A-Z]*=//p" "$1/CMakeCache.txt"
+}
+
+# usable FOLDER: it holds a configuration that CMake goes on with: made for this checkout, at this
+# place, by this name, for a tool that is there.
+usable() {
+    [[ $(cached "$1" CMAKE_HOME_DIRECTORY) -ef $root ]] &&
+        [[ $(cached "$1" CMAKE_CACHEFILE_DIR) -ef $1 ]] &&
+        { [[ $(cached "$1" CMAKE_GENERATOR) != Ninja ]] || command -v ninja >/dev/null; }
+}
+
+# configure PRESET [FOLDER]: prepares build/PRESET or another folder; without a change it says and
+# does nothing. A folder that was configured before keeps its generator.
 configure() {
-    if command -v ninja >/dev/null && [[ ! -e $root/build/$1/CMakeCache.txt ]]; then
-        export CMAKE_GENERATOR=Ninja
+    local folder=${2-$root/build/$1} fresh=()
+    [[ ! -e $folder/CMakeCache.txt ]] || usable "$folder" || fresh=(--fresh)
+    if [[ ! -e $folder/CMakeCache.txt || ${fresh[*]} ]] && command -v ninja >/dev/null; then
+        local -x CMAKE_GENERATOR=Ninja
     fi
-    cmake -S "$root" --preset "$1" --log-level=WARNING >/dev/null
+    cmake -S "$root" --preset "$1" -B "$folder" "${fresh[@]}" --log-level=WARNING >/dev/null
+}
+
+# Shows that a build goes on: to a terminal all that it says, elsewhere what goes wrong and every
+# ten seconds how far it is.
+watch_build() {
+    if [[ -t 2 ]]; then
+        "$@" >&2
+        return
+    fi
+    "$@" 2>&1 | {
+        local line next=$((SECONDS + 10))
+        while IFS= read -r line; do
+            if [[ $line =~ ^\[\ *[0-9]+(%|/[0-9]+)\] ]]; then
+                ((SECONDS >= next)) || continue
+                next=$((SECONDS + 10))
+            fi
+            say "$line"
+        done
+    }
 }
 
 # build PRESET [TARGET]
 build() {
-    cmake --build "$root/build/$1" --parallel "$(nproc)" ${2:+--target "$2"}
+    watch_build cmake --build "$root/build/$1" --parallel "$(nproc)" ${2:+--target "$2"}
 }
 
 # build_all_of PRESET: the same, but what fails holds up nothing else, so that all of it is seen.
 build_all_of() {
     local keep_going=-k
-    [[ ! -e $root/build/$1/build.ninja ]] || keep_going=-k0
-    cmake --build "$root/build/$1" --parallel "$(nproc)" -- "$keep_going"
+    [[ $(cached "$root/build/$1" CMAKE_GENERATOR) != Ninja ]] || keep_going=-k0
+    watch_build cmake --build "$root/build/$1" --parallel "$(nproc)" -- "$keep_going"
 }

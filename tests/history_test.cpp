@@ -53,7 +53,7 @@ static std::string last_but(int back) {
 
 // Exit status of morp-history. That of a sanitizer must not look like that for a damaged file.
 static int tool_status() {
-    const std::string call = "ASAN_OPTIONS=exitcode=99 " MORP_HISTORY " " + Path + " >/dev/null";
+    const std::string call = "ASAN_OPTIONS=exitcode=99 '" MORP_HISTORY "' " + Path + " >/dev/null";
     return WEXITSTATUS(std::system((call + " 2>&1").c_str()));  // NOLINT(cert-env33-c)
 }
 
