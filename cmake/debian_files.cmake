@@ -1,11 +1,12 @@
 # Runs within CPack when the files of the Debian package lie ready, and gives them the names and
-# forms that Debian's policy wants: the licence as "copyright", two changelogs and the manual pages
-# compressed.
+# forms that Debian's policy and tools want: the licence as "copyright", two changelogs and the manual
+# pages compressed, and zsh's completion where Debian's zsh looks for what packages bring.
 set(share ${CPACK_TEMPORARY_DIRECTORY}/usr/share)
 set(doc ${share}/doc/${CPACK_PACKAGE_NAME})
 
 file(RENAME ${doc}/LICENSE ${doc}/copyright)
 file(RENAME ${doc}/CHANGELOG.md ${doc}/changelog)
+file(RENAME ${share}/zsh/site-functions ${share}/zsh/vendor-completions)
 # SOURCE_DATE_EPOCH, when set, takes the place of the time.
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(version ${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})

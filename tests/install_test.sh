@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Builds the Debian package, installs it into an empty root and tries what is there: the program,
+# its manual page, its completions, each found and used by its own shell:
+#   install_test.sh BUILD_FOLDER
+# Exit status 77: the tools for it are not here. A shell that is not here is passed over.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+for tool in dpkg dpkg-deb dpkg-shlibdeps file script; do
+    command -v "$tool" >/dev/null || exit 77
+done
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+fail() {
+    printf '%s\n' "$@"
+    exit 1
+}
+
+deb=$("$root/script/package" "$1" 2>"$work/log") || fail "$(cat "$work/log")"
+[[ $(dpkg-deb -f "$deb" Depends) =~ ^libc6\ [^,]*$ ]] || fail "It depends on more than libc6"
+! command -v lintian >/dev/null ||
+    lintian --allow-root --fail-on error,warning "$deb" >"$work/log" 2>&1 ||
+    fail "$(cat "$work/log")"
+# dpkg as root keeps its books there; unpacking alone does for everybody else.
+mkdir -p "$work/root/var/lib/dpkg/"{info,updates}
+touch "$work/root/var/lib/dpkg/status"
+# --force-depends: the libraries are those of this system, outside the empty root.
+if [[ $(id -u) == 0 ]]; then
+    dpkg --root="$work/root" --log="$work/log" --force-script-chrootless --force-depends \
+        --install "$deb" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+else
+    dpkg-deb -x "$deb" "$work/root"
+fi
+usr=$work/root/usr
+ls "$usr"/share/doc/morp/{README.md,copyright,changelog.gz,changelog.Debian.gz} >/dev/null
+! command -v man >/dev/null || MANPATH=$usr/share/man man morp | grep -q 'morp -- python3' ||
+    fail "man morp shows no manual page"
+
+# petctl answers lines, and has a completion of its own. A line is typed, recalled, sent again.
+# shellcheck disable=SC2016
+printf '#!/bin/sh\nwhile read -r x && [ "$x" != quit ]; do echo "<$x>"; done\n' >"$work/petctl"
+chmod +x "$work/petctl"
+export HOME=$work PATH=$usr/bin:$work:$PATH TERM=dumb HISTFILE='' Q_VXEDITOR=emacs
+unset BASH_ENV ZDOTDIR XDG_CONFIG_HOME XDG_DATA_HOME
+printf 'hello\r\020\rquit\r' | script -qec 'morp petctl' /dev/null >"$work/out"
+[[ $(grep -c '<hello>' "$work/out") == 2 ]] || fail "$(cat -v "$work/out")"
+morp-history "$work/.petctl_history" | grep -q ' 2 .* hello$' || fail "The history is not readable"
+
+# In each shell the root's folders take the place of those in which it looks for completions. TAB is
+# typed behind each line, and ^G, which shows what is there then as <line> and empties it.
+export XDG_DATA_DIRS=$usr/share
+cat >"$work/bash" <<'END'
+PS1=; source /usr/share/bash-completion/bash_completion
+_petctl() { mapfile -t COMPREPLY < <(compgen -W 'feed --loud' -- "$2"); }
+complete -F _petctl petctl
+show() { printf '\n<%s>\n' "$READLINE_LINE"; READLINE_LINE=; }
+bind 'TAB: menu-complete' 'set enable-bracketed-paste off'; bind -x '"\C-g": show'
+END
+cat >"$work/zsh" <<END
+setopt menu_complete; PS1=; fpath=("$work/root"\${^fpath} \$fpath)
+autoload -Uz compinit; compinit -u -D
+_petctl() { _arguments --loud '1:what:(feed)' '-m[]'; }; compdef _petctl petctl
+show() { print; print -r "<\$BUFFER>"; BUFFER=; zle accept-line; }
+zle -N show; bindkey '^G' show; bindkey '^I' complete-word
+END
+cat >"$work/fish" <<END
+set fish_complete_path "$work/root"\$fish_complete_path \$fish_complete_path
+complete -c petctl -x -a feed; complete -c petctl -l loud
+for line in \$argv
+    set word (string split -- \t (complete -C \$line)[1])[1]
+    echo "<"(string replace -r '[^ ]*\$' '' -- \$line)\$word">"
+end
+END
+# Behind the bar what the first choice adds, as a pattern.
+lines=('morp -|[-m]' 'morp -m |0' 'morp petct|l' 'morp -- petct|l' 'morp -m 1 petct|l'
+    'morp petctl fe|ed' 'morp -- petctl fe|ed' 'morp -m 1 petctl -m |(feed|--loud)'
+    'morp -m 1 -- petctl --lo|ud')
+keys=$(printf '%s\t\a' "${lines[@]%%|*}")exit
+in_bash() { script -qec "bash --rcfile '$work/bash' -i" /dev/null <<<"$keys"; }
+in_zsh() { script -qec 'zsh -f -i' /dev/null <<<" source '$work/zsh'"$'\n'"$keys"; }
+in_fish() { fish "$work/fish" "${lines[@]%%|*}"; }
+for shell in bash zsh fish; do
+    command -v "$shell" >/dev/null || continue
+    "in_$shell" >"$work/out" 2>&1
+    for line in "${lines[@]}"; do
+        grep -qE -- "<${line/|/} ?>" "$work/out" ||
+            fail "$shell: not completed to \"${line/|/}\"" "$(cat -v "$work/out")"
+    done
+done
