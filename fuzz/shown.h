@@ -72,7 +72,7 @@ inline Image image(bool sent) {
 // False while the row lags behind the line, as after a command that draws nothing. A character
 // typed behind a quoted NUL, or behind the image's last column, is echoed all the same.
 inline bool up_to_date() {
-    return in_vi() || (emacs::scvalid == 1 && editb.e_cur <= emacs::line_length() &&
+    return in_vi() || (editb.e_cur <= emacs::line_length() &&
                        static_cast<int>(image(false).cells.size()) < kMaxLine);
 }
 

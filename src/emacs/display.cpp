@@ -133,4 +133,9 @@ void draw(DRAWTYPE option) {
     scvalid = 1;
 }
 
+int next_key() {
+    if (scvalid == 0 && editb.e_index == 0) draw(UPDATE);
+    return e_getchar();
+}
+
 }  // namespace emacs

@@ -101,6 +101,8 @@ void draw(DRAWTYPE option);
 // Moves the terminal's cursor to window column `new_col` (0 to e_wsize). Unless `c` is 0, writes it
 // there, one column further on; the image is left alone.
 void setcursor(int new_col, int c);
+// Next key. Before it waits, an update that was put off while keys were pending is made up for.
+int next_key();
 // Writes a NUL-terminated string.
 void putstring(const char *s);
 

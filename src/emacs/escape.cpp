@@ -108,8 +108,8 @@ static constexpr EscapeBinding kEscapeBindings[] = {
 int escape(genchar *out, int count) {
     int value = 0;
     bool digit = false;
-    int ch = e_getchar();
-    for (; is_digit(ch); ch = e_getchar()) {
+    int ch = next_key();
+    for (; is_digit(ch); ch = next_key()) {
         value = grow_count(value, 10, ch - '0');
         digit = true;
     }

@@ -49,7 +49,7 @@ static int index_of(int c, int from, int to) {
 }
 
 After find_character(Command &command) {
-    const int c = e_getchar();
+    const int c = next_key();
     command.i = editb.e_cur;
     int found = index_of(c, editb.e_cur + 1, editb.e_eol);
     if (found < 0) found = index_of(c, 0, editb.e_cur);
@@ -105,7 +105,7 @@ After show_version(Command & /*command*/) {
     editb.e_cur = 0;
     std::memcpy(editb.e_inbuf, kVersion + kVersionMarker, sizeof kVersion - kVersionMarker);
     draw(UPDATE);
-    e_ungetchar(e_getchar());
+    e_ungetchar(next_key());
     restore_line();
     draw(UPDATE);
     return After::next_key;
@@ -131,11 +131,14 @@ After end_line_get_next(Command & /*command*/) {
     return After::finish;
 }
 
-After end_of_file(Command & /*command*/) { return After::end_of_input; }
+After end_of_file(Command & /*command*/) {
+    draw(FINAL);
+    return After::end_of_input;
+}
 
 After escape_prefix(Command &command) {
-    const int first = e_getchar();
-    const int second = e_getchar();
+    const int first = next_key();
+    const int second = next_key();
     command.i = editb.e_cur;
     switch (second) {
         case 'A':

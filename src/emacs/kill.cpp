@@ -54,7 +54,7 @@ After kill_line(Command &command) {
     (void)kill_to_end(command);  // draws by itself
 
     if (terminal == PAPER) putstring("\r\n");
-    const int key = e_getchar();
+    const int key = next_key();
     if (key != editb.e_kill) {
         e_ungetchar(key);
     } else if (terminal == PAPER) {
@@ -79,7 +79,7 @@ After delete_region(Command &command) {
 }
 
 After control_x(Command &command) {
-    if (e_getchar() != ctrl('X')) {
+    if (next_key() != ctrl('X')) {
         e_ringbell();
         return After::next_key;
     }

@@ -84,7 +84,7 @@ static After run(Command &command) {
 // Reads and obeys keys until the line is done.
 static After edit_keys() {
     for (;;) {
-        const int key = e_getchar();
+        const int key = next_key();
         if (quote(key)) continue;
         Command command = {code_of(key), editb.e_cur, std::max(adjust, 0), adjust};
         if (adjust < 0) command.count = 1;

@@ -31,7 +31,7 @@ static void put(genchar *out, int n, int c, DRAWTYPE option) {
 static bool type_text(genchar *out) {
     int n = 0;
     for (;;) {
-        const int c = e_getchar();
+        const int c = next_key();
         if (c == '\n' || c == '\r' || c == '\0') return true;
         if (c == editb.e_erase) {
             if (n == 0) {
@@ -48,7 +48,7 @@ static bool type_text(genchar *out) {
             e_ringbell();
         } else if (c == '\\') {
             put(out, n, c, APPEND);
-            const int quoted = e_getchar();
+            const int quoted = next_key();
             // It takes the place of the backslash, which the screen shows by now.
             put(out, n++, quoted, UPDATE);
         } else {

@@ -1,6 +1,5 @@
 // view.cpp: how the line makes way for program output and comes back. Output arrives only while the
-// editor waits. The row may lag behind the line then: the next key makes up for an update that was
-// put off while keys were pending.
+// editor waits, and next_key brings the row up to date before each wait.
 #include <algorithm>
 #include <cstring>
 
