@@ -60,13 +60,17 @@ static bool type_text(genchar *out) {
 // Searches for the text typed, or again for the last one. Returns true when a line was found and
 // stands in the line buffer.
 static bool find_text(genchar *out, int direction) {
+    const genchar *const text = out + kLead;
+    if (*text == '\0' && string[0] == '\0') {
+        e_ringbell();
+        return false;
+    }
     if (direction > 0) {
         direction = -1;
     } else {
         prevdirection = -prevdirection;
         direction = 1;
     }
-    const genchar *const text = out + kLead;
     if (*text != '\0') {
         const std::size_t len = strnlen(text, kSearchSize - 1);
         std::memcpy(string, text, len);
