@@ -69,11 +69,9 @@ inline Image image(bool sent) {
     return {cells, vi::view_mode == vi::MODE_INPUT ? behind : std::max(behind - 1, 0)};
 }
 
-// False while the row lags behind the line, as after a command that draws nothing. A character
-// typed behind a quoted NUL, or behind the image's last column, is echoed all the same.
+// A character typed behind the image's last column is echoed all the same.
 inline bool up_to_date() {
-    return in_vi() || (editb.e_cur <= emacs::line_length() &&
-                       static_cast<int>(image(false).cells.size()) < kMaxLine);
+    return in_vi() || static_cast<int>(image(false).cells.size()) < kMaxLine;
 }
 
 inline Expected expected(int base, bool sent) {

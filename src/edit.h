@@ -154,6 +154,12 @@ void e_row_renewed();
 // Next key, 0 to 255, or a value pushed back; a carriage return is delivered as newline. Waits for
 // the keyboard, relaying program output meanwhile. Leaves through e_env when input ends or fails.
 int e_getchar();
+// The same for a key that the one before, a ^V, has quoted: in the vi style, where a NUL ends the
+// input elsewhere, it is delivered as 0.
+int e_getquoted();
+// True when e_getchar will deliver a key without a wait. A NUL behind a ^V that has not quoted it is
+// dropped, with what follows.
+bool e_key_held();
 // Pushes `c` back: the next e_getchar returns it. A push onto a full stack is dropped; kLookAhead
 // leaves room for every push of the editors.
 void e_ungetchar(int c);

@@ -3,8 +3,7 @@
 
 // Reads and edits one line from the terminal `fd` in `line` (kKeyboardBuffer bytes), of which
 // `scend` (at most kLineCapacity) may be used. Returns its length, newline included (a full line
-// has none, and a line ends at the first NUL quoted into it); 0 when input ended, a keyboard signal
-// ended the edit or the edit was taken away (e_taken); -1 on a failed read and for a line that a
-// quoted NUL has left nothing of.
+// has none); 0 when input ended, a keyboard signal ended the edit or the edit was taken away
+// (e_taken); -1 on a failed read.
 int emacs_read(int fd, char *line, int scend);
 void emacs_reset_for_test();

@@ -103,37 +103,56 @@ static int read_keys(unsigned char *keys, int size) {
     return -1;
 }
 
-// Puts `count` keys just read on the empty stack. In the vi style a NUL ends the input: it and what
-// follows are lost.
-static void push_keys(const unsigned char *keys, int count) {
+// The frames it crosses, the editor's, own nothing.
+[[noreturn]] static void leave_edit(int how) {
+    longjmp(editb.e_env, how);  // NOLINT(cert-err52-cpp)
+}
+
+static bool ends_input(int key) { return key == 0 && opt_flag == kStyleVi; }
+
+// Puts `count` keys just read on the empty stack. What ends the input is lost with what follows,
+// but behind a ^V it may turn out to be quoted, as the first key is when `quoted`.
+static void push_keys(const unsigned char *keys, int count, bool quoted) {
     for (int i = 0; i < count; i++) {
         const int key = e_unmark(keys[i]);
-        if (key == 0 && opt_flag == kStyleVi) {
+        if (ends_input(key) && !quoted) {
             count = i;
             break;
         }
         editb.e_lbuf[i] = key;
+        quoted = key == ctrl('V');
     }
     std::reverse(editb.e_lbuf, editb.e_lbuf + count);
     editb.e_index = count;
 }
 
-int e_getchar() {
-    if (editb.e_index == 0) {
-        editb.e_inmacro = 0;
-        unsigned char keys[kReadAhead];
-        // Within the line a burst saves redrawing; at its end one key at a time leaves what is
-        // typed after the newline in the terminal.
-        const int count = read_keys(keys, editb.e_cur < editb.e_eol ? kReadAhead : 1);
-        if (count > 0) push_keys(keys, count);
-        if (editb.e_index == 0) {
-            // The frames it crosses, the editor's, own nothing.
-            longjmp(editb.e_env, count < 0 ? kEditFailed : kEditEnd);  // NOLINT(cert-err52-cpp)
-        }
-    }
+static void fill_stack(bool quoted) {
+    editb.e_inmacro = 0;
+    unsigned char keys[kReadAhead];
+    // Within the line a burst saves redrawing; at its end one key at a time leaves what is typed
+    // after the newline in the terminal.
+    const int count = read_keys(keys, editb.e_cur < editb.e_eol ? kReadAhead : 1);
+    if (count > 0) push_keys(keys, count, quoted);
+    if (editb.e_index == 0) leave_edit(count < 0 ? kEditFailed : kEditEnd);
+}
+
+static int take_key(bool quoted) {
+    if (editb.e_index == 0) fill_stack(quoted);
     const int key = editb.e_lbuf[--editb.e_index];
     return key == '\r' ? '\n' : key;
 }
+
+bool e_key_held() {
+    if (editb.e_index > 0 && ends_input(editb.e_lbuf[editb.e_index - 1])) editb.e_index = 0;
+    return editb.e_index > 0;
+}
+
+int e_getchar() {
+    (void)e_key_held();  // drops what can't be delivered
+    return take_key(false);
+}
+
+int e_getquoted() { return take_key(true); }
 
 long e_read_cooked(int, void *buf, std::size_t len) {
     for (int i = 0; i < kInterruptions && progdone == 0; i++) {

@@ -134,7 +134,7 @@ void draw(DRAWTYPE option) {
 }
 
 int next_key() {
-    if (scvalid == 0 && editb.e_index == 0) draw(UPDATE);
+    if (scvalid == 0 && !e_key_held()) draw(UPDATE);
     return e_getchar();
 }
 

@@ -100,8 +100,7 @@ After yank(Command & /*command*/) {
     std::memcpy(at, editb.e_tmp, static_cast<std::size_t>(len));
     editb.e_cur += len;
     draw(UPDATE);
-    editb.e_eol = line_length();
-    editb.e_cur = std::min(editb.e_cur, editb.e_eol);  // a NUL quoted into the line ends it
+    editb.e_eol += len;
     return After::next_key;
 }
 

@@ -55,10 +55,15 @@ void restore_line() {
 }
 
 // A backslash makes the next key text when that is the user's erase or kill character or doesn't
-// print. Returns true when `c` has taken the place of the backslash.
+// print. A NUL ends the line wherever one is held, so none can stand in it. Returns true when `c`
+// has taken the place of the backslash, or rung.
 static bool quote(int c) {
     if (backslash == 0) return false;
     backslash = 0;
+    if (c == '\0') {
+        e_ringbell();
+        return true;
+    }
     const bool quoted =
         c == editb.e_erase || c == editb.e_kill || (!is_printable(c) && c != '\n' && c != '\r');
     if (!quoted) return false;
@@ -135,16 +140,9 @@ static int leave(int fd, int result) {
     return result;
 }
 
-// Returns the line's length: it ends at the first NUL that was quoted into it.
 static int deliver(int fd) {
-    genchar *const line = editb.e_inbuf;
     e_flush();
-    const int result = static_cast<int>(std::strlen(line));
-    if (result > 0) return leave(fd, result);
-    // A quoted NUL at the start hides the rest; that is an empty line, not a failed read.
-    line[0] = '\n';
-    line[1] = '\0';
-    return leave(fd, 1);
+    return leave(fd, editb.e_eol);
 }
 
 // The line as the driver makes it, for a terminal that can't be made raw.

@@ -26,10 +26,9 @@ static void put(genchar *out, int n, int c, DRAWTYPE option) {
     draw(option);
 }
 
-// Lets the user type the text. Returns false when the search was abandoned. `n` counts the
-// characters typed, since the text moves when a wait brings another prompt.
+// Lets the user type the text. Returns false when the search was abandoned.
 static bool type_text(genchar *out) {
-    int n = 0;
+    int n = 0;  // characters of it
     for (;;) {
         const int c = next_key();
         if (c == '\n' || c == '\r' || c == '\0') return true;
@@ -50,7 +49,11 @@ static bool type_text(genchar *out) {
             put(out, n, c, APPEND);
             const int quoted = next_key();
             // It takes the place of the backslash, which the screen shows by now.
-            put(out, n++, quoted, UPDATE);
+            if (quoted != '\0')
+                put(out, n, quoted, UPDATE);
+            else
+                e_ringbell();  // the backslash is text then
+            n++;
         } else {
             put(out, n++, c, APPEND);
         }

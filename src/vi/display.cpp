@@ -186,8 +186,13 @@ void show_line() {
 }
 
 int next_key() {
-    if (refresh_owed && editb.e_index == 0) show_line();
+    if (refresh_owed && !e_key_held()) show_line();
     return e_getchar();
+}
+
+int next_quoted() {
+    if (refresh_owed && editb.e_index == 0) show_line();
+    return e_getquoted();
 }
 
 }  // namespace vi

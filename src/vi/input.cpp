@@ -110,8 +110,16 @@ static After erase_word() {
     return After::refresh;
 }
 
+// The key behind ^V is text. A NUL can't be.
+static After quoted_key(int &mode) {
+    const int c = next_quoted();
+    if (c != 0) return text_key(c, mode);
+    e_ringbell();
+    return After::next_key;
+}
+
 static After obey(int c, int &mode) {
-    if (c == ctrl('V')) return text_key(next_key(), mode);
+    if (c == ctrl('V')) return quoted_key(mode);
     if (c == editb.e_eof) return end_of_file(mode);
     if (c == editb.e_erase || c == ctrl('H')) return erase(c, mode);
     if (c == editb.e_kill) return kill(mode);

@@ -247,7 +247,7 @@ static int read_plainly(int fd, genchar *line, int room) {
 // Hands the keys held on as they are: the terminal can't be made raw to edit them.
 static int deliver_keys(genchar *line, int room) {
     int len = 0;
-    while (editb.e_index > 0 && len < room) line[len++] = static_cast<genchar>(e_getchar());
+    while (e_key_held() && len < room) line[len++] = static_cast<genchar>(e_getchar());
     line[len] = '\0';
     return len;
 }

@@ -76,6 +76,8 @@ inline int char_at(int i) { return byte_of(editb.e_inbuf[i]); }
 
 // Next key; before it waits, what the screen owes is written.
 int next_key();
+// The same for a key behind ^V, which may be a NUL.
+int next_quoted();
 
 // read.cpp
 // Gives up the prompt where it leaves no room: a window under 10 columns, or prompt and `text_len`
