@@ -2,6 +2,7 @@
 #include "editlib.h"
 
 #include <unistd.h>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,13 +20,35 @@ static constexpr int editfd =
     STDIN_FILENO;          // the user's terminal; reads elsewhere are never edited
 static char beenhere = 0;  // 1 from the first edited read on
 
-void kread_reset_for_test() { beenhere = 0; }
+// State: the line being typed, as far as it went out in pieces without a newline. What is longer is
+// not recorded.
+static char Typed[4095];
+static int Typed_len = 0;
 
-// Records the line without its trailing white space; a line of white space only is not recorded.
-static void record_line(const char *line, int len) {
-    int kept = len;
-    while (kept > 0 && is_blank(byte_of(line[kept - 1]))) kept--;
-    if (kept > 0) hist_record(line, static_cast<std::size_t>(kept));
+void kread_forget() { Typed_len = 0; }
+
+void kread_reset_for_test() {
+    beenhere = 0;
+    kread_forget();
+}
+
+// Records the typed line without its trailing white space; a line of white space only is not
+// recorded.
+static void record_typed() {
+    int kept = Typed_len;
+    while (kept > 0 && is_blank(byte_of(Typed[kept - 1]))) kept--;
+    if (kept > 0) hist_record(Typed, static_cast<std::size_t>(kept));
+}
+
+// Adds what the editor hands on; with the newline it makes a command.
+static void gather(const char *piece, int len) {
+    const int room = static_cast<int>(sizeof Typed) - Typed_len;
+    const int taken = std::min(len, room);
+    memcpy(Typed + Typed_len, piece, static_cast<std::size_t>(taken));
+    Typed_len += taken;
+    if (piece[len - 1] != '\n') return;
+    record_typed();
+    kread_forget();
 }
 
 int kread(int fd, char *line, int n) {
@@ -48,6 +71,9 @@ int kread(int fd, char *line, int n) {
             (void)fflush(stderr);
             result = static_cast<int>(read(fd, line, static_cast<std::size_t>(n)));
     }
-    if (edited && fc_fix != nullptr && result > 0) record_line(line, result);
+    if (edited && result > 0)
+        gather(line, result);
+    else if (edited && e_nothing == 0)
+        kread_forget();
     return result;
 }

@@ -2,9 +2,14 @@
 #pragma once
 
 // Reads one line from `fd` into `line` (kKeyboardBuffer bytes; `n`, at most kLineCapacity, are
-// used) with the editor of the style in opt_flag and records it in the history. Returns its length
-// in bytes, 0 when input ended or a keyboard signal ended the edit, negative on failure. A
-// descriptor other than the user's terminal (0) is read plainly.
+// used) with the editor of the style in opt_flag. Returns its length in bytes, 0 when input ended or
+// a keyboard signal ended the edit, negative on failure. A descriptor other than the user's
+// terminal (0) is read plainly.
+//
+// What has no newline (a full line, text ended by vi's end-of-file key) is a piece of a line: the
+// history gets the pieces as one command when the newline has come, at most their first 4,095 bytes.
 int kread(int fd, char *line, int n);
+// Drops the pieces read so far: a keyboard signal came, or editing is no longer in force.
+void kread_forget();
 
 void kread_reset_for_test();

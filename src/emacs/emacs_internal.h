@@ -143,7 +143,8 @@ After uparrow(Command &command);
 After downarrow(Command &command);
 After search_history(Command &command);
 // Copies the line at (e_hline, e_hloff), cut to the room behind the prompt, and a NUL to `dst`,
-// which holds kMaxText + 1 bytes. Without a history `dst` is left alone.
+// which holds kMaxText + 1 bytes; rings when it had to be cut. Without a history `dst` is left
+// alone.
 void copy_history_line(genchar *dst);
 // Starts the line with the successor of the one that ^O finished, when that was asked for.
 void fetch_next_line();

@@ -12,6 +12,7 @@ void copy_history_line(genchar *dst) {
     // Behind the longest line newline and NUL still fit.
     const int room = std::min(kMaxText, kKeyboardBuffer - 2 - editb.e_plen);
     const std::size_t len = strnlen(copy, static_cast<std::size_t>(room));
+    if (copy[len] != '\0') e_ringbell();
     std::memcpy(dst, copy, len);
     dst[len] = '\0';
 }

@@ -85,6 +85,7 @@ static bool can_be_continued() {
 int handle_signal_general(int fd, int sig) {
     if (Child_pid <= 0) return 0;
     Signals_forwarded++;
+    kread_forget();
     // The driver has dropped the text that it held, and left it on the row.
     if (Vesk_on != 0 && editb.e_raw == kTtyAlt) e_row_stale = 1;
     pid_t group = 0;

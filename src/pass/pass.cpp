@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "edit.h"
+#include "editlib.h"
 #include "msg.h"
 #include "pass_internal.h"
 #include "run.h"
@@ -108,6 +109,7 @@ void assert_user_mode() {
         if (tty_raw(STDIN_FILENO) != 0) fatal("can't set tty mode to raw");
     }
     e_leave_editing(STDIN_FILENO);
+    kread_forget();
 }
 
 // Sleeps in the editor's wait. `deadline_ns` is when a line that stepped aside comes back, 0 for

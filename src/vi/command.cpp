@@ -43,6 +43,7 @@ static void bring_line_back(Visit &visit, bool shown_saved) {
 
 static void load_line() {
     hist_copy(editb.e_inbuf, editb.e_hline, -1);
+    if (strlen(editb.e_inbuf) > kMaxText) e_ringbell();  // it is cut
     set_line(editb.e_inbuf, 0);
     refresh(MODE_CONTROL);
 }
