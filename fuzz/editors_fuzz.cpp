@@ -343,7 +343,8 @@ void set_terminal(int choice) {
 }
 
 void begin(fuzz::Input in) {
-    static constexpr EditHost kHost = {wait_key, key_expected, pass_row_rest, pass_row_new};
+    static constexpr EditHost kHost = {wait_key, key_expected, pass_row_rest, pass_row_column,
+                                       pass_row_new};
     static constexpr std::pair<const char *, int> kStyles[] = {
         {"emacs", kStyleEmacs}, {"gmacs", kStyleGmacs}, {"vi", kStyleVi}};
     Run = {};

@@ -20,6 +20,8 @@ struct EditHost {
     // characters, to `dst` (kRowColumns bytes, not terminated). Returns their number: 0 also where
     // the row isn't known.
     int (*row_rest)(char *dst);
+    // The column of the program's cursor, -1 where the row isn't known.
+    int (*row_column)();
     // The program's cursor stands on a new, empty row.
     void (*row_new)();
 };

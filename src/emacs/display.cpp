@@ -17,6 +17,7 @@ int offset = 0;
 char overflow = ' ';
 char scvalid = 0;
 int cr_ok = 0;
+int prompt_excess = 0;
 
 void putstring(const char *s) {
     for (; *s != '\0'; s++) e_putchar(byte_of(*s));
@@ -40,6 +41,8 @@ void setcursor(int new_col, int c) {
     cursor = screen + new_col;
 }
 
+static void set_width(int excess) { editb.e_wsize = e_window(editb.e_fd) - 2 - excess; }
+
 static void clear_image() {
     static_assert(kScreenSize >= 158 + 2);  // the widest window, the marker's column, the cursor's
     std::memset(screen, ' ', static_cast<std::size_t>(editb.e_wsize));
@@ -49,6 +52,7 @@ static void clear_image() {
 
 // A new row: with the prompt, the cursor behind it, or empty.
 static void start_row(DRAWTYPE option) {
+    set_width(prompt_excess);
     clear_image();
     overflow = ' ';
     offset = 0;
@@ -84,6 +88,8 @@ static int build_image(char *nscreen) {
 // Moves the window so that it shows column `p`.
 static void scroll_to(int p) {
     if (p > offset && p < offset + editb.e_wsize) return;
+    // The row is taken over: nothing may stay behind the marker.
+    set_width(0);
     offset = p - editb.e_wsize / 2;
     if (offset < editb.e_plen) offset = editb.e_crlf == 1 && p < editb.e_wsize ? 0 : editb.e_plen;
     if (offset >= editb.e_plen && cr_ok == 0) {

@@ -97,6 +97,9 @@ extern int offset;     // physical column shown in window column 0
 extern char overflow;  // marker shown in column e_wsize; 0 unknown
 extern char scvalid;   // 1: the image shows the line; 0: an update was put off
 extern int cr_ok;      // 1: a carriage return leads to window column 0
+// Columns by which a prompt that can't be written again reaches further than e_plen says: its
+// colours were captured in part only. The window is narrower by so much while it shows the prompt.
+extern int prompt_excess;
 void draw(DRAWTYPE option);
 // Moves the terminal's cursor to window column `new_col` (0 to e_wsize). Unless `c` is 0, writes it
 // there, one column further on; the image is left alone.
@@ -108,9 +111,9 @@ void putstring(const char *s);
 
 // The view that output arriving in a wait needs (view.cpp).
 extern const EditView view;
-// Gives up a prompt that leaves the text no room; the caller then starts a row of its own.
-// `text_len` is the length of the text that has to fit behind it. Returns true when the prompt was
-// given up.
+// Measures the prompt that e_new_prompt has made, the program's cursor behind it, and gives it up
+// where it leaves the text no room; the caller then starts a row of its own. `text_len` is the
+// length of the text that has to fit behind it. Returns true when the prompt was given up.
 bool drop_unfit_prompt(int text_len);
 
 // Commands of the key table: moves and changes (keys.cpp).

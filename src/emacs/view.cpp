@@ -12,14 +12,18 @@ namespace emacs {
 static char own_row = 0;
 
 bool drop_unfit_prompt(int text_len) {
-    const bool fits = editb.e_plen < editb.e_wsize && editb.e_plen <= kMaxPrompt &&
-                      editb.e_plen + text_len <= kMaxText;
+    constexpr int kNarrowest = 20;  // window behind a prompt whose columns are known
+    prompt_excess = editb.e_crlf == 0 ? std::max(e_host->row_column() - editb.e_plen, 0) : 0;
+    const int width = editb.e_wsize - prompt_excess;
+    const bool fits = editb.e_plen < width && (prompt_excess == 0 || width >= kNarrowest) &&
+                      editb.e_plen <= kMaxPrompt && editb.e_plen + text_len <= kMaxText;
     own_row = fits ? 0 : 1;
     if (fits) return false;
     editb.e_prompt[0] = '\r';
     editb.e_prompt[1] = '\0';
     editb.e_plen = 0;
     editb.e_crlf = 1;
+    prompt_excess = 0;
     return true;
 }
 
@@ -87,7 +91,8 @@ static void come_back() {
 static void redraw() {
     // The row may still hold what it showed, in another window position.
     e_putchar('\r');
-    for (int k = 0; k <= editb.e_wsize; k++) e_putchar(' ');
+    const int marker_column = e_window(editb.e_fd) - 2;
+    for (int k = 0; k <= marker_column; k++) e_putchar(' ');
     e_putchar('\r');
     draw(REFRESH);
 }

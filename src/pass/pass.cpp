@@ -37,7 +37,8 @@ static constexpr long kQuiet = 20 * kMillisecond;
 static constexpr long kQuietInSequence = 200 * kMillisecond;  // the rest is sure to come
 static constexpr long kHungUpRetry = 100 * kMillisecond;
 
-const EditHost pass_host = {pass_wait_key, pass_key_expected, pass_row_rest, pass_row_new};
+const EditHost pass_host = {pass_wait_key, pass_key_expected, pass_row_rest, pass_row_column,
+                            pass_row_new};
 
 void pass_all(int _fd) {
     static int fd;  // still valid after the jump

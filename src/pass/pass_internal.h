@@ -110,6 +110,7 @@ void pass_loop(int fd);
 KeyWait pass_wait_key();
 bool pass_key_expected();
 int pass_row_rest(char *dst);
+int pass_row_column();
 void pass_row_new();
 // Forwards a keyboard signal that came while the screen kept a write waiting, unless an edit has to
 // see it first.

@@ -1,7 +1,7 @@
-// row.cpp: what the program left on the screen's row behind its cursor. A program that ends a piece
-// of output with a carriage return leaves the cursor in front of it: the line being edited then
-// stands over that output, which has to be seen again when the line steps aside. Also whether
-// output ended in the middle of something that the terminal takes as one.
+// row.cpp: what the program left on the screen's row behind its cursor, and where that is. A program
+// that ends a piece of output with a carriage return leaves the cursor in front of it: the line
+// being edited then stands over that output, which has to be seen again when the line steps aside.
+// Also whether output ended in the middle of something that the terminal takes as one.
 #include <unistd.h>
 #include <algorithm>
 #include <cstring>
@@ -39,6 +39,8 @@ int pass_row_rest(char *dst) {
     std::memcpy(dst, Row + Row_at, static_cast<std::size_t>(len));
     return len;
 }
+
+int pass_row_column() { return Row_known ? Row_at : -1; }
 
 static void put_on_row(char c, int width) {
     if (!Row_known || Row_at >= width) {  // at the screen's edge it wraps
