@@ -16,6 +16,7 @@
 //     output      bytes written; a newline follows
 //     bells       how often the bell was rung
 //     row, col    what the cursor's row showed before the line's end, and the cursor's column
+//     next        same, other: what the prompt, printed once more, counts as
 //
 // A case that is called "... something" goes on in the terminal of the case before.
 #pragma once
@@ -149,7 +150,7 @@ inline void check_case(EditorTerminal &terminal, const harness::Fields &c) {
     // A misspelt column would be a case that expects nothing.
     static const std::set<std::string> kKnown = {
         "name",   "style", "columns", "prompt", "erase",  "kill",  "history", "typed", "stale",
-        "cooked", "keys",  "line",    "shown",  "output", "bells", "row",     "col"};
+        "cooked", "keys",  "line",    "shown",  "output", "bells", "row",     "col",   "next"};
     for (const auto &[name, text] : c) EXPECT_TRUE(kKnown.contains(name)) << name;
     e_setup_prime(unescaped(harness::get(c, "prompt")).c_str());
     e_row_stale = std::stoi(harness::get(c, "stale", "0"));
@@ -164,6 +165,9 @@ inline void check_case(EditorTerminal &terminal, const harness::Fields &c) {
     expect("output", got.output, "\n", harness::get(c, "shown"));
     expect("bells", std::to_string(std::count(got.output.begin(), got.output.end(), '\a')), "", "");
     check_row(c, got.output);
+    if (!c.contains("next")) return;
+    e_setup_prime(unescaped(harness::get(c, "prompt")).c_str());
+    expect("next", e_compare_prompt() == PromptNow::same ? "same" : "other", "", "");
 }
 
 inline void check_cases(const harness::Section &section) {

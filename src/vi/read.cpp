@@ -264,7 +264,6 @@ static int edit_ahead(int fd) {
 static int edit_cooked(int fd, int len) {
     Cooked cooked;
     const int last = take_terminator(len, cooked) - 1;
-    if (cooked.term_char == '\n') e_reset_prime();
     set_up(last);
     clean(cooked);
     if (cooked.term_char != kEscape && !ends_in(cooked.term_char)) return deliver(cooked);
