@@ -1,5 +1,7 @@
 // ploop.cpp: the main loop: one wait for keyboard and program, and what follows from it.
 #include <unistd.h>
+#include <algorithm>
+#include <iterator>
 
 #include "edit.h"
 #include "pass/pass_internal.h"
@@ -9,6 +11,34 @@
 [[gnu::used]] static const char kVersion[] = "@(#)morp ploop 1.0";
 
 static bool keys_held_ahead() { return editb.e_index > 0; }
+
+// A program may print its question, turn its echo off and read, without a word in between. The
+// driver of the user's terminal, which echoes what it collects, would go on showing the answer:
+// while it collects, the mode is looked at again so long after something has happened.
+static constexpr long kLookAgain[] = {20 * kMillisecond, 200 * kMillisecond};
+
+// State: when output was relayed or keys were served last, and the looks taken since.
+static long long Served_ns = 0;
+static std::size_t Looks = std::size(kLookAgain);
+
+static void look_from_now() {
+    Served_ns = now_ns();
+    Looks = 0;
+}
+
+// Nanoseconds until the next look, kNoTimeout when there is none to come.
+static long until_look() {
+    if (Looks == std::size(kLookAgain) || Vesk_on == 0 || editb.e_raw != kTtyAlt) return kNoTimeout;
+    return static_cast<long>(std::max(Served_ns + kLookAgain[Looks] - now_ns(), 0LL));
+}
+
+// Takes the look that is due. True when editing is no longer in force.
+static bool look_again(int fd) {
+    if (until_look() != 0) return false;
+    Looks++;
+    (void)check_fd_mode(fd);
+    return Vesk_on == 0;
+}
 
 // The screen was somebody else's: the prompt belongs on the row again, and so does text that the
 // driver holds, which an editor has to show.
@@ -29,7 +59,8 @@ static bool forward_signal(int fd) {
 }
 
 // Serves keyboard and program after a wait. `held`: set when keys have to wait for the line before.
-static void serve(int fd, const struct pollfd *fds, bool *held) {
+// True when keys were served.
+static bool serve(int fd, const struct pollfd *fds, bool *held) {
     bool keys = fds[kKeyboardSlot].revents != 0 || (keys_held_ahead() && keyboard_wanted());
     if (keys && line_settling(fd)) {
         *held = true;
@@ -48,10 +79,19 @@ static void serve(int fd, const struct pollfd *fds, bool *held) {
     if (keys) {
         pass_keys_seen();
         (void)handle_stdin_fd(fd);
-        if (master_fd < 0) return;
+        if (master_fd < 0) return true;
     }
     if ((fds[kMasterSlot].revents & POLLOUT) != 0) (void)handle_pending(fd);
     if (output && except_handled == 0) (void)handle_fd_stdout(fd);
+    return keys;
+}
+
+// How long the main loop may sleep. `held`: keys wait for the line before.
+static long longest_sleep(bool held) {
+    if (held) return line_next_look();
+    if (keys_held_ahead() && keyboard_wanted()) return 0;
+    line_idle();
+    return until_look();
 }
 
 void pass_loop(int fd) {
@@ -64,17 +104,11 @@ void pass_loop(int fd) {
         assert_user_mode();
         draw_after_resume();
         if (held) held = line_settling(fd);
-        long timeout = kNoTimeout;
-        if (held)
-            timeout = line_next_look();
-        else if (keys_held_ahead() && keyboard_wanted())
-            timeout = 0;
-        else
-            line_idle();
+        const unsigned long relayed = Relayed_bytes;
         struct pollfd fds[2];
         const int ready = wait_terminals(fd, !held && keyboard_wanted() && !keys_held_ahead(),
-                                         keyboard_pending(), timeout, fds);
-        if (forward_signal(fd) || ready < 0) continue;
-        serve(fd, fds, &held);
+                                         keyboard_pending(), longest_sleep(held), fds);
+        if (forward_signal(fd) || ready < 0 || look_again(fd)) continue;
+        if (serve(fd, fds, &held) || Relayed_bytes != relayed) look_from_now();
     }
 }

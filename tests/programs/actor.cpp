@@ -164,15 +164,28 @@ int flood_take(const char *how_many) {
     return 0;
 }
 
+// Asks first, and turns the echo off when that has surely been read; asks again when no answer
+// comes, as for somebody who was too slow to notice.
+void ask_before_silence() {
+    pollfd keys{0, POLLIN, 0};
+    do {
+        set_echo(true, TCSADRAIN);
+        put("\rPassword: ");
+        usleep(5000);
+        set_echo(false, TCSADRAIN);
+    } while (poll(&keys, 1, 5000) == 0);
+}
+
 // Asks for a name and then for a password without echo, as a log-in does, and tells whether the
 // echo was still off when it had come. With "silent" nothing is printed between the switch and the
-// read.
+// read, with "late" the question comes before the switch.
 int secret(const char *how) {
     std::string name, word;
     put("login: ");
     get_line(name);
+    if (strcmp(how, "late") == 0) ask_before_silence();
     set_echo(false, TCSADRAIN);
-    if (strcmp(how, "silent") != 0) put("Password: ");
+    if (strcmp(how, "late") != 0 && strcmp(how, "silent") != 0) put("Password: ");
     get_line(word);
     const bool echoed = (settings().c_lflag & ECHO) != 0;
     set_echo(true, TCSADRAIN);
