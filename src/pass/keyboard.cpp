@@ -25,13 +25,14 @@ static char det_buf[520];
 static int det_len = 0;
 static char *det_ptr = det_buf;
 static int matching_det_str = 0;
+static bool Det_line = false;  // what the master did not take is a finished line, or its rest
 
 unsigned long Signals_forwarded = 0;
 
 // What is pending when the keyboard is read, and a line taken from an editor.
 static_assert(sizeof det_buf >= kLineCapacity + kMaxLine);
 
-bool keyboard_wanted() { return det_len <= kLineCapacity; }
+bool keyboard_wanted() { return det_len <= kLineCapacity && !Det_line; }
 
 bool keyboard_pending() { return det_len > 0 && matching_det_str == 0; }
 
@@ -99,6 +100,8 @@ int handle_signal_general(int fd, int sig) {
         // Without a foreground group TIOCSIG would succeed and reach nobody.
         (void)kill(-group, sig);
     }
+    if (Det_line) det_len = 0;
+    Det_line = false;
     line_forget(fd);
     return 0;
 }
@@ -165,14 +168,16 @@ static void detect_toggle() {
 
 // Moves what is left from det_ptr on to the start of det_buf.
 static void keep_rest(int done) {
-    det_len -= done;
+    det_len = std::max(det_len - done, 0);  // a keyboard signal may have dropped it meanwhile
     if (det_len > 0) memmove(det_buf, det_ptr + done, static_cast<std::size_t>(det_len));
     det_ptr = det_buf;
 }
 
+// `edited`: it is a finished line, and what the master doesn't take of it stays one.
 static int deliver_pending(int fd, bool edited) {
     const int done = det_len > 0 ? write_to_pty(fd, det_ptr, det_len, edited ? 1 : 0) : 0;
     keep_rest(done > 0 ? done : 0);
+    Det_line = edited && det_len > 0;
     if (done < 0) Master_hung_up = 1;  // tried again in a while
     return done < 0 ? -1 : 0;
 }
@@ -188,7 +193,7 @@ static int deliver(int fd, bool edited) {
     return result;
 }
 
-int handle_pending(int fd) { return keyboard_pending() ? deliver_pending(fd, false) : 0; }
+int handle_pending(int fd) { return keyboard_pending() ? deliver_pending(fd, Det_line) : 0; }
 
 // The signal that `key` asks for on the user's terminal, 0 for none.
 static int signal_of_key(int key) {
@@ -218,6 +223,7 @@ int handle_stdin_fd(int fd) {
     // A program that has turned its echo off without a word must not have a secret edited and
     // recorded.
     const int in_force = Vesk_on;
+    line_restore_echo(fd);
     (void)check_fd_mode(fd);
     if (Vesk_on != in_force) {
         if (Vesk_on != 0 && editb.e_index == 0) hold_passed_keys(fd);

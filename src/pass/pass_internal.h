@@ -30,7 +30,7 @@ extern volatile std::sig_atomic_t Resumed;
 // Reads keys, or a whole line when editing is in force, and passes them on. Returns 0, or -1 when
 // they could not be given to the program.
 int handle_stdin_fd(int fd);
-// True while a read of the keyboard would find room, and false while a finished line has to wait.
+// True while a read of the keyboard would find room, and no finished line is pending.
 bool keyboard_wanted();
 // Bytes that the master did not take are waiting to be written to it.
 bool keyboard_pending();
@@ -62,6 +62,9 @@ tcflag_t program_held_flags();
 // Takes the expected echo of a newline off the start of program output. Returns the bytes to skip.
 int echo_to_drop(const char *data, int len, char *late);
 void echo_disarm();
+// Where the program's echo could not be put back after a line, tries again. To be called before a
+// key is taken.
+void line_restore_echo(int fd);
 // Sends the end of input to the program and relays until it ends, a second end-of-input key, or a
 // second of silence. The master is closed then.
 void handle_end_of_input(int fd);

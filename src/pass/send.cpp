@@ -50,7 +50,8 @@ static long More_follows_ns = 0;   // silence after which that was all
 static bool Line_is_open = false;  // what was sent last had no line end
 static int Kept_peer = -1;         // the slave, kept open while more lines wait behind this one
 
-// State: echo switched off for a write, and the echo of a newline still to come.
+// State: echo switched off for a write, or left off because it could not be put back, and the echo
+// of a newline still to come.
 static bool Echo_held = false;
 static const char *Echo_want = "";  // empty when none is expected
 static bool Echo_begun = false;     // its first byte was at the end of a read
@@ -85,27 +86,34 @@ int echo_to_drop(const char *data, int len, char *late) {
 }
 
 // Waits until the system has taken what was written to the master: a poll of the slave flushes its
-// worker.
-static void flush_worker(int peer) {
+// worker, except where there is something to read already. True when there is, which an end of file
+// alone is too.
+static bool flush_worker(int peer) {
     struct pollfd fd = {peer, POLLIN, 0};
-    (void)poll(&fd, 1, 0);
+    return poll(&fd, 1, 0) == 1 && (fd.revents & POLLIN) != 0;
 }
 
-// Bytes of finished lines that the program has not read.
-static int unread_on(int peer) {
+// What the program has not read.
+struct Unread {
+    bool any;
+    int bytes;  // of finished lines; an end of file counts as none
+};
+
+static Unread unread_on(int peer) {
     int count = 0;
-    flush_worker(peer);  // until then a line just written seems to have been read
-    return ioctl(peer, FIONREAD, &count) == 0 ? count : 0;
+    const bool any = flush_worker(peer);  // until then a line just written seems to have been read
+    if (ioctl(peer, FIONREAD, &count) != 0) count = 0;
+    return {any || count > 0, count};
 }
 
-// The same, 0 when that can't be asked.
-static int unread(int fd) {
+// The same, nothing when that can't be asked.
+static Unread unread(int fd) {
     if (Kept_peer >= 0) return unread_on(Kept_peer);
     const int peer = pty_open_peer(fd);
-    if (peer < 0) return 0;
-    const int count = unread_on(peer);
+    if (peer < 0) return {false, 0};
+    const Unread found = unread_on(peer);
     (void)close(peer);
-    return count;
+    return found;
 }
 
 static int take_peer(int fd) {
@@ -125,7 +133,7 @@ static void give_peer(int peer) {
 // Follows the program's progress with the last line.
 static void look(int fd) {
     if (Line_state == Line::sent || Line_state == Line::busy) {
-        if (unread(fd) == 0) {
+        if (!unread(fd).any) {
             Line_state = Line::taken;
             Taken_ns = now_ns();
             Printed_ns = 0;
@@ -143,7 +151,7 @@ static void look(int fd) {
 
 void line_forget(int fd) {
     // A program that lives on with the line unread is busy; the next line may meet it reading.
-    if (Line_state != Line::done) Line_state = unread(fd) > 0 ? Line::busy : Line::done;
+    if (Line_state != Line::done) Line_state = unread(fd).any ? Line::busy : Line::done;
 }
 
 void line_idle() {
@@ -191,26 +199,31 @@ static bool await_turn(int fd, int len) {
     for (;;) {
         if (Line_state == Line::done) return true;
         look(fd);
-        if (Line_state == Line::busy && unread(fd) + len <= kQueueRoom) return true;
+        if (Line_state == Line::busy && unread(fd).bytes + len <= kQueueRoom) return true;
         if (Line_state != Line::done && !relay_once(fd, false, line_next_look())) return false;
     }
 }
 
-// Writes all bytes, relaying output while the master takes none. Returns 1, 0 when a keyboard
-// signal came and the rest is dropped, -1 on failure.
-static int write_all(int fd, const char *data, int len) {
-    while (len > 0) {
-        const ssize_t n = write(fd, data, static_cast<std::size_t>(len));
-        if (n >= 0) {
-            data += n;
-            len -= static_cast<int>(n);
-        } else if (errno != EAGAIN && errno != EINTR) {
-            return -1;
-        } else if (!relay_once(fd, true, kNoTimeout)) {
-            return 0;
-        }
+// How a write went: bytes that the master took, fewer than all after a failure or where a keyboard
+// signal came, upon which the rest is dropped.
+struct Written {
+    int bytes;
+    bool dropped;
+};
+
+// Writes all bytes, relaying output while the master takes none.
+static Written write_all(int fd, const char *data, int len) {
+    int done = 0;
+    while (done < len) {
+        const ssize_t n = write(fd, data + done, static_cast<std::size_t>(len - done));
+        if (n >= 0)
+            done += static_cast<int>(n);
+        else if (errno != EAGAIN && errno != EINTR)
+            break;
+        else if (!relay_once(fd, true, kNoTimeout))
+            return {done, true};
     }
-    return 1;
+    return {done, false};
 }
 
 static bool special_in(const struct termios &t, int index, const char *data, int len) {
@@ -230,12 +243,14 @@ static bool has_line_end(const struct termios &t, const char *data, int len) {
 
 // Writes a line, or the end of one, as write_all does. A terminal that takes newline and carriage
 // return for each other ends no line at a newline.
-static int write_line(int fd, const struct termios &t, const char *line, int len) {
+static Written write_line(int fd, const struct termios &t, const char *line, int len) {
     constexpr tcflag_t kSwapped = INLCR | ICRNL;
     if (line[len - 1] != '\n' || (t.c_iflag & (kSwapped | IGNCR)) != kSwapped)
         return write_all(fd, line, len);
-    const int result = len > 1 ? write_all(fd, line, len - 1) : 1;
-    return result == 1 ? write_all(fd, "\r", 1) : result;
+    const Written text = write_all(fd, line, len - 1);
+    if (text.bytes < len - 1) return text;
+    const Written end = write_all(fd, "\r", 1);
+    return {text.bytes + end.bytes, end.dropped};
 }
 
 // Switches echo, which was found on, off and on again. The settings are read anew each time: the
@@ -246,55 +261,59 @@ static int echo_off(int peer) {
     return result;
 }
 
-static int echo_on(int peer) {
-    Echo_held = false;
-    return tty_echo_set(peer, 1);
+// The line is out and never goes a second time: where this fails, line_restore_echo tries again.
+static void echo_on(int peer) {
+    if (tty_echo_set(peer, 1) == 0) Echo_held = false;
+}
+
+void line_restore_echo(int fd) {
+    if (Echo_held) echo_on(fd);
 }
 
 // Waits for the system's worker; where the slave can't be opened (-1), longer than it ever takes.
 static void await_worker(int fd, int peer) {
     if (peer >= 0)
-        flush_worker(peer);
+        (void)flush_worker(peer);
     else
         (void)relay_once(fd, false, kSilence);
 }
 
-// Writes a line whose end is its only one; `peer` may be -1. Returns the number of bytes done with,
-// or -1.
-static int send_split(int fd, int peer, const struct termios &found, const char *line, int len) {
+// Writes a line whose end is its only one; `peer` may be -1.
+static Written send_split(int fd, int peer, const struct termios &found, const char *line,
+                          int len) {
     const bool newline = line[len - 1] == '\n';
     const int body = newline ? len - 1 : len;
     const int terminal = peer >= 0 ? peer : fd;
-    int result = 1;
+    Written text = {0, false};
     if (body > 0) {
-        if (echo_off(terminal) != 0) return -1;
-        result = write_all(fd, line, body);
+        if (echo_off(terminal) != 0) return text;
+        text = write_all(fd, line, body);
         await_worker(fd, peer);
-        (void)echo_on(terminal);  // the text is out: the line goes on, and never a second time
+        echo_on(terminal);
     }
-    if (result < 0) return -1;
-    if (!newline || result == 0) return len;
+    if (!newline || text.bytes < body) return text;
     Echo_want = (found.c_oflag & OPOST) != 0 && (found.c_oflag & ONLCR) != 0 ? "\r\n" : "\n";
     Echo_begun = false;
-    return write_line(fd, found, "\n", 1) >= 0 ? len : body;
+    const Written end = write_line(fd, found, "\n", 1);
+    if (end.bytes == 0) echo_disarm();
+    return {body + end.bytes, end.dropped};
 }
 
 // Writes a line that a program may begin to read before it is complete, or behind others; `peer`
-// may be -1. Returns `len`, or -1.
-static int send_whole(int fd, int peer, const struct termios &found, const char *line, int len) {
+// may be -1.
+static Written send_whole(int fd, int peer, const struct termios &found, const char *line,
+                          int len) {
     const int terminal = peer >= 0 ? peer : fd;
-    const int before = peer >= 0 ? unread_on(peer) : 0;
-    if (echo_off(terminal) != 0) return -1;
-    const int result = write_line(fd, found, line, len);
+    const Unread before = peer >= 0 ? unread_on(peer) : Unread{false, 0};
+    if (echo_off(terminal) != 0) return {0, false};
+    const Written result = write_line(fd, found, line, len);
     const long long limit = now_ns() + kBusy;
-    // The worker is done then, except where there is something to read already: a poll that finds
-    // it doesn't wait.
     await_worker(fd, peer);
-    const bool wait = before > 0 && line[len - 1] == '\n';
-    while (wait && result == 1 && unread_on(peer) == before && now_ns() < limit)
+    const bool wait = before.any && result.bytes == len && line[len - 1] == '\n';
+    while (wait && unread_on(peer).bytes == before.bytes && now_ns() < limit)
         if (!relay_once(fd, false, kLookEvery)) break;
-    (void)echo_on(terminal);
-    return result < 0 ? -1 : len;
+    echo_on(terminal);
+    return result;
 }
 
 static void relay_waiting(int fd) {
@@ -315,25 +334,26 @@ static int send_through(int fd, int peer, const char *line, int len) {
     const bool busy = Line_state == Line::busy;
     const bool newline = line[len - 1] == '\n';
     const bool whole = busy || has_line_end(found, line, newline ? len - 1 : len);
-    int result = 0;
+    Written result = {0, false};
     if (echo_old == 0)
-        result = write_line(fd, found, line, len) < 0 ? -1 : len;
+        result = write_line(fd, found, line, len);
     else if (whole)
         result = send_whole(fd, peer, found, line, len);
     else
         result = send_split(fd, peer, found, line, len);
-    Line_is_open = !newline;
-    if (newline && !busy) {
+    if (result.bytes > 0) Line_is_open = line[result.bytes - 1] != '\n';
+    if (result.bytes == len && newline && !busy) {
         Line_state = Line::sent;
         Sent_ns = now_ns();
     }
-    return result;
+    if (result.dropped) return len;
+    return result.bytes > 0 ? result.bytes : -1;
 }
 
 static int send_line(int fd, const char *line, int len) {
     if (!await_turn(fd, len)) return len;  // dropped
     int peer = take_peer(fd);
-    if (peer >= 0 && Line_state == Line::done && unread_on(peer) + len > kQueueRoom) {
+    if (peer >= 0 && Line_state == Line::done && unread_on(peer).bytes + len > kQueueRoom) {
         // Keys passed through before fill the queue.
         (void)close(peer);
         Line_state = Line::busy;
