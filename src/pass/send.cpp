@@ -299,6 +299,24 @@ static Written send_split(int fd, int peer, const struct termios &found, const c
     return {body + end.bytes, end.dropped};
 }
 
+// Waits until a line has arrived that was written behind others, of which the program may take some
+// meanwhile. `before`: bytes unread when it was written.
+static void await_arrival(int fd, int peer, int before) {
+    const long long limit = now_ns() + kBusy;
+    int fewest = before;
+    while (now_ns() < limit) {
+        const Unread now = unread_on(peer);
+        if (now.bytes > fewest) return;
+        if (!now.any) {
+            // All of them taken, perhaps a moment ago, when this one was still with the worker.
+            (void)flush_worker(peer);
+            return;
+        }
+        fewest = now.bytes;
+        if (!relay_once(fd, false, kLookEvery)) return;
+    }
+}
+
 // Writes a line that a program may begin to read before it is complete, or behind others; `peer`
 // may be -1.
 static Written send_whole(int fd, int peer, const struct termios &found, const char *line,
@@ -307,11 +325,9 @@ static Written send_whole(int fd, int peer, const struct termios &found, const c
     const Unread before = peer >= 0 ? unread_on(peer) : Unread{false, 0};
     if (echo_off(terminal) != 0) return {0, false};
     const Written result = write_line(fd, found, line, len);
-    const long long limit = now_ns() + kBusy;
     await_worker(fd, peer);
-    const bool wait = before.any && result.bytes == len && line[len - 1] == '\n';
-    while (wait && unread_on(peer).bytes == before.bytes && now_ns() < limit)
-        if (!relay_once(fd, false, kLookEvery)) break;
+    if (before.any && result.bytes == len && line[len - 1] == '\n')
+        await_arrival(fd, peer, before.bytes);
     echo_on(terminal);
     return result;
 }
