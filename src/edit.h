@@ -102,6 +102,10 @@ extern int e_taken_len;
 
 // 1 when the last kread returned 0 because nothing was there to read any more: no end of input.
 extern int e_nothing;
+// 1 when it returned 0 because the terminal is gone.
+extern int e_gone;
+// How often e_getchar has returned in it, the end-of-input key included.
+extern int e_keys_taken;
 
 // 1 while the row still shows the text of an edit that a keyboard signal ended and the program has
 // printed nothing since: the next edit starts with a newline and the prompt. Set by the

@@ -1,5 +1,6 @@
 // keys.cpp: keys with read-ahead and push-back, and the editors' output, which is gathered here
 // until an editor waits, rings or changes the mode.
+#include <termios.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -19,11 +20,13 @@ const EditHost *e_host = nullptr;
 genchar e_taken[kMaxLine];
 int e_taken_len = -1;
 int e_nothing = 0;
+int e_gone = 0;
+int e_keys_taken = 0;
 
 void edit_reset_keys() {
     Out_len = 0;
     e_taken_len = -1;
-    e_nothing = 0;
+    e_nothing = e_gone = e_keys_taken = 0;
 }
 
 void edit_reset_for_test() {
@@ -80,6 +83,12 @@ void e_ungetchar(int c) {
     if (editb.e_index < kLookAhead) editb.e_lbuf[editb.e_index++] = c;
 }
 
+// The keyboard has read as ended, by its end-of-input key or because it is gone.
+static void note_end() {
+    struct termios t = {};
+    if (tcgetattr(editb.e_fd, &t) != 0) e_gone = 1;
+}
+
 // Reads up to `size` keys. Returns their number, 0 when the edit has to end, -1 when reading fails.
 static int read_keys(unsigned char *keys, int size) {
     // A terminal that is gone fails at once, so this many tries take no time.
@@ -97,6 +106,7 @@ static int read_keys(unsigned char *keys, int size) {
                 break;
         }
         const ssize_t n = keyboard_read(keys, static_cast<std::size_t>(size));
+        if (n == 0) note_end();
         if (n >= 0) return static_cast<int>(n);
         if (errno != EAGAIN && errno != EINTR) failed++;
     }
@@ -139,6 +149,7 @@ static void fill_stack(bool quoted) {
 static int take_key(bool quoted) {
     if (editb.e_index == 0) fill_stack(quoted);
     const int key = editb.e_lbuf[--editb.e_index];
+    e_keys_taken++;
     return key == '\r' ? '\n' : key;
 }
 
@@ -157,6 +168,7 @@ int e_getquoted() { return take_key(true); }
 long e_read_cooked(int, void *buf, std::size_t len) {
     for (int i = 0; i < kInterruptions && progdone == 0; i++) {
         const ssize_t n = keyboard_read(buf, len);
+        if (n == 0) note_end();
         if (n < 0 && errno == EAGAIN) e_nothing = 1;
         if (n >= 0 || errno != EINTR) return n;
     }

@@ -109,11 +109,12 @@ int handle_signal_general(int fd, int sig) {
 // Reads an edited line into buff. Returns its length, 0 for none.
 static int read_line(int fd) {
     e_taken_len = -1;
-    e_nothing = 0;
+    e_nothing = e_gone = e_keys_taken = 0;
     Input_flushed = 0;
     const int n = kread(STDIN_FILENO, buff, kLineCapacity);
     if (n < 0) fatal_message("morp: kread error from stdin");
     if (n > 0) {
+        end_of_input_forget();
         if (buff[n - 1] == '\n')
             pass_row_new();
         else
@@ -124,11 +125,12 @@ static int read_line(int fd) {
         handle_signal_general(fd, progdone);
         progdone = 0;
     } else if (e_taken_len >= 0) {
+        end_of_input_forget();
         memcpy(buff, e_taken, static_cast<std::size_t>(e_taken_len));
         return e_taken_len;
     } else if (e_nothing == 0) {
         (void)handle_pending(fd);
-        handle_end_of_input(fd);
+        return end_of_input(fd, buff);
     }
     return 0;
 }
@@ -136,6 +138,7 @@ static int read_line(int fd) {
 // Reads keys as typed into buff; those that an edit left over come first. Returns their number.
 static int read_keys() {
     int n = 0;
+    end_of_input_forget();
     while (editb.e_index > 0 && n < kLineCapacity) {
         const int key = editb.e_lbuf[--editb.e_index];
         if (key >= 0) buff[n++] = static_cast<char>(key);  // negative: an editor's own code

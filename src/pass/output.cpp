@@ -77,7 +77,10 @@ static int relay_packet(int fd, std::size_t size) {
         // The system reports a status before the data that were there first. Only output that was
         // thrown away takes the echo with it.
         if ((header & TIOCPKT_FLUSHWRITE) != 0) echo_disarm();
-        if ((header & TIOCPKT_FLUSHREAD) != 0) Input_flushed = 1;
+        if ((header & TIOCPKT_FLUSHREAD) != 0) {
+            Input_flushed = 1;
+            line_flushed();
+        }
     }
     return 0;
 }

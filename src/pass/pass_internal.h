@@ -62,12 +62,18 @@ tcflag_t program_held_flags();
 // Takes the expected echo of a newline off the start of program output. Returns the bytes to skip.
 int echo_to_drop(const char *data, int len, char *late);
 void echo_disarm();
+// The program has dropped what it had not read.
+void line_flushed();
 // Where the program's echo could not be put back after a line, tries again. To be called before a
 // key is taken.
 void line_restore_echo(int fd);
-// Sends the end of input to the program and relays until it ends, a second end-of-input key, or a
-// second of silence. The master is closed then.
-void handle_end_of_input(int fd);
+// An end-of-input key on an empty line: puts what tells the program of it into `dst` (2 bytes) and
+// returns its length. 0 where nothing can tell it, and where the master was closed instead: at the
+// third such key in a row, and where the program's terminal has no end-of-file key or the user's is
+// gone.
+int end_of_input(int fd, char *dst);
+// Something else was given to the program: the next end-of-input key is the first in a row.
+void end_of_input_forget();
 
 // A packet: one header byte and data, read at once. The longest that a master delivers in one read
 // is about this.

@@ -9,15 +9,11 @@
 //
 // Lines that come faster than the program takes them wait, see look: typed ahead of a password
 // prompt they would meet the program in the middle of changing its modes.
-#include <dirent.h>
-#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "edit.h"
@@ -241,6 +237,12 @@ static bool has_line_end(const struct termios &t, const char *data, int len) {
            ((t.c_lflag & IEXTEN) != 0 && special_in(t, VEOL2, data, len));
 }
 
+// True for an end of file, which the terminal never echoes.
+static bool is_end_of_file(const struct termios &t, const char *line, int len) {
+    const int c = (t.c_lflag & ICANON) != 0 ? tty_special(t, VEOF) : kNoKey;
+    return std::all_of(line, line + len, [c](char byte) { return byte_of(byte) == c; });
+}
+
 // Writes a line, or the end of one, as write_all does. A terminal that takes newline and carriage
 // return for each other ends no line at a newline.
 static Written write_line(int fd, const struct termios &t, const char *line, int len) {
@@ -351,14 +353,14 @@ static int send_through(int fd, int peer, const char *line, int len) {
     const bool newline = line[len - 1] == '\n';
     const bool whole = busy || has_line_end(found, line, newline ? len - 1 : len);
     Written result = {0, false};
-    if (echo_old == 0)
+    if (echo_old == 0 || is_end_of_file(found, line, len))
         result = write_line(fd, found, line, len);
     else if (whole)
         result = send_whole(fd, peer, found, line, len);
     else
         result = send_split(fd, peer, found, line, len);
-    if (result.bytes > 0) Line_is_open = line[result.bytes - 1] != '\n';
-    if (result.bytes == len && newline && !busy) {
+    if (result.bytes > 0) Line_is_open = !has_line_end(found, line + result.bytes - 1, 1);
+    if (result.bytes == len && !Line_is_open && !busy) {
         Line_state = Line::sent;
         Sent_ns = now_ns();
     }
@@ -392,7 +394,8 @@ static int send_keys(int fd, const char *keys, int len) {
         if (n < 0) break;  // the rest is tried again
         done += static_cast<int>(n);
     }
-    if (done > 0) Line_is_open = keys[done - 1] != '\n' && keys[done - 1] != '\r';
+    struct termios t = {};
+    if (done > 0) Line_is_open = tcgetattr(fd, &t) == 0 && !has_line_end(t, keys + done - 1, 1);
     return done;
 }
 
@@ -400,102 +403,37 @@ int write_to_pty(int fd, const char *bf, int blen, int echo_off_wanted) {
     return echo_off_wanted != 0 ? send_line(fd, bf, blen) : send_keys(fd, bf, blen);
 }
 
-// Processor time, in clock ticks, of all processes of the program's session; a process that ended
-// takes its share away, which is a change too.
-static unsigned long long session_ticks() {
-    unsigned long long sum = 0;
-    DIR *proc = opendir("/proc");
-    if (proc == nullptr) return 0;
-    while (const struct dirent *entry = readdir(proc)) {
-        if (isdigit(static_cast<unsigned char>(entry->d_name[0])) == 0) continue;
-        char path[300];
-        char text[1024];
-        (void)snprintf(path, sizeof path, "/proc/%s/stat", entry->d_name);
-        const int fd = open(path, O_RDONLY | O_CLOEXEC);
-        if (fd < 0) continue;
-        const ssize_t n = read(fd, text, sizeof text - 1);
-        (void)close(fd);
-        if (n <= 0) continue;
-        text[n] = '\0';
-        const char *behind_name = strrchr(text, ')');
-        int session = 0;
-        unsigned long user = 0;
-        unsigned long system = 0;
-        if (behind_name != nullptr &&
-            sscanf(behind_name, ") %*c %*d %*d %d %*d %*d %*u %*u %*u %*u %*u %lu %lu", &session,
-                   &user, &system) == 3 &&
-            session == Child_pid)
-            sum += user + system + 1;
-    }
-    (void)closedir(proc);
-    return sum;
-}
+void line_flushed() { Line_is_open = false; }
 
-static void send_end_of_file(int fd) {
-    struct termios t = {};
-    if (tcgetattr(fd, &t) != 0 || (t.c_lflag & ICANON) == 0) return;
-    const int c = tty_special(t, VEOF);
-    if (c == kNoKey) return;
-    const char key = static_cast<char>(c);
-    // Behind an unfinished line the first one only ends the line.
-    if (Line_is_open) (void)write_all(fd, &key, 1);
-    (void)write_all(fd, &key, 1);
-    Line_is_open = false;
-}
+// State: end-of-input keys in a row, with what had happened by the last of them.
+static int Ends = 0;
+static unsigned long Ends_printed = 0;
+static unsigned long Ends_signals = 0;
 
-// A key typed after the end of input goes to the program; false when it is another end-of-input
-// key.
-static bool pass_key(int fd, int key) {
-    if (key == editb.e_eof) return false;
-    const char byte = static_cast<char>(key);
-    (void)write_all(fd, &byte, 1);
-    return true;
-}
+void end_of_input_forget() { Ends = 0; }
 
-// Passes on the keys that wait; true when they hold another end-of-input key.
-static bool second_end_of_input(int fd) {
-    unsigned char keys[kLineCapacity];
-    const ssize_t n = keyboard_read(keys, sizeof keys);
-    if (n == 0) return editb.e_raw != kTtyAlt;  // there an escape key reads as nothing
-    if (n < 0 && errno != EAGAIN && errno != EINTR) return true;  // the terminal is gone
-    for (ssize_t i = 0; i < n; i++)
-        if (!pass_key(fd, e_unmark(keys[i]))) return true;
-    return false;
-}
-
-// The keys that the edit left over, typed behind its end-of-input key.
-static bool held_end_of_input(int fd) {
-    while (editb.e_index > 0) {
-        const int key = editb.e_lbuf[--editb.e_index];
-        if (key >= 0 && !pass_key(fd, key)) return true;
-    }
-    return false;
-}
-
-void handle_end_of_input(int fd) {
-    constexpr long kLook = 100 * kMillisecond;
-    constexpr long kIdle = 1000 * kMillisecond;
-    unsigned long printed = Relayed_bytes;
-    unsigned long long ticks = session_ticks();
-    long long since = now_ns();
-    send_end_of_file(fd);
-    bool ended = held_end_of_input(fd);
-    while (!ended && now_ns() - since < kIdle) {
-        struct pollfd fds[2];
-        if (progdone != 0) {
-            handle_signal_general(fd, progdone);
-            progdone = 0;
-        }
-        assert_user_mode();
-        const int ready = wait_terminals(fd, true, false, kLook, fds);
-        if (ready > 0 && master_ready(fds)) (void)handle_fd_stdout(fd);
-        if (ready > 0 && fds[kKeyboardSlot].revents != 0 && second_end_of_input(fd)) break;
-        if (ready > 0 && Relayed_bytes == printed) continue;
-        const unsigned long long now_ticks = session_ticks();
-        if (Relayed_bytes != printed || now_ticks != ticks) since = now_ns();
-        printed = Relayed_bytes;
-        ticks = now_ticks;
-    }
+// As for the last one in a row.
+static int close_master(int fd) {
     (void)close(fd);
     master_fd = -1;
+    return 0;
+}
+
+int end_of_input(int fd, char *dst) {
+    constexpr int kEnough = 3;
+    relay_waiting(fd);
+    const bool in_row =
+        e_keys_taken <= 1 && Ends_printed == Relayed_bytes && Ends_signals == Signals_forwarded;
+    Ends = in_row ? Ends + 1 : 1;
+    Ends_printed = Relayed_bytes;
+    Ends_signals = Signals_forwarded;
+    struct termios t = {};
+    const bool known = tcgetattr(fd, &t) == 0;
+    const int c = known ? tty_special(t, VEOF) : 0;
+    if (Ends == kEnough || c == kNoKey || e_gone != 0) return close_master(fd);
+    if (!known || (t.c_lflag & ICANON) == 0) return 0;
+    // Behind an unfinished line the first one only ends the line.
+    const int len = Line_is_open ? 2 : 1;
+    std::fill_n(dst, len, static_cast<char>(c));
+    return len;
 }

@@ -299,6 +299,7 @@ int vi_read(int fd, unsigned char *shbuf, int nchar) {
 
     const long got = e_read_cooked(fd, line, static_cast<std::size_t>(capacity));
     if (got < 0) return unread();
+    if (e_gone != 0) return 0;
     const int len = static_cast<int>(got);
     line[len] = '\0';
     if (len > 0 && byte_of(line[0]) == editb.e_eof) return 0;
