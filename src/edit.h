@@ -187,9 +187,10 @@ int e_virt_to_phys(const genchar *virt, genchar *phys, int cur, int voff, int po
 // bytes). Returns its length, 0 for an escape key on an empty line; -1 with EAGAIN when nothing is
 // there any more (a signal key emptied the queue), with EINTR when progdone is set.
 long e_read_cooked(int fd, void *buf, std::size_t len);
-// The mode of the user's terminal that the present state asks for is really in force afterwards:
-// raw while an editor works, else what the style reads a line in. Returns 0, -1 when it can't be
-// set.
+// The mode that an edit needs in the present state: kTtyRaw while an editor works or keys are held,
+// else what the style begins a line in.
+int e_wanted_mode();
+// That mode is really in force on the user's terminal afterwards. Returns 0, -1 when it can't be set.
 int e_assert_mode(int fd);
 // To be called when editing is no longer in force and the terminal goes raw for pass-through: what
 // the driver had collected stays marked (see e_unmark).

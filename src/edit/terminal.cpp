@@ -147,13 +147,20 @@ void e_setcooked(int fd) {
     }
 }
 
+// True where a line begins in the driver's hands.
+static bool driver_begins() { return opt_flag == kStyleVi; }
+
 void e_end_edit(int) {
-    if (opt_flag == kStyleVi) take_ahead();
+    if (driver_begins()) take_ahead();
+}
+
+int e_wanted_mode() {
+    return e_view == nullptr && driver_begins() && editb.e_index == 0 ? kTtyAlt : kTtyRaw;
 }
 
 int e_assert_mode(int fd) {
-    const bool raw = e_view != nullptr || opt_flag != kStyleVi || editb.e_index > 0;
-    const int mode = raw ? kTtyRaw : kTtyAlt;
+    const int mode = e_wanted_mode();
+    const bool raw = mode == kTtyRaw;
     struct termios current = {};
     if (local_tcget(fd, 0, &current) != 0) return -1;
     struct termios user = current;

@@ -161,10 +161,7 @@ static void detect_toggle() {
         compared > 0 && memcmp(det_buf, det_str, static_cast<std::size_t>(compared)) == 0;
     matching_det_str = equal && det_len < det_str_len ? 1 : 0;
     if (!equal || det_len < det_str_len) return;
-    if (opt_flag != 0) {
-        Vesk_on_desired ^= 1;
-        Vesk_on = Vesk_on_desired;
-    }
+    if (opt_flag != 0) want_editing(Vesk_on_desired ^ 1);
     det_len -= det_str_len;
     det_ptr += det_str_len;
 }

@@ -1,16 +1,13 @@
 // output.cpp: the program's output, from the master to the screen and to the capture of the prompt.
 #include <sys/ioctl.h>
-#include <termios.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "edit.h"
 #include "pass_internal.h"
 #include "run.h"
-#include "tty.h"
 #include "wait.h"
 
 // The prompt capture takes the data in pieces of this size, each up to its first NUL.
@@ -101,15 +98,6 @@ void relay_rest_of_piece(int fd) {
 
 int handle_fd_except(int, int *except_handled) {
     *except_handled = 0;  // the report is consumed by the read that follows
-    return 0;
-}
-
-int check_fd_mode(int fd) {
-    const int noedit = tty_mode_noedit(fd, program_held_flags());
-    if (noedit < 0) return -1;
-    if (noedit == Pty_raw_or_cbreak) return 0;
-    Pty_raw_or_cbreak = noedit;
-    if (opt_flag != 0) Vesk_on = noedit != 0 ? 0 : Vesk_on_desired;
     return 0;
 }
 

@@ -83,6 +83,21 @@ extern char buffo[kPacketSize + 1];
 // Bytes of the line, the keys or the packet read last; while a line is edited packets are read.
 extern int nread;
 
+// Who reads the user's keys (mode.cpp).
+enum class KeyReader {
+    program,  // the terminal is raw and silent: every key is the program's
+    editor,   // raw: an editor takes each key
+    driver,   // the terminal's own driver collects and echoes a line that vi style begins
+};
+KeyReader wanted_mode();
+// The user wants editing (not 0) or not, and has it whatever the program's terminal is like.
+void want_editing(int wanted);
+// Looks at the program's terminal: whether editing may be in force. Returns 0, -1 when its settings
+// can't be read.
+int check_fd_mode(int fd);
+// Puts the user's terminal into the mode that is wanted, or ends with a message.
+void assert_user_mode();
+
 // Output path (output.cpp).
 // Reads one packet from the master and relays it. Returns 0, or -1 when nothing could be read and
 // the program is known to be dead.
@@ -92,8 +107,6 @@ int handle_fd_stdout(int fd);
 // break it.
 void relay_rest_of_piece(int fd);
 int handle_fd_except(int fd, int *except_handled);
-// Re-evaluates whether editing may be in force. Returns 0, -1 when the settings can't be read.
-int check_fd_mode(int fd);
 // Bytes of program output relayed so far, and whether the program flushed its input since the last
 // key was read.
 extern unsigned long Relayed_bytes;
@@ -140,7 +153,5 @@ bool master_ready(const struct pollfd *fds);
 bool relay_once(int fd, bool pending, long timeout_ns);
 // A wait has just found keys: see pass_key_expected.
 void pass_keys_seen();
-// Puts the user's terminal into the mode of the present state, or ends with a message.
-void assert_user_mode();
 // Program output is about to be written to the screen: a line being edited steps aside.
 void pass_before_output();

@@ -1,0 +1,118 @@
+// edit_wait.cpp: the editors' wait. While an editor waits for a key, the program may print: the line
+// steps aside, the output is relayed, and the line comes back when output has been quiet for a while
+// or a key is there. The program may also leave line input, which takes the edit away. Signals are
+// served in the wait; the SIGCHLD catcher may leave it for good.
+#include <algorithm>
+
+#include "edit.h"
+#include "edit/host.h"
+#include "pass_internal.h"
+#include "run.h"
+#include "wait.h"
+
+// Output stays hidden this long after the last piece, so that a program that prints in pieces
+// doesn't make the line flicker.
+static constexpr long kQuiet = 20 * kMillisecond;
+static constexpr long kQuietInSequence = 200 * kMillisecond;  // the rest is sure to come
+
+// State of one wait, reset when it begins. The line has stepped aside for output, and comes back at
+// that moment (0: none is set yet).
+static bool Stepped_aside = false;
+static long long Back_ns = 0;
+
+// State: until this moment a key that is there already is read without a wait.
+static long long Burst_end_ns = 0;
+
+void pass_before_output() {
+    if (e_view == nullptr || Stepped_aside) return;
+    e_view->step_off();
+    e_flush();
+    Stepped_aside = true;
+}
+
+static void come_back() {
+    Back_ns = 0;
+    if (!Stepped_aside) return;
+    Stepped_aside = false;
+    e_view->come_back();
+    e_flush();
+}
+
+static long until_back() {
+    if (Back_ns == 0) return kNoTimeout;
+    return static_cast<long>(std::max(Back_ns - now_ns(), 0LL));
+}
+
+// The program left line input: what the edit holds becomes keys typed ahead.
+static KeyWait taken_away() {
+    pass_before_output();
+    Stepped_aside = false;
+    e_taken_len = Input_flushed != 0 ? 0 : e_view->text(e_taken);
+    return KeyWait::taken;
+}
+
+// A keyboard signal ends the edit; its text stays on the row, unless it had stepped aside.
+static KeyWait interrupted() {
+    if (!Stepped_aside) {
+        e_row_stale = 1;
+        row_forget();
+    }
+    return KeyWait::interrupted;
+}
+
+static void redraw_after_resume() {
+    if (Resumed == 0) return;
+    Resumed = 0;
+    come_back();
+    e_view->redraw();
+    e_flush();
+}
+
+// Relays the output that a wait has found, and brings the line back where it is time. True when a
+// key is there for the editor.
+static bool serve(const struct pollfd *fds, int ready) {
+    if (ready > 0 && master_ready(fds)) {
+        (void)handle_fd_stdout(master_fd);
+        const long quiet = row_in_sequence() ? kQuietInSequence : kQuiet;
+        if (Stepped_aside) Back_ns = now_ns() + quiet;
+    }
+    const bool key = ready > 0 && fds[kKeyboardSlot].revents != 0;
+    if (key && Stepped_aside) relay_rest_of_piece(master_fd);
+    if (key && Vesk_on != 0) (void)check_fd_mode(master_fd);
+    if (wanted_mode() == KeyReader::program) return false;
+    if (key || (Back_ns != 0 && now_ns() >= Back_ns)) come_back();
+    return key;
+}
+
+void pass_keys_seen() { Burst_end_ns = now_ns() + kMillisecond; }
+
+// The wait has served signals and output within the last millisecond, and the program, which is
+// looked at for each key, still reads lines.
+bool pass_key_expected() {
+    if (progdone != 0 || Resumed != 0 || now_ns() >= Burst_end_ns) return false;
+    if (keyboard_waiting() == 0) return false;  // a key typed singly pays for no more than this
+    (void)check_fd_mode(master_fd);
+    Input_flushed = 0;
+    return Vesk_on != 0;
+}
+
+KeyWait pass_wait_key() {
+    Stepped_aside = false;
+    Back_ns = 0;
+    Burst_end_ns = 0;
+    line_idle();
+    e_flush();
+    for (;;) {
+        if (progdone != 0) return interrupted();
+        if (wanted_mode() == KeyReader::program) return taken_away();
+        assert_user_mode();
+        redraw_after_resume();
+        struct pollfd fds[2];
+        const int ready = wait_terminals(master_fd, true, false, until_back(), fds);
+        if (progdone != 0) return interrupted();
+        if (!serve(fds, ready)) continue;
+        Input_flushed = 0;
+        pass_keys_seen();
+        return KeyWait::ready;
+    }
+}
