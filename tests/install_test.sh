@@ -34,6 +34,9 @@ else
 fi
 usr=$work/root/usr
 ls "$usr"/share/doc/morp/{README.md,copyright,changelog.gz,changelog.Debian.gz} >/dev/null
+for module in main pass ploop msg pty tty utils editlib edit history emacs vi; do
+    grep -aq "@(#)morp $module " "$usr/bin/morp" || fail "No version of the module $module in it"
+done
 ! command -v man >/dev/null || MANPATH=$usr/share/man man morp | grep -q 'morp -- python3' ||
     fail "man morp shows no manual page"
 

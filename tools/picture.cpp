@@ -38,7 +38,7 @@ struct Typed {
 };
 
 constexpr Step kSteps[] = {
-    {"morp -- python3 -I -q\r", ">>> ", "", "any program that reads lines"},
+    {"Q_VXEDITOR=emacs morp -- python3 -I -q\r", ">>> ", "", "any program that reads lines"},
     {"prices = [3, 10, 47]\r", ">>> ", "", ""},
     {"sum(prices)\r", ">>> ", "", ""},
     {"\x10 / 3\r", ">>> ", "^P", "the line before, and more to it"},
@@ -145,6 +145,7 @@ std::string draw(Session &s, const std::vector<Typed> &typed) {
 std::string make_picture() {
     const std::string folder = std::filesystem::path(harness::morp()).parent_path();
     Session s(harness::Options{
+        .style = "",  // what is typed is all that somebody needs who tries it
         .outer = {"/bin/sh", "-i"},
         .env = {{"PATH", folder + ":/usr/bin:/bin"}, {"COLUMNS", std::to_string(kCols)}},
         .rows = kRows,
