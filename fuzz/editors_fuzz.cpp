@@ -307,7 +307,7 @@ bool key_expected() { return Run.pasted && !Run.keys.empty(); }
 
 // Waits for keys as the main loop does. False when nothing comes any more.
 bool wait_between_lines() {
-    if (editb.e_index > 0) return true;
+    if (editb.e_index > 0 || kread_has_line()) return true;
     if (!Run.later.empty()) type(std::exchange(Run.later, ""));
     while (Run.keys.empty() || Run.partial) {
         if (Run.in.empty()) return false;

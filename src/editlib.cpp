@@ -48,8 +48,11 @@ static void gather(const char *piece, int len) {
     Typed_len += taken;
     if (piece[len - 1] != '\n') return;
     record_typed();
+    emacs_recorded();
     kread_forget();
 }
+
+bool kread_has_line() { return emacs_has_line(); }
 
 int kread(int fd, char *line, int n) {
     const bool edited = fd == editfd;

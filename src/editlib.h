@@ -9,6 +9,8 @@
 // What has no newline (a full line, text ended by vi's end-of-file key) is a piece of a line: the
 // history gets the pieces as one command when the newline has come, at most their first 4,095 bytes.
 int kread(int fd, char *line, int n);
+// True when kread will show a line before its first key: it is to be called without one.
+bool kread_has_line();
 // Drops the pieces read so far: a keyboard signal came, or editing is no longer in force.
 void kread_forget();
 

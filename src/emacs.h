@@ -6,4 +6,9 @@
 // has none); 0 when input ended, a keyboard signal ended the edit or the edit was taken away
 // (e_taken); -1 on a failed read.
 int emacs_read(int fd, char *line, int scend);
+// To be called when the line returned is in the history: finds the line behind the one that ^O has
+// finished.
+void emacs_recorded();
+// True when there is such a line: emacs_read will show it before its first key.
+bool emacs_has_line();
 void emacs_reset_for_test();

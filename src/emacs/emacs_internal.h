@@ -75,8 +75,9 @@ struct KeptLine {
 extern KeptLine kept;
 
 // State that outlives the line read.
-extern histloc location;  // where the last history move led; the line that ^O finished
-extern int CntrlO;        // 1: the next line starts as the one after `location`
+extern histloc location;  // where the last history move led; behind ^O, see CntrlO
+extern int CntrlO;        // 1: ^O has finished the line at `location`; once that is recorded: the
+                          //   next line starts as the one at `location`
 extern TERMINAL terminal;
 extern int prevdirection;         // of the last search: -1 older, 1 newer
 extern char string[kSearchSize];  // last search text
@@ -151,6 +152,8 @@ After search_history(Command &command);
 void copy_history_line(genchar *dst);
 // Starts the line with the successor of the one that ^O finished, when that was asked for.
 void fetch_next_line();
+// The edit was taken away: a fetched line as it came is nobody's typing, and is fetched again.
+void give_fetched_back();
 
 // Carries out the command typed as ESC and the next key; `count` is the pending count, -1 none.
 // Returns the count for the command after it, -1 none (escape.cpp).

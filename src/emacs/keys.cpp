@@ -111,24 +111,19 @@ After show_version(Command & /*command*/) {
     return After::next_key;
 }
 
-static void close_line() {
+After end_line(Command & /*command*/) {
     draw(FINAL);
     editb.e_inbuf[editb.e_eol++] = '\n';
     editb.e_inbuf[editb.e_eol] = '\0';
     e_crlf();
-}
-
-After end_line(Command & /*command*/) {
-    close_line();
     e_reset_prime();
     return After::finish;
 }
 
-After end_line_get_next(Command & /*command*/) {
+After end_line_get_next(Command &command) {
     location = {editb.e_hline, editb.e_hloff};
     CntrlO = 1;
-    close_line();
-    return After::finish;
+    return end_line(command);
 }
 
 After end_of_file(Command & /*command*/) {

@@ -194,6 +194,7 @@ int emacs_read(int fd, char *line, int scend) {
         case 0:
             break;
         case kEditEnd:
+            if (e_taken_len >= 0) give_fetched_back();
             return leave(fd, 0);
         default:
             return leave(fd, -1);

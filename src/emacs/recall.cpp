@@ -2,9 +2,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "emacs.h"
 #include "emacs_internal.h"
 
 namespace emacs {
+
+// State: of the line read, whether it was fetched for ^O, and from where.
+static bool fetched = false;
+static histloc fetched_from = {0, 0};
 
 void copy_history_line(genchar *dst) {
     genchar copy[kMaxLine];
@@ -58,16 +63,30 @@ After search_history(Command &command) {
 }
 
 void fetch_next_line() {
-    if (CntrlO != 0) {
-        location = hist_locate(location.his_command, location.his_line, 1);
-        if (location.his_command < editb.e_hismax) {
-            editb.e_hline = location.his_command;
-            editb.e_hloff = location.his_line;
-            copy_history_line(editb.e_tmp);
-            e_ungetchar(ctrl('Y'));
-        }
-    }
+    fetched = CntrlO != 0;
     CntrlO = 0;
+    if (!fetched) return;
+    fetched_from = location;
+    editb.e_hline = location.his_command;
+    editb.e_hloff = location.his_line;
+    copy_history_line(editb.e_tmp);
+    e_ungetchar(ctrl('Y'));
+}
+
+void give_fetched_back() {
+    if (!fetched || std::strcmp(editb.e_inbuf, editb.e_tmp) != 0) return;
+    location = fetched_from;
+    CntrlO = 1;
+    e_taken_len = 0;
 }
 
 }  // namespace emacs
+
+void emacs_recorded() {
+    using namespace emacs;
+    if (CntrlO == 0) return;
+    location = hist_locate(location.his_command, location.his_line, 1);
+    CntrlO = fc_fix != nullptr && location.his_command < fc_fix->fixind ? 1 : 0;
+}
+
+bool emacs_has_line() { return emacs::CntrlO != 0; }

@@ -4,13 +4,15 @@
 #include <iterator>
 
 #include "edit.h"
+#include "editlib.h"
 #include "pass/pass_internal.h"
 #include "run.h"
 #include "wait.h"
 
 [[gnu::used]] static const char kVersion[] = "@(#)morp ploop 1.0";
 
-static bool keys_held_ahead() { return editb.e_index > 0; }
+// There is something to begin a line with, without another key.
+static bool line_begun_ahead() { return editb.e_index > 0 || (Vesk_on != 0 && kread_has_line()); }
 
 // A program may print its question, turn its echo off and read, without a word in between. The
 // driver of the user's terminal, which echoes what it collects, would go on showing the answer:
@@ -61,7 +63,7 @@ static bool forward_signal(int fd) {
 // Serves keyboard and program after a wait. `held`: set when keys have to wait for the line before.
 // True when keys were served.
 static bool serve(int fd, const struct pollfd *fds, bool *held) {
-    bool keys = fds[kKeyboardSlot].revents != 0 || (keys_held_ahead() && keyboard_wanted());
+    bool keys = fds[kKeyboardSlot].revents != 0 || (line_begun_ahead() && keyboard_wanted());
     if (keys && line_settling(fd)) {
         *held = true;
         keys = false;
@@ -71,8 +73,8 @@ static bool serve(int fd, const struct pollfd *fds, bool *held) {
     if ((fds[kMasterSlot].revents & POLLPRI) != 0) {
         (void)handle_fd_except(fd, &except_handled);
         keys = false;  // the status may change what becomes of them
-    } else if (keys && output && keys_held_ahead()) {
-        // Keys typed ahead come behind the output that was there already.
+    } else if (keys && output && line_begun_ahead()) {
+        // It comes behind the output that was there already.
         (void)handle_fd_stdout(fd);
         output = false;
     }
@@ -89,7 +91,7 @@ static bool serve(int fd, const struct pollfd *fds, bool *held) {
 // How long the main loop may sleep. `held`: keys wait for the line before.
 static long longest_sleep(bool held) {
     if (held) return line_next_look();
-    if (keys_held_ahead() && keyboard_wanted()) return 0;
+    if (line_begun_ahead() && keyboard_wanted()) return 0;
     line_idle();
     return until_look();
 }
@@ -106,7 +108,7 @@ void pass_loop(int fd) {
         if (held) held = line_settling(fd);
         const unsigned long relayed = Relayed_bytes;
         struct pollfd fds[2];
-        const int ready = wait_terminals(fd, !held && keyboard_wanted() && !keys_held_ahead(),
+        const int ready = wait_terminals(fd, !held && keyboard_wanted() && !line_begun_ahead(),
                                          keyboard_pending(), longest_sleep(held), fds);
         if (forward_signal(fd) || ready < 0 || look_again(fd)) continue;
         if (serve(fd, fds, &held) || Relayed_bytes != relayed) look_from_now();
