@@ -2,7 +2,6 @@
 // are small and exact where a real program would do more than a test can account for.
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -89,54 +88,6 @@ int echo_whole(const char *prompt) {
     return answer(prompt, "\r\n");
 }
 
-// Without a prompt and without a word per line: counts lines, and tells at "count" whether each was
-// its own number.
-int count(const char *) {
-    std::string line;
-    long lines = 0, wrong = 0;
-    put("ready\n");
-    while (get_line(line) && line != "count") wrong += line != std::to_string(lines++);
-    put("<" + std::to_string(lines) + " lines, " + std::to_string(wrong) + " wrong>\n");
-    return 0;
-}
-
-// In raw mode: takes as many bytes as it is told, which have to be all values in turn, and tells
-// how many were not.
-int take(const char *how_many) {
-    const std::size_t wanted = strtoul(how_many, nullptr, 10);
-    set_raw();
-    put("ready\r\n");
-    std::size_t got = 0, wrong = 0;
-    for (char c = 0; got < wanted && read(0, &c, 1) == 1; ++got)
-        wrong += c != static_cast<char>(got);
-    put("<" + std::to_string(got) + " taken, " + std::to_string(wrong) + " wrong>\r\n");
-    return 0;
-}
-
-// Sends all 256 values in raw mode.
-int give(const char *) {
-    set_raw();
-    std::string all;
-    for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
-    put("[" + all + "]");
-    return 0;
-}
-
-// Writes numbered lines, `thousands` thousand of them.
-int flood(const char *thousands) {
-    const long end = strtol(thousands, nullptr, 10) * 1000;
-    std::string block;
-    for (long n = 0; n < end; ++n) {
-        block += "line " + std::to_string(n) + "\n";
-        if (block.size() > 60000 || n + 1 == end) {
-            put(block);
-            block.clear();
-        }
-    }
-    put("flooded\n");
-    return 0;
-}
-
 // Writes without pause while it takes as many bytes in raw mode as it is told; then both counts.
 int flood_take(const char *how_many) {
     const std::size_t wanted = strtoul(how_many, nullptr, 10);
@@ -213,43 +164,6 @@ int screen(const char *) {
     return 0;
 }
 
-void on_winch(int) {}
-
-// Tells its terminal's size at the start and after each change of it, until a line comes.
-int size(const char *) {
-    struct sigaction action {};
-    action.sa_handler = on_winch;
-    sigaction(SIGWINCH, &action, nullptr);
-    sigset_t winch, open;
-    sigemptyset(&winch);
-    sigaddset(&winch, SIGWINCH);
-    sigprocmask(SIG_BLOCK, &winch, &open);
-    pollfd keys{0, POLLIN, 0};
-    do {
-        winsize now{};
-        ioctl(0, TIOCGWINSZ, &now);
-        put("<" + std::to_string(now.ws_row) + "x" + std::to_string(now.ws_col) + ">\n> ");
-    } while (ppoll(&keys, 1, nullptr, &open) < 0);
-    return 0;
-}
-
-// Asks for a password as ssh does, and then takes commands as a remote shell without an editor
-// would: each is answered with [command], "exit" ends.
-int gate(const char *password) {
-    std::string line;
-    for (bool known = true; known && line != password;) {
-        // What was typed before the question is thrown away with the switch.
-        set_echo(false, TCSAFLUSH);
-        put("me@gate's password: ");
-        known = get_line(line);
-        put("\n");
-        set_echo(true, TCSAFLUSH);
-        if (line != password) put("Permission denied, please try again.\n");
-    }
-    for (put("gate$ "); get_line(line) && line != "exit"; put("gate$ ")) put("[" + line + "]\n");
-    return 0;
-}
-
 // Names the signals that reach it, until end of input.
 void on_signal(int sig) {
     const std::string text = "<signal " + std::to_string(sig) + ">\n";
@@ -262,25 +176,12 @@ int signals(const char *) {
     return echo("> ");
 }
 
-// Lets go of its terminal and lives on until it is told by a signal to end.
-int detach(const char *) {
-    put("detached\n");
-    signal(SIGHUP, SIG_IGN);
-    for (int fd = 0; fd < 64; ++fd) close(fd);
-    for (;;) pause();
-}
-
 constexpr struct {
     const char *name;
     int (*run)(const char *);
 } kActs[] = {
-    {"count", count},     {"detach", detach},
-    {"echo", echo},       {"echo-whole", echo_whole},
-    {"flood", flood},     {"flood-take", flood_take},
-    {"gate", gate},       {"give", give},
-    {"screen", screen},   {"secret", secret},
-    {"signals", signals}, {"size", size},
-    {"take", take},
+    {"echo", echo},     {"echo-whole", echo_whole}, {"flood-take", flood_take},
+    {"screen", screen}, {"secret", secret},         {"signals", signals},
 };
 
 }  // namespace
