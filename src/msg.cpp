@@ -1,3 +1,5 @@
+// msg.cpp: see msg.h. One buffer for the whole process, which a catcher that ends it may write as
+// well: no message is kept across a wait.
 #include "msg.h"
 
 #include <csignal>

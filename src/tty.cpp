@@ -1,3 +1,6 @@
+// tty.cpp: see tty.h. What a mode changes is said in two pure functions, tty_make_raw and
+// tty_make_cooked; the rest reads, compares, applies. Only tty_apply may sleep: in the background,
+// where SIGTERM and SIGHUP are served.
 #include "tty.h"
 
 #include <unistd.h>

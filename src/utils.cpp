@@ -1,3 +1,4 @@
+// utils.cpp: see utils.h. Keeps no state: the environment is looked at each time.
 #include "utils.h"
 
 #include <cstdio>
