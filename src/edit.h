@@ -28,45 +28,50 @@ inline constexpr int kEditFailed = -4;
 // Everything known about the line being edited; zero at start. Pointers lead into the frame of the
 // running editor and are valid only during its call. An int index counts characters.
 struct edit {
-    int e_kill;   // the user's line-kill, erase and end-of-file characters, 0 to 255,
-    int e_erase;  //   kNoKey when the terminal has none;
-    int e_eof;    //   taken whenever raw or alternative mode is entered
-    int e_fchar;  // emacs: the mark, an index in e_inbuf. vi: character of the last find, -1 none
-    int e_plen;   // prompt length without its leading carriage return
-    char e_crlf;  // 1: the prompt is printable and may be written again
+    // The terminal and its keys. These stay from line to line.
+    int e_kill;          // the user's line-kill, erase and end-of-file characters, 0 to 255,
+    int e_erase;         //   kNoKey when the terminal has none;
+    int e_eof;           //   taken whenever raw or alternative mode is entered
+    int e_raw;           // mode of the terminal: kTtyCooked, kTtyRaw, kTtyAlt
+    int e_ttyspeed;      // 1 slow (600 baud or less), 2 fast, 0 before the first switch
+    int e_fd;            // descriptor being edited
     std::jmp_buf e_env;  // where e_getchar goes when input ends (kEditEnd) or fails (kEditFailed)
-    int e_llimit;        // bound on e_eol
-    int e_hline;         // history command shown, and the line within it
+    int e_lbuf[kLookAhead];  // read-ahead stack, the top at e_index - 1
+    int e_index;             // keys held in e_lbuf
+    char e_inmacro;          // vi saves nothing for undo while it is set, which nothing here does;
+                             //   cleared at every terminal read
+
+    // The line and its surroundings, the same in every style. e_setup begins them.
+    genchar *e_inbuf;  // the line: the caller's buffer, kKeyboardBuffer bytes
+    int e_llimit;      // bound on the line's end
+    char *e_prompt;    // the prompt buffer: emacs 256 bytes, vi 80
+    int e_plen;        // prompt length without its leading carriage return
+    char e_crlf;       // 1: the prompt is printable and may be written again
+    int e_wsize;       // width of the editing window, columns
+    int e_hline;       // history command shown, and the line within it
     int e_hloff;
     int e_hismin;  // lowest command number in reach; number that this line will get
     int e_hismax;
-    int e_raw;   // mode of the terminal: kTtyCooked, kTtyRaw, kTtyAlt
-    int e_cur;   // index of the character under the cursor
-    int e_eol;   // emacs: one past the last character. vi: the last character, -1 when empty
-    int e_pcur;  // vi: physical cursor column, last physical column in use
+
+    // The style's own: what they mean is the running editor's affair, and only its folder names them.
+    int e_cur;    // index of the character under the cursor
+    int e_eol;    // emacs: one past the last character. vi: the last character, -1 when empty
+    int e_fchar;  // emacs: the mark, an index in e_inbuf. vi: character of the last find, -1 none
+    genchar *e_tmp;  // emacs: kill buffer. vi: last inserted text. kMaxLine each
+    char *e_search;  // last search text: emacs 256, vi kMaxLine
+    int e_pcur;      // vi: physical cursor column, last physical column in use
     int e_peol;
-    int e_mode;              // vi: count of the last text-modifying command
-    int e_index;             // keys held in e_lbuf
-    int e_repeat;            // vi: count for the command being read
-    int e_saved;             // vi: 1 once e_Ubuf holds the line
-    int e_fcol;              // vi: first column that the insertion may erase back to
-    int e_ucol;              // vi: cursor saved with e_ubuf, -2 while nothing is saved
-    int e_addnl;             // vi: a newline is to be added to the returned line
-    int e_wsize;             // width of the editing window, columns
-    genchar *e_inbuf;        // the line: the caller's buffer, kKeyboardBuffer bytes
-    char *e_prompt;          // the prompt buffer: emacs 256 bytes, vi 80
-    genchar *e_ubuf;         // vi: undo buffer, kMaxLine
-    genchar *e_tmp;          // emacs: kill buffer. vi: last inserted text. kMaxLine each
-    char *e_search;          // last search text: emacs 256, vi kMaxLine
-    genchar *e_Ubuf;         // vi: the line for undo-all, kMaxLine
-    genchar *e_physbuf;      // vi: physical image, kMaxImage
-    int e_lbuf[kLookAhead];  // read-ahead stack, the top at e_index - 1
-    int e_fd;                // descriptor being edited
-    int e_ttyspeed;          // 1 slow (600 baud or less), 2 fast, 0 before the first switch
-    int *e_globals;          // vi: nine state words
-    genchar *e_window;       // vi: what the screen row shows, 170 bytes
-    char e_inmacro;          // vi: nothing is saved for undo while it is set, which nothing here
-                             //   does; cleared at every terminal read
+    int e_mode;          // vi: count of the last text-modifying command
+    int e_repeat;        // vi: count for the command being read
+    int e_saved;         // vi: 1 once e_Ubuf holds the line
+    int e_fcol;          // vi: first column that the insertion may erase back to
+    int e_ucol;          // vi: cursor saved with e_ubuf, -2 while nothing is saved
+    int e_addnl;         // vi: a newline is to be added to the returned line
+    genchar *e_ubuf;     // vi: undo buffer, kMaxLine
+    genchar *e_Ubuf;     // vi: the line for undo-all, kMaxLine
+    genchar *e_physbuf;  // vi: physical image, kMaxImage
+    genchar *e_window;   // vi: what the screen row shows, 170 bytes
+    int *e_globals;      // vi: nine state words
 };
 extern edit editb;
 extern int opt_flag;  // editing style
@@ -92,6 +97,8 @@ struct EditView {
     // its length. While a search text or the version is shown, that is the line being kept behind
     // it.
     int (*text)(genchar *dst);
+    // True while the cursor stands in front of the line's end: keys are then taken in bursts.
+    bool (*within_line)();
 };
 extern const EditView *e_view;
 

@@ -141,7 +141,7 @@ static void fill_stack(bool quoted) {
     unsigned char keys[kReadAhead];
     // Within the line a burst saves redrawing; at its end one key at a time leaves what is typed
     // after the newline in the terminal.
-    const int count = read_keys(keys, editb.e_cur < editb.e_eol ? kReadAhead : 1);
+    const int count = read_keys(keys, e_view->within_line() ? kReadAhead : 1);
     if (count > 0) push_keys(keys, count, quoted);
     if (editb.e_index == 0) leave_edit(count < 0 ? kEditFailed : kEditEnd);
 }

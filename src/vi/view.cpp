@@ -86,6 +86,8 @@ static int text(genchar *dst) {
     return len;
 }
 
-const EditView view = {step_off, come_back, redraw, text};
+static bool within_line() { return editb.e_cur < editb.e_eol; }
+
+const EditView view = {step_off, come_back, redraw, text, within_line};
 
 }  // namespace vi
