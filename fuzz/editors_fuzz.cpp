@@ -291,7 +291,7 @@ bool happen(int event, KeyWait &result) {
     return !Run.keys.empty();
 }
 
-KeyWait wait_key() {
+KeyWait wait_key(long) {
     e_flush();
     check_row();
     KeyWait result = KeyWait::ready;

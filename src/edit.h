@@ -99,6 +99,8 @@ struct EditView {
     int (*text)(genchar *dst);
     // True while the cursor stands in front of the line's end: keys are then taken in bursts.
     bool (*within_line)();
+    // Called before a wait for a key: draws what was put off while keys were held.
+    void (*make_up)();
 };
 extern const EditView *e_view;
 
@@ -165,6 +167,9 @@ void e_row_renewed();
 // Next key, 0 to 255, or a value pushed back; a carriage return is delivered as newline. Waits for
 // the keyboard, relaying program output meanwhile. Leaves through e_env when input ends or fails.
 int e_getchar();
+// The same for a byte as it was read, or a value pushed back: kNoKey when none comes within
+// `timeout_ns`.
+int e_getbyte(long timeout_ns);
 // The same for a key that the one before, a ^V, has quoted: in the vi style, where a NUL ends the
 // input elsewhere, it is delivered as 0.
 int e_getquoted();

@@ -3,7 +3,7 @@
 #pragma once
 
 // How a wait for a key ended.
-enum class KeyWait { ready, interrupted, taken };
+enum class KeyWait { ready, interrupted, taken, late };
 
 // Most columns of a row that are kept, at least those of the widest window and its prompt.
 inline constexpr int kRowColumns = 161;
@@ -12,7 +12,8 @@ struct EditHost {
     // The editor's wait: sleeps until the keyboard can be read. Program output is relayed meanwhile,
     // with the editor stepping off its row and coming back (e_view). `ready`: read now.
     // `interrupted`: progdone is set. `taken`: the program left line input, the edit has to end.
-    KeyWait (*wait_key)();
+    // `late`: no key has come for `timeout_ns` (kNoTimeout: waits as long as it takes).
+    KeyWait (*wait_key)(long timeout_ns);
     // In a paste the next key is there already: there is nothing to wait for and nothing to show
     // yet. True when a read of the keyboard may be tried without a wait.
     bool (*key_expected)();

@@ -89,8 +89,13 @@ static void note_end() {
     if (tcgetattr(editb.e_fd, &t) != 0) e_gone = 1;
 }
 
-// Reads up to `size` keys. Returns their number, 0 when the edit has to end, -1 when reading fails.
-static int read_keys(unsigned char *keys, int size) {
+// Results of read_keys beside the number of keys.
+static constexpr int kReadFailed = -1;
+static constexpr int kReadLate = -2;
+
+// Reads up to `size` keys. Returns their number, 0 when the edit has to end, kReadFailed, or
+// kReadLate when none has come for `timeout_ns`.
+static int read_keys(unsigned char *keys, int size, long timeout_ns) {
     // A terminal that is gone fails at once, so this many tries take no time.
     constexpr int kAttempts = 100;
     if (e_host->key_expected()) {
@@ -98,10 +103,12 @@ static int read_keys(unsigned char *keys, int size) {
         if (n > 0) return static_cast<int>(n);
     }
     for (int failed = 0; failed < kAttempts;) {
-        switch (e_host->wait_key()) {
+        switch (e_host->wait_key(timeout_ns)) {
             case KeyWait::interrupted:
             case KeyWait::taken:
                 return 0;
+            case KeyWait::late:
+                return kReadLate;
             case KeyWait::ready:
                 break;
         }
@@ -110,7 +117,7 @@ static int read_keys(unsigned char *keys, int size) {
         if (n >= 0) return static_cast<int>(n);
         if (errno != EAGAIN && errno != EINTR) failed++;
     }
-    return -1;
+    return kReadFailed;
 }
 
 // The frames it crosses, the editor's, own nothing.
@@ -136,34 +143,41 @@ static void push_keys(const unsigned char *keys, int count, bool quoted) {
     editb.e_index = count;
 }
 
-static void fill_stack(bool quoted) {
+// False when no key has come for `timeout_ns`.
+static bool fill_stack(bool quoted, long timeout_ns) {
+    e_view->make_up();
     editb.e_inmacro = 0;
     unsigned char keys[kReadAhead];
     // Within the line a burst saves redrawing; at its end one key at a time leaves what is typed
     // after the newline in the terminal.
-    const int count = read_keys(keys, e_view->within_line() ? kReadAhead : 1);
+    const int count = read_keys(keys, e_view->within_line() ? kReadAhead : 1, timeout_ns);
+    if (count == kReadLate) return false;
     if (count > 0) push_keys(keys, count, quoted);
     if (editb.e_index == 0) leave_edit(count < 0 ? kEditFailed : kEditEnd);
+    return true;
 }
 
-static int take_key(bool quoted) {
-    if (editb.e_index == 0) fill_stack(quoted);
-    const int key = editb.e_lbuf[--editb.e_index];
+static int take_key(bool quoted, long timeout_ns) {
+    if (editb.e_index == 0 && !fill_stack(quoted, timeout_ns)) return kNoKey;
     e_keys_taken++;
-    return key == '\r' ? '\n' : key;
+    return editb.e_lbuf[--editb.e_index];
 }
+
+static int newline_for_return(int key) { return key == '\r' ? '\n' : key; }
 
 bool e_key_held() {
     if (editb.e_index > 0 && ends_input(editb.e_lbuf[editb.e_index - 1])) editb.e_index = 0;
     return editb.e_index > 0;
 }
 
-int e_getchar() {
+int e_getbyte(long timeout_ns) {
     (void)e_key_held();  // drops what can't be delivered
-    return take_key(false);
+    return take_key(false, timeout_ns);
 }
 
-int e_getquoted() { return take_key(true); }
+int e_getchar() { return newline_for_return(e_getbyte(kNoTimeout)); }
+
+int e_getquoted() { return newline_for_return(take_key(true, kNoTimeout)); }
 
 long e_read_cooked(int, void *buf, std::size_t len) {
     for (int i = 0; i < kInterruptions && progdone == 0; i++) {

@@ -139,9 +139,8 @@ void draw(DRAWTYPE option) {
     scvalid = 1;
 }
 
-int next_key() {
-    if (scvalid == 0 && !e_key_held()) draw(UPDATE);
-    return e_getchar();
+void make_up() {
+    if (scvalid == 0) draw(UPDATE);
 }
 
 }  // namespace emacs

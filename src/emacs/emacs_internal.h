@@ -105,8 +105,8 @@ void draw(DRAWTYPE option);
 // Moves the terminal's cursor to window column `new_col` (0 to e_wsize). Unless `c` is 0, writes it
 // there, one column further on; the image is left alone.
 void setcursor(int new_col, int c);
-// Next key. Before it waits, an update that was put off while keys were pending is made up for.
-int next_key();
+// Makes up for an update that was put off while keys were pending.
+void make_up();
 // Writes a NUL-terminated string.
 void putstring(const char *s);
 
@@ -132,7 +132,6 @@ After show_version(Command &command);
 After end_line(Command &command);
 After end_line_get_next(Command &command);
 After end_of_file(Command &command);
-After escape_prefix(Command &command);
 // Kill buffer and mark (kill.cpp).
 After set_mark(Command &command);
 After kill_line(Command &command);
@@ -155,9 +154,11 @@ void fetch_next_line();
 // The edit was taken away: a fetched line as it came is nobody's typing, and is fetched again.
 void give_fetched_back();
 
-// Carries out the command typed as ESC and the next key; `count` is the pending count, -1 none.
+// Carries out the command typed as ESC and the key `ch`; `count` is the pending count, -1 none.
 // Returns the count for the command after it, -1 none (escape.cpp).
-int escape(genchar *out, int count);
+int escape(int ch, int count);
+// The next key of a command; an escape key of the user's own is one of its own (loop.cpp).
+int next_key();
 // Lets the user type a text in place of the line and puts the history line that holds it there, or
 // the old line when there is none. `direction` 0 searches newer commands, above 0 older ones
 // (search.cpp).

@@ -3,6 +3,7 @@
 // display follow the loop's own rules.
 #include <algorithm>
 
+#include "edit/decode.h"
 #include "emacs_internal.h"
 
 namespace emacs {
@@ -105,20 +106,16 @@ static constexpr EscapeBinding kEscapeBindings[] = {
     {ctrl('H'), erase_word}, {127, erase_word},  {'>', newest},     {'<', oldest},
 };
 
-int escape(genchar *out, int count) {
+int escape(int ch, int count) {
     int value = 0;
-    bool digit = false;
-    int ch = next_key();
-    for (; is_digit(ch); ch = next_key()) {
-        value = grow_count(value, 10, ch - '0');
-        digit = true;
-    }
+    const bool digit = is_digit(ch);
+    for (; is_digit(ch); ch = next_key()) value = grow_count(value, 10, ch - '0');
     if (digit) {
-        e_ungetchar(ch);
+        e_ungetkey(ch);
         return value;
     }
     for (const EscapeBinding &binding : kEscapeBindings)
-        if (binding.key == ch) return binding.run(out, count < 0 ? 1 : count);
+        if (binding.key == ch) return binding.run(editb.e_inbuf, count < 0 ? 1 : count);
     // An unbound key quotes the ESC, and is then obeyed itself.
     e_ungetchar(ch);
     e_ungetchar(kEscape);

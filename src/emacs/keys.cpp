@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "edit/decode.h"
 #include "emacs_internal.h"
 
 namespace emacs {
@@ -49,7 +50,7 @@ static int index_of(int c, int from, int to) {
 }
 
 After find_character(Command &command) {
-    const int c = next_key();
+    const int c = e_gettyped();
     command.i = editb.e_cur;
     int found = index_of(c, editb.e_cur + 1, editb.e_eol);
     if (found < 0) found = index_of(c, 0, editb.e_cur);
@@ -105,7 +106,7 @@ After show_version(Command & /*command*/) {
     editb.e_cur = 0;
     std::memcpy(editb.e_inbuf, kVersion + kVersionMarker, sizeof kVersion - kVersionMarker);
     draw(UPDATE);
-    e_ungetchar(next_key());
+    e_ungetchar(e_getchar());
     restore_line();
     draw(UPDATE);
     return After::next_key;
@@ -129,27 +130,6 @@ After end_line_get_next(Command &command) {
 After end_of_file(Command & /*command*/) {
     draw(FINAL);
     return After::end_of_input;
-}
-
-After escape_prefix(Command &command) {
-    const int first = next_key();
-    const int second = next_key();
-    command.i = editb.e_cur;
-    switch (second) {
-        case 'A':
-            return uparrow(command);
-        case 'B':
-            return downarrow(command);
-        case 'C':
-            return rightarrow(command);
-        case 'D':
-            return leftarrow(command);
-        default:
-            e_ungetchar(second);
-            e_ungetchar(first);
-            adjust = escape(editb.e_inbuf, command.oadjust);
-            return After::next_key;
-    }
 }
 
 }  // namespace emacs

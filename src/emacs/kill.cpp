@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "edit/decode.h"
 #include "emacs_internal.h"
 
 namespace emacs {
@@ -54,7 +55,7 @@ After kill_line(Command &command) {
     (void)kill_to_end(command);  // draws by itself
 
     if (terminal == PAPER) putstring("\r\n");
-    const int key = next_key();
+    const int key = e_getchar();
     if (key != editb.e_kill) {
         e_ungetchar(key);
     } else if (terminal == PAPER) {
@@ -79,7 +80,7 @@ After delete_region(Command &command) {
 }
 
 After control_x(Command &command) {
-    if (next_key() != ctrl('X')) {
+    if (e_gettyped() != ctrl('X')) {
         e_ringbell();
         return After::next_key;
     }

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "edit/decode.h"
 #include "emacs.h"
 #include "emacs_internal.h"
 #include "wait.h"
@@ -36,8 +37,9 @@ static constexpr Binding kBindings[] = {
     {ctrl('L'), refresh},        {ctrl('N'), downarrow},      {ctrl('O'), end_line_get_next},
     {ctrl('P'), uparrow},        {ctrl('R'), search_history}, {ctrl('T'), transpose},
     {ctrl('U'), multiply_count}, {ctrl('V'), show_version},   {ctrl('W'), delete_region},
-    {ctrl('X'), control_x},      {ctrl('Y'), yank},           {ctrl('['), escape_prefix},
-    {ctrl(']'), find_character},
+    {ctrl('X'), control_x},      {ctrl('Y'), yank},           {ctrl(']'), find_character},
+    {kKeyUp, uparrow},           {kKeyDown, downarrow},       {kKeyRight, rightarrow},
+    {kKeyLeft, leftarrow},
 };
 
 int line_length() { return static_cast<int>(strnlen(editb.e_inbuf, kKeyboardBuffer - 1)); }
@@ -80,10 +82,21 @@ static int code_of(int c) {
     return c;
 }
 
+static After escape_command(Command &command) {
+    adjust = escape(command.c & ~kAlt, command.oadjust);
+    return After::next_key;
+}
+
 static After run(Command &command) {
+    if (command.c > 0 && (command.c & kAlt) != 0) return escape_command(command);
     for (const Binding &binding : kBindings)
         if (binding.key == command.c) return binding.run(command);
     return insert(command);
+}
+
+int next_key() {
+    if (backslash != 0) return e_gettext();
+    return code_of(kEscape) == kEscape ? e_getkey() : e_gettyped();
 }
 
 // Reads and obeys keys until the line is done.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "edit/decode.h"
 #include "emacs_internal.h"
 
 namespace emacs {
@@ -30,7 +31,7 @@ static void put(genchar *out, int n, int c, DRAWTYPE option) {
 static bool type_text(genchar *out) {
     int n = 0;  // characters of it
     for (;;) {
-        const int c = next_key();
+        const int c = e_gettyped();
         if (c == '\n' || c == '\r' || c == '\0') return true;
         if (c == editb.e_erase) {
             if (n == 0) {
@@ -47,7 +48,7 @@ static bool type_text(genchar *out) {
             e_ringbell();
         } else if (c == '\\') {
             put(out, n, c, APPEND);
-            const int quoted = next_key();
+            const int quoted = e_gettext();
             // It takes the place of the backslash, which the screen shows by now.
             if (quoted != '\0')
                 put(out, n, quoted, UPDATE);

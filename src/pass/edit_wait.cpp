@@ -38,9 +38,13 @@ static void come_back() {
     e_flush();
 }
 
-static long until_back() {
-    if (Back_ns == 0) return kNoTimeout;
-    return static_cast<long>(std::max(Back_ns - now_ns(), 0LL));
+// How long the wait may sleep: until the line comes back, or until the moment `late_ns`; 0 is none.
+static long until_due(long long late_ns) {
+    if (Back_ns == 0 && late_ns == 0) return kNoTimeout;
+    const long long due = Back_ns == 0   ? late_ns
+                          : late_ns == 0 ? Back_ns
+                                         : std::min(Back_ns, late_ns);
+    return static_cast<long>(std::max(due - now_ns(), 0LL));
 }
 
 // The program left line input: what the edit holds becomes keys typed ahead.
@@ -96,10 +100,11 @@ bool pass_key_expected() {
     return Vesk_on != 0;
 }
 
-KeyWait pass_wait_key() {
+KeyWait pass_wait_key(long timeout_ns) {
     Stepped_aside = false;
     Back_ns = 0;
     Burst_end_ns = 0;
+    const long long late_ns = timeout_ns == kNoTimeout ? 0 : now_ns() + timeout_ns;
     line_idle();
     e_flush();
     for (;;) {
@@ -108,9 +113,13 @@ KeyWait pass_wait_key() {
         assert_user_mode();
         redraw_after_resume();
         struct pollfd fds[2];
-        const int ready = wait_terminals(master_fd, true, false, until_back(), fds);
+        const int ready = wait_terminals(master_fd, true, false, until_due(late_ns), fds);
         if (progdone != 0) return interrupted();
-        if (!serve(fds, ready)) continue;
+        if (!serve(fds, ready)) {
+            const bool late = late_ns != 0 && now_ns() >= late_ns;
+            if (!late || Stepped_aside || wanted_mode() == KeyReader::program) continue;
+            return KeyWait::late;
+        }
         Input_flushed = 0;
         pass_keys_seen();
         return KeyWait::ready;

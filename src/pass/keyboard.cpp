@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "edit.h"
+#include "edit/decode.h"
 #include "editlib.h"
 #include "pass_internal.h"
 #include "run.h"
@@ -139,9 +140,8 @@ static int read_line(int fd) {
 static int read_keys() {
     int n = 0;
     end_of_input_forget();
-    while (editb.e_index > 0 && n < kLineCapacity) {
-        const int key = editb.e_lbuf[--editb.e_index];
-        if (key >= 0) buff[n++] = static_cast<char>(key);  // negative: an editor's own code
+    while (editb.e_index > 0 && n <= kLineCapacity - kKeyBytes) {
+        n += decode_bytes_of(editb.e_lbuf[--editb.e_index], buff + n);
     }
     if (n > 0) return n;
     errno = 0;

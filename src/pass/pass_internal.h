@@ -129,7 +129,7 @@ void row_forget();
 void pass_loop(int fd);
 
 // What the editors ask of their host (EditHost), here and in row.cpp.
-KeyWait pass_wait_key();
+KeyWait pass_wait_key(long timeout_ns);
 bool pass_key_expected();
 int pass_row_rest(char *dst);
 int pass_row_column();

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "edit/decode.h"
 #include "history.h"
 #include "vi_internal.h"
 
@@ -161,7 +162,7 @@ static constexpr Command kCommands[] = {
     {'\n', accept},        {ctrl('L'), redraw},   {'#', accept_as_comment}, {'j', next_line},
     {'+', next_line},      {'k', previous_line},  {'-', previous_line},     {'/', search_history},
     {'?', search_history}, {'n', search_history}, {'N', search_history},    {'G', go_to_line},
-    {'U', undo_all},       {'u', undo},
+    {'U', undo_all},       {'u', undo},           {kKeyUp, previous_line},  {kKeyDown, next_line},
 };
 
 static const Command *find_command(int key) {
@@ -200,12 +201,13 @@ static void enter() {
 // which leaves the bracket and the letter.
 static int command_key() {
     view_mode = MODE_CONTROL;
-    const int c = next_key();
-    const bool arrow = after_escape && c == '[';
-    after_escape = false;
-    if (!arrow) return c;
-    e_ungetchar(c);
-    return kEscape;
+    if (after_escape) {
+        after_escape = false;
+        const int c = e_getchar();
+        e_ungetchar(c);
+        if (c == '[') e_ungetchar(kEscape);
+    }
+    return e_getkey();
 }
 
 static int line_start() {
@@ -219,12 +221,10 @@ static int obey(int c, Visit &visit) {
     if (c == '0') return line_start();
     if (is_digit(c)) {
         editb.e_mode = editb.e_repeat;
-        c = getcount(c);
+        c = getcount(c, e_getkey);
         if (c == '.') editb.e_mode = editb.e_repeat;
     }
     const int moved = mvcursor(c);
-    if (moved == kDownArrow) return run_command('j', visit);
-    if (moved == kUpArrow) return run_command('k', visit);
     if (moved == 0) {
         sync_cursor();
         editb.e_repeat = 1;

@@ -60,11 +60,13 @@ static int move_past_end(int motion) {
 }
 
 // Motions that don't take the character they stop on.
-static bool exclusive(int motion) { return motion != '\0' && strchr("wWhl \b", motion) != nullptr; }
+static bool exclusive(int motion) {
+    return motion > 0 && motion < 128 && strchr("wWhl \b", motion) != nullptr;
+}
 
 // Motions behind which an operator goes on when they can't move.
 static bool may_stay(int motion) {
-    return exclusive(motion) || (motion != '\0' && strchr("bBeE", motion) != nullptr);
+    return exclusive(motion) || (motion > 0 && motion < 128 && strchr("bBeE", motion) != nullptr);
 }
 
 int delmotion(int motion, int mode) {

@@ -185,14 +185,8 @@ void show_line() {
     if (blank != 0) editb.e_inbuf[editb.e_eol] = ' ';
 }
 
-int next_key() {
-    if (refresh_owed && !e_key_held()) show_line();
-    return e_getchar();
-}
-
-int next_quoted() {
-    if (refresh_owed && editb.e_index == 0) show_line();
-    return e_getquoted();
+void make_up() {
+    if (refresh_owed) show_line();
 }
 
 }  // namespace vi

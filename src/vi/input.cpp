@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "edit/decode.h"
 #include "vi_internal.h"
 
 namespace vi {
@@ -33,10 +34,10 @@ void append(int c, int mode) {
         editb.e_inbuf[++editb.e_cur] = static_cast<genchar>(c);
 }
 
-int getcount(int c) {
+int getcount(int c, int (*next)()) {
     repeat_set++;
     int count = 0;
-    for (; is_digit(c); c = next_key()) count = std::min(count * 10 + (c - '0'), kMaxCount);
+    for (; is_digit(c); c = next()) count = std::min(count * 10 + (c - '0'), kMaxCount);
     editb.e_repeat = std::min(editb.e_repeat * std::max(count, 1), kMaxCount);
     return c;
 }
@@ -112,7 +113,7 @@ static After erase_word() {
 
 // The key behind ^V is text. A NUL can't be.
 static After quoted_key(int &mode) {
-    const int c = next_quoted();
+    const int c = e_getquoted();
     if (c != 0) return text_key(c, mode);
     e_ringbell();
     return After::next_key;
@@ -178,7 +179,7 @@ void VIgetline(int mode) {
             e_ringbell();
             if (by_command) continue;
         }
-        after = obey(next_key(), mode);
+        after = obey(e_gettyped(), mode);
     }
 }
 

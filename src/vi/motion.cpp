@@ -2,6 +2,7 @@
 // where it is.
 #include <algorithm>
 
+#include "edit/decode.h"
 #include "vi_internal.h"
 
 namespace vi {
@@ -48,7 +49,7 @@ static int word_end(int key, int n) { return over_words(endword, key, n); }
 static int find(int key, int n) {
     if (key != ';' && key != ',') {
         last_find = key;
-        editb.e_fchar = next_key();
+        editb.e_fchar = e_gettyped();
     }
     if (last_find == 0 || editb.e_fchar < 0) return -1;
     const bool forwards = (last_find == 'f' || last_find == 't') == (key != ',');
@@ -65,32 +66,20 @@ static int find(int key, int n) {
     return 0;
 }
 
-static int arrow(int, int n) {
-    if (next_key() != '[') return -1;
-    switch (next_key()) {
-        case 'A':
-            return kUpArrow;
-        case 'B':
-            return kDownArrow;
-        case 'C':
-            return step(1, n);
-        case 'D':
-            return step(-1, n);
-        default:
-            return -1;
-    }
-}
+// Behind an operator the sequence of an arrow key is read here, and read anew when it is repeated.
+static int sequence(int, int) { return mvcursor(e_getsequence()); }
 
 struct Motion {
     int key;
     int (*run)(int key, int n);
 };
 static constexpr Motion kMotions[] = {
-    {'h', left},         {ctrl('H'), left}, {'l', right},     {' ', right},
-    {'0', line_start},   {'^', first_word}, {'$', line_end},  {'w', word_forward},
-    {'W', word_forward}, {'b', word_back},  {'B', word_back}, {'e', word_end},
-    {'E', word_end},     {'f', find},       {'F', find},      {'t', find},
-    {'T', find},         {';', find},       {',', find},      {kEscape, arrow},
+    {'h', left},         {ctrl('H'), left},   {'l', right},     {' ', right},
+    {'0', line_start},   {'^', first_word},   {'$', line_end},  {'w', word_forward},
+    {'W', word_forward}, {'b', word_back},    {'B', word_back}, {'e', word_end},
+    {'E', word_end},     {'f', find},         {'F', find},      {'t', find},
+    {'T', find},         {';', find},         {',', find},      {kKeyLeft, left},
+    {kKeyRight, right},  {kEscape, sequence},
 };
 
 int mvcursor(int motion) {

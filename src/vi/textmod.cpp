@@ -2,6 +2,7 @@
 // what was typed in its input mode is then put in from e_tmp.
 #include <cstring>
 
+#include "edit/decode.h"
 #include "history.h"
 #include "vi_internal.h"
 
@@ -120,7 +121,7 @@ static int overwrite(Change &change) {
 }
 
 static int replace_one(Change &change) {
-    const int c = change.again ? byte_of(editb.e_tmp[0]) : next_key();
+    const int c = change.again ? byte_of(editb.e_tmp[0]) : e_gettyped();
     if (editb.e_cur == -1 || c == '\0') return RESULT_BAD;
     if (editb.e_tmp[0] == '\0') editb.e_tmp[1] = '\0';
     editb.e_tmp[0] = static_cast<genchar>(c);
@@ -148,8 +149,8 @@ static int substitute_chars(Change &change) {
 // The motion behind an operator: the next key, or the one behind a count.
 static int read_motion(const Change &change) {
     if (change.again) return last_motion();
-    const int c = next_key();
-    return is_digit(c) && c != '0' ? getcount(c) : c;
+    const int c = e_gettyped();
+    return is_digit(c) && c != '0' ? getcount(c, e_gettyped) : c;
 }
 
 static int change_over(Change &change, int motion) {

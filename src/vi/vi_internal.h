@@ -1,6 +1,6 @@
 // vi_internal.h: what the files of the vi editor share. A line is edited in place in the caller's
 // buffer. Its first part may come from the terminal driver (read.cpp); then input mode (input.cpp)
-// and command mode (command.cpp) take turns until a newline. Keys are waited for in next_key only:
+// and command mode (command.cpp) take turns until a newline. Keys are waited for in e_getkey and its relatives only:
 // there program output may take the line off the screen and bring it back (view.cpp), and there the
 // edit may end by a jump to editb.e_env. What is kept across a wait stands in editb, in the state
 // below, or in frames that hold nothing to destroy.
@@ -25,10 +25,6 @@ inline constexpr int MODE_INSERT = -35;     // input mode with the cursor alread
 inline constexpr int MODE_REPLACE = -40;    // typed characters overwrite
 inline constexpr int MODE_SEARCH = -45;     // a search text is typed
 inline constexpr int MODE_TRANSLATE = -50;  // display: build the image, write nothing
-
-// Results of mvcursor for keys that command mode takes as moves in the history.
-inline constexpr int kDownArrow = 101;
-inline constexpr int kUpArrow = 102;
 
 // Value of ocur_virt while nothing is known of the last refresh; -1 says the same.
 inline constexpr int kNoRefresh = 256;
@@ -74,11 +70,6 @@ extern bool after_escape;  // the escape key that ended the driver's part was th
 
 inline int char_at(int i) { return byte_of(editb.e_inbuf[i]); }
 
-// Next key; before it waits, what the screen owes is written.
-int next_key();
-// The same for a key behind ^V, which may be a NUL.
-int next_quoted();
-
 // read.cpp
 // Gives up the prompt where it leaves no room: a window under 10 columns, or prompt and `text_len`
 // characters above 255. Sets e_wsize (that e_setup has made) and e_llimit.
@@ -94,9 +85,9 @@ void VIgetline(int mode);
 void append(int c, int mode);
 // The same without the limit of the line: as long as the newline still fits in the buffer.
 void insert(int c);
-// Reads a count of which `c` is the first digit, multiplies it into e_repeat and returns the key
-// after.
-int getcount(int c);
+// Reads a count of which `c` is the first digit, with `next`, multiplies it into e_repeat and returns
+// the key after.
+int getcount(int c, int (*next)());
 // Whether the line, or the columns that show it, have reached e_llimit.
 bool line_full();
 
@@ -112,7 +103,7 @@ int textmod(int c, int mode);
 void replace(int c, int increment);
 
 // motion.cpp Moves the cursor by the motion key `motion`, e_repeat times. 0; -1 when it is no
-// motion or can't be made (the cursor stays); kDownArrow, kUpArrow.
+// motion or can't be made (the cursor stays).
 int mvcursor(int motion);
 
 // words.cpp: over `nwords` words; an upper-case motion letter takes everything but blanks for a
@@ -157,6 +148,8 @@ void forget_window();
 void forget_row();
 // The same for a fresh row, the cursor behind the prompt.
 void renew_row();
+// Makes up for a refresh that was put off while keys were held.
+void make_up();
 // Shows the line as it is while a key is awaited: without the blank that an operator has put behind
 // it, the cursor as view_mode says.
 void show_line();

@@ -1,5 +1,5 @@
 // view.cpp: how the line makes way for program output and comes back. Output arrives only while a
-// key is awaited, and next_key brings the row up to date before each wait.
+// key is awaited, and make_up brings the row up to date before each wait.
 #include <algorithm>
 #include <cstring>
 
@@ -88,6 +88,6 @@ static int text(genchar *dst) {
 
 static bool within_line() { return editb.e_cur < editb.e_eol; }
 
-const EditView view = {step_off, come_back, redraw, text, within_line};
+const EditView view = {step_off, come_back, redraw, text, within_line, make_up};
 
 }  // namespace vi
