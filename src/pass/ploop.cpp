@@ -30,7 +30,7 @@ static void look_from_now() {
 
 // Nanoseconds until the next look, kNoTimeout when there is none to come.
 static long until_look() {
-    if (Looks == std::size(kLookAgain) || Vesk_on == 0 || editb.e_raw != kTtyAlt) return kNoTimeout;
+    if (Looks == std::size(kLookAgain) || wanted_mode() != KeyReader::driver) return kNoTimeout;
     return static_cast<long>(std::max(Served_ns + kLookAgain[Looks] - now_ns(), 0LL));
 }
 
