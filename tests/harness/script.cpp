@@ -116,6 +116,15 @@ static void expect_idle(Script &s, std::istream &in) {
     EXPECT_LT(s.life().processor_ns - before.processor_ns, 20'000'000);  // it does not spin either
 }
 
+// What is not there yet when a step is taken may still come too early.
+static void expect_late(Script &s, std::istream &in) {
+    const auto least = std::chrono::milliseconds(number(in));
+    std::string step;
+    std::getline(in >> std::ws, step);
+    take(s, step);
+    EXPECT_GE(std::chrono::steady_clock::now() - s.acted, least);
+}
+
 using Step = void (*)(Script &s, std::istream &in);
 
 // The steps that make a state.
@@ -164,6 +173,7 @@ static const std::map<std::string, Step> kLooks = {
     {"asleep", [](Script &s, std::istream &) { s.wait_asleep(); }},
     {"silent", [](Script &s, std::istream &) { s.wait_silent(); }},
     {"idle", expect_idle},
+    {"late", expect_late},
     {"stopped", [](Script &s, std::istream &in) { EXPECT_EQ(s.wait_stopped(), signal_of(in)); }},
     {"exit", [](Script &s, std::istream &in) { EXPECT_EQ(s.wait_exit(), number(in)); }},
     {"gone", [](Script &s, std::istream &) { s.wait_no_process(); }},
@@ -200,6 +210,7 @@ void take(Script &s, const std::string &text, const Verbs &more) {
         own->second(in);
     } else if (act != kActs.end()) {
         s.from = s.mark();
+        s.acted = std::chrono::steady_clock::now();
         act->second(s, in);
     } else if (look != kLooks.end()) {
         look->second(s, in);

@@ -45,6 +45,7 @@
 //     mode NAME            of the terminal: original, pass, raw, alt; $own is that of the style
 //     asleep               morp
 //     idle N               and morp wakes up no more than N times in a while
+//     late N STEP          and no earlier than N ms after the last step that made a state
 //     silent               the program's terminal, which does not echo
 //     size ROWS COLUMNS    that the user's terminal has
 //     stopped NAME         by this signal
@@ -54,6 +55,7 @@
 //     run COMMAND          succeeds there, in a shell beside morp
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <iosfwd>
 #include <map>
@@ -67,8 +69,9 @@ namespace harness {
 
 struct Script : Desk {
     using Desk::Desk;
-    std::size_t from = 0;                  // how much had been written at the last step that acts
-    std::vector<std::string> rows = {""};  // the screen that a talk expects
+    std::size_t from = 0;  // how much had been written at the last step that acts
+    std::chrono::steady_clock::time_point acted;  // when that was
+    std::vector<std::string> rows = {""};         // the screen that a talk expects
 };
 
 // Steps of the caller's own: each is given the rest of its text.
