@@ -15,6 +15,7 @@ SESSIONS(start);
 SESSIONS(relay);
 SESSIONS(jobs);
 SESSIONS(faults);
+SESSIONS(floods);
 SESSIONS(output);
 SESSIONS(programs);
 SESSIONS(emacs);

@@ -1,10 +1,188 @@
-// editors_test.cpp: the editors in this process; their cases are in cases/emacs.txt and vi.txt. How
-// the line makes way for program output is in e2e_sessions_test.cpp.
+// editors_test.cpp: an editor on a pseudo-terminal in this process: keys in, the bytes written and
+// the line delivered out. All keys lie in the terminal before the edit starts, so at the end of the
+// line they are read one by one, within it in bursts. The cases are in cases/emacs.txt and
+// vi.txt; a case sets
+//
+//     style, columns, prompt, erase, kill
+//     history     commands, with "; " between them
+//     typed       keys before those of each case
+//     stale       1: the row still shows an interrupted edit
+//     cooked      1: the driver has a part of the (vi) line
+//     keys        a carriage return follows
+//
+// and one or more of what is expected:
+//
+//     line        delivered; a newline follows
+//     shown       bytes written before those of `output`
+//     output      bytes written; a newline follows
+//     bells       how often the bell was rung
+//     row, col    what the cursor's row showed before the line's end, and the cursor's column
+//     next        same, other: what the prompt, printed once more, counts as
+//
+// A case that is called "... something" goes on in the terminal of the case before.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <termios.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdlib>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
 
-#include "editor_cases.h"
+#include "edit.h"
+#include "editlib.h"
+#include "emacs.h"
+#include "harness/cases.h"
+#include "harness/screen.h"
+#include "history.h"
+#include "pass.h"
+#include "pty.h"
+#include "tty.h"
+#include "utils.h"
+#include "vi.h"
+#include "wait.h"
+
+class EditorTerminal {
+public:
+    explicit EditorTerminal(const harness::Fields &setting) {
+        setenv("COLUMNS", harness::get(setting, "columns", "80").c_str(), 1);
+        setenv("Q_VXHISTFILE", "", 1);
+        setenv("Q_VXHISTSIZE", "128", 1);
+        setenv("Q_VXEDITOR", harness::get(setting, "style").c_str(), 1);
+        saved_in_ = dup(STDIN_FILENO);
+        saved_err_ = dup(STDERR_FILENO);
+        int out[2] = {-1, -1};
+        keys_ = pty_master();
+        const int slave = open(pty_dname_slave(), O_RDWR | O_NOCTTY);
+        if (slave < 0 || pipe(out) != 0) abort();
+        termios t{};
+        tcgetattr(slave, &t);
+        t.c_iflag &= ~static_cast<tcflag_t>(IXON);
+        t.c_cc[VERASE] = key(setting, "erase", "^?");
+        t.c_cc[VKILL] = key(setting, "kill", "^U");
+        // The driver leaves ^V in the line, and what would be a signal is a key.
+        for (const int special : {VLNEXT, VINTR, VQUIT, VSUSP}) t.c_cc[special] = 0;
+        tcsetattr(slave, TCSANOW, &t);
+        Tty_original.tty_termios = t;
+        dup2(slave, STDIN_FILENO);
+        dup2(out[1], STDERR_FILENO);
+        close(slave);
+        close(out[1]);
+        out_ = out[0];
+        fcntl(out_, F_SETFL, O_NONBLOCK);
+        edit_reset_for_test();
+        e_host = &pass_host;
+        emacs_reset_for_test();
+        vi_reset_for_test();
+        kread_reset_for_test();
+        opt_flag = get_editor_type();
+        Vesk_on = 1;
+        hist_open();
+    }
+    ~EditorTerminal() {
+        hist_close_for_test();
+        dup2(saved_in_, STDIN_FILENO);
+        dup2(saved_err_, STDERR_FILENO);
+        for (const int fd : {saved_in_, saved_err_, keys_, out_}) close(fd);
+    }
+    EditorTerminal(const EditorTerminal &) = delete;
+    EditorTerminal &operator=(const EditorTerminal &) = delete;
+
+    struct Line {
+        int result;
+        std::string text;  // what was delivered
+        std::string output;
+    };
+    Line read(std::string_view keys, bool cooked = false) {
+        const bool vi = opt_flag == kStyleVi;
+        if (vi) e_setalt(STDIN_FILENO);
+        if (!cooked) e_setraw(STDIN_FILENO);
+        // A vi line begins in raw mode only with a key typed ahead.
+        const bool ahead = vi && !cooked && !keys.empty();
+        const std::string_view typed = keys.substr(ahead ? 1 : 0);
+        EXPECT_EQ(write(keys_, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+        if (ahead) e_ungetchar(byte_of(keys[0]));
+        char line[kKeyboardBuffer + 1] = {};
+        line[kKeyboardBuffer] = '!';  // nobody may write here
+        const int result = kread(STDIN_FILENO, line, kLineCapacity);
+        EXPECT_EQ(line[kKeyboardBuffer], '!');
+        char bytes[32768];
+        const ssize_t n = ::read(out_, bytes, sizeof bytes);
+        return {result,
+                {line, static_cast<std::size_t>(std::max(result, 0))},
+                {bytes, static_cast<std::size_t>(std::max<ssize_t>(n, 0))}};
+    }
+
+private:
+    static cc_t key(const harness::Fields &setting, const char *name, const char *otherwise) {
+        return static_cast<cc_t>(harness::unescaped(harness::get(setting, name, otherwise))[0]);
+    }
+
+    int saved_in_, saved_err_, keys_ = -1, out_ = -1;
+};
+
+static void remember(std::string_view commands) {
+    while (!commands.empty()) {
+        const std::size_t end = std::min(commands.find("; "), commands.size());
+        const std::string command = harness::unescaped(commands.substr(0, end));
+        hist_record(command.data(), command.size());
+        commands.remove_prefix(std::min(end + 2, commands.size()));
+    }
+}
+
+// Output that ended the line's row: what that showed before.
+static void check_row(const harness::Fields &c, std::string output) {
+    if (!c.contains("row")) return;
+    ASSERT_TRUE(output.ends_with('\n'));
+    output.pop_back();
+    harness::Screen screen(12, std::stoi(harness::get(c, "columns", "80")));
+    screen.feed(output);
+    const harness::Place at = screen.cursor();
+    EXPECT_EQ(screen.row(at.row), harness::unescaped(c.at("row")));
+    EXPECT_EQ(std::to_string(at.col), c.at("col"));
+}
+
+static void check_case(EditorTerminal &terminal, const harness::Fields &c) {
+    using harness::unescaped;
+    // A misspelt column would be a case that expects nothing.
+    static const std::set<std::string> kKnown = {
+        "name",   "style", "columns", "prompt", "erase",  "kill",  "history", "typed", "stale",
+        "cooked", "keys",  "line",    "shown",  "output", "bells", "row",     "col",   "next"};
+    for (const auto &[name, text] : c) EXPECT_TRUE(kKnown.contains(name)) << name;
+    e_setup_prime(unescaped(harness::get(c, "prompt")).c_str());
+    e_row_stale = std::stoi(harness::get(c, "stale", "0"));
+    const std::string keys = unescaped(harness::get(c, "typed") + c.at("keys"), "\r");
+    const EditorTerminal::Line got = terminal.read(keys, c.contains("cooked"));
+    const auto expect = [&](const char *name, const std::string &value, const char *end,
+                            const std::string &before) {
+        if (!c.contains(name)) return;
+        EXPECT_EQ(value, unescaped(before + c.at(name), end)) << name;
+    };
+    expect("line", got.text, "\n", "");
+    expect("output", got.output, "\n", harness::get(c, "shown"));
+    expect("bells", std::to_string(std::count(got.output.begin(), got.output.end(), '\a')), "", "");
+    check_row(c, got.output);
+    if (!c.contains("next")) return;
+    e_setup_prime(unescaped(harness::get(c, "prompt")).c_str());
+    expect("next", e_compare_prompt() == PromptNow::same ? "same" : "other", "", "");
+}
+
+static void check_cases(const harness::Section &section) {
+    std::optional<EditorTerminal> terminal;
+    for (const harness::Case &c : section.cases()) {
+        SCOPED_TRACE(c.where);
+        if (!c.fields.at("name").starts_with("...")) {
+            terminal.reset();
+            terminal.emplace(c.fields);
+            remember(harness::get(c.fields, "history"));
+        }
+        check_case(*terminal, c.fields);
+    }
+}
 
 class Editors : public testing::TestWithParam<harness::Section> {};
 

@@ -4,15 +4,12 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 
 namespace harness {
-
-static std::string prompt_of(const Fields &settings) {
-    return unescaped(get(settings, "prompt", ">\\s"));
-}
 
 // Nothing is said about the program.
 static bool is_usual(const Fields &settings) {
@@ -24,13 +21,14 @@ static Options options_of(const Fields &settings, const std::string &style,
                           const std::string &mode) {
     Options options{.style = style,
                     .morp_args = words_of(get(settings, "args", "-m " + mode)),
+                    .prompt = unescaped(get(settings, "prompt", ">\\s")),
                     .rows = std::stoi(get(settings, "rows", "24")),
                     .cols = std::stoi(get(settings, "columns", "80"))};
     if (settings.contains("outer")) options.outer = {"sh", "-c", settings.at("outer")};
     options.program = words_of(get(settings, "program"));
     for (std::string &word : options.program) word = unescaped(word);
     if (settings.contains("script")) options.program = {"sh", "-c", settings.at("script")};
-    if (is_usual(settings)) options.program = {"actor", "echo", prompt_of(settings)};
+    if (is_usual(settings)) options.program = {"actor", "echo", options.prompt};
     return options;
 }
 
@@ -107,6 +105,16 @@ static void send(Script &s, std::istream &in) {
                    [&] { return s.output().find("<" + line + ">", s.from) != std::string::npos; });
 }
 
+static void spread(Script &s, std::istream &in) {
+    for (const char key : rest(in)) {
+        const auto mark = s.mark();
+        s.wait_for("more output", [&] {
+            return s.mark() > mark + 1000 || s.output().find("flooded") != std::string::npos;
+        });
+        s.type({&key, 1});
+    }
+}
+
 // Time has to pass for this, as for nothing else here; a wake-up in it is a fault at any length.
 static void expect_idle(Script &s, std::istream &in) {
     const Nap before = s.life();
@@ -149,6 +157,8 @@ static const std::map<std::string, Step> kActs = {
     {"restore", [](Script &s, std::istream &) { s.set_terminal(s.terminal_at_start()); }},
     {"edit", [](Script &s, std::istream &in) { s.edit(rest(in)); }},
     {"talk", talk},
+    {"spread", spread},
+    {"paste", [](Script &s, std::istream &in) { s.type(s.file(rest(in))); }},
 };
 
 static const std::map<std::string, Step> kLooks = {
@@ -179,6 +189,12 @@ static const std::map<std::string, Step> kLooks = {
     {"gone", [](Script &s, std::istream &) { s.wait_no_process(); }},
     {"recorded", [](Script &s, std::istream &in) { EXPECT_GT(count(s.history(), rest(in)), 0); }},
     {"unrecorded", [](Script &s, std::istream &in) { EXPECT_EQ(count(s.history(), rest(in)), 0); }},
+    {"keep",
+     [](Script &s, std::istream &in) {
+         const std::string name = s.home() + "/" + rest(in);
+         std::ofstream(name) << s.output();
+         std::ofstream(name + ".rows") << s.screen();
+     }},
     {"run",
      [](Script &s, std::istream &in) {
          EXPECT_EQ(system(("cd '" + s.home() + "' && " + rest(in)).c_str()), 0);
@@ -224,7 +240,7 @@ static void check_session(const Section &section, const Fields &fields, const st
                           const std::string &mode) {
     Fields settings = fields;
     for (auto &[name, value] : settings) value = filled(value, fields);
-    Script s(options_of(settings, style, mode), prompt_of(settings));
+    Script s(options_of(settings, style, mode));
     if (is_usual(settings)) s.wait_start();
     for (const auto &[where, text] : section.steps()) {
         const std::string step = filled(text, settings);

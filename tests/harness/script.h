@@ -19,6 +19,8 @@
 // from 0:
 //
 //     type KEYS
+//     paste FILE           of the home folder
+//     spread KEYS          over the output, up to where it says "flooded"
 //     send LINE            and a carriage return; waits for <LINE>
 //     edit TEXT            the cursor then in front of its last character
 //     print BYTES          on the program's terminal
@@ -52,6 +54,7 @@
 //     exit STATUS          0 if not given; "gone": no process is left
 //     recorded, unrecorded TEXT    in the history
 //     file NAME BYTES      in the home folder
+//     keep FILE            puts all that was written there, and the screen into FILE.rows
 //     run COMMAND          succeeds there, in a shell beside morp
 #pragma once
 
@@ -63,12 +66,12 @@
 #include <vector>
 
 #include "harness/cases.h"
-#include "harness/desk.h"
+#include "harness/session.h"
 
 namespace harness {
 
-struct Script : Desk {
-    using Desk::Desk;
+struct Script : Session {
+    using Session::Session;
     std::size_t from = 0;  // how much had been written at the last step that acts
     std::chrono::steady_clock::time_point acted;  // when that was
     std::vector<std::string> rows = {""};         // the screen that a talk expects

@@ -78,7 +78,10 @@ Session::Session(std::string_view style, std::string_view script)
     : Session(Options{.style = std::string(style), .program = {"sh", "-c", std::string(script)}}) {}
 
 Session::Session(Options options)
-    : options_(std::move(options)), screen_(options_.rows, options_.cols) {
+    : options_(std::move(options)),
+      screen_(options_.rows, options_.cols),
+      paper_(options_.rows, options_.cols) {
+    paper_.feed(options_.prompt);
     std::string name = (fs::temp_directory_path() / "morp-test-XXXXXX").string();
     if (!mkdtemp(name.data())) fail_errno("mkdtemp");
     dir_ = name;
@@ -119,7 +122,7 @@ Session::~Session() {
         if (entry.path().filename().string().starts_with("report"))
             ADD_FAILURE() << slurp(entry.path());
     }
-    for (const int fd : {master_, slave_, control_}) close(fd);
+    for (const int fd : {master_, slave_, control_, terminal_}) close(fd);
     std::error_code ignored;  // a test may have taken rights away in its own home
     fs::remove_all(dir_, ignored);
 }

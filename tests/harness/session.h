@@ -28,6 +28,7 @@ struct Options {
     // Run in place of "morp program", for example {"dash", "-i"}; $MORP is morp's path in it.
     std::vector<std::string> outer = {};
     std::map<std::string, std::string> env = {};  // further variables
+    std::string prompt = "> ";                    // what the program itself prints first
     int rows = 24;
     int cols = 80;
     // Bytes laid into a file of this name in the home directory.
@@ -101,6 +102,25 @@ public:
     void wait_no_process();
     void fg() { resume('f'); }
 
+    // Beside the program the test prints on the program's terminal; a second screen, the paper, gets
+    // only what was printed: what the user would see without the line that is edited.
+    //
+    // Waits until the screen is what was printed, and morp asleep.
+    void wait_start();
+    // The same; types `text`, the cursor then in front of its last character and the next key text.
+    void edit(const std::string &text);
+    // Prints all of `text`; `meanwhile` is called whenever the terminal takes no more, or has
+    // taken a piece.
+    void print(
+        std::string_view text, const std::function<void()> &meanwhile = [] {});
+    // Waits until the screen is what was printed and `line` behind it, with the cursor `col`
+    // columns further on, and morp asleep.
+    void wait_line(int col, const std::string &line);
+    // Waits until the screen is `wanted`, as screen() gives it, and morp asleep or ended.
+    void wait_screen(const std::string &wanted, Place place);
+    // Waits until the program has switched its echo off.
+    void wait_silent();
+
     // The screen: row `n` without trailing blanks, all rows, the cursor.
     std::string row(int n) { return view().row(n); }
     std::string screen() { return view().all(); }
@@ -146,6 +166,7 @@ private:
     bool settled();
     bool at_prompt(std::string_view shown);
     void finish();
+    int terminal();
 
     Options options_;
     std::filesystem::path dir_;  // of this run: home, sanitizer reports
@@ -157,6 +178,8 @@ private:
     // The screen lags behind the log until it is looked at: most of a flood scrolls by unseen.
     Screen screen_;
     std::size_t on_screen_ = 0;
+    Screen paper_;
+    int terminal_ = -1;  // the program's, for printing
     std::string log_;
     std::string report_;  // half a line from the holder
     pid_t job_ = -1;

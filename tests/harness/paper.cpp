@@ -1,13 +1,14 @@
-#include "harness/desk.h"
+// paper.cpp: what a session prints beside its program, and what the screen then has to show.
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <stdexcept>
+
+#include "harness/session.h"
 
 namespace harness {
 
@@ -23,36 +24,27 @@ static std::string without_end(std::string text, char blank) {
     return text;
 }
 
-Desk::Desk(const Options &options, std::string_view prompt)
-    : Session(options),
-      vi_(options.style == "vi"),
-      rows_(options.rows),
-      paper_(options.rows, options.cols) {
-    paper_.feed(prompt);
-}
-
-Desk::~Desk() { close(terminal_); }
-
-int Desk::terminal() {
+int Session::terminal() {
     if (terminal_ < 0)
         terminal_ = open(program_terminal().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (terminal_ < 0) throw std::runtime_error("the program's terminal");
     return terminal_;
 }
 
-void Desk::wait_start() { wait_screen(paper_.all(), paper_.cursor()); }
+void Session::wait_start() { wait_screen(paper_.all(), paper_.cursor()); }
 
-void Desk::edit(const std::string &text) {
+void Session::edit(const std::string &text) {
+    const bool vi = options_.style == "vi";
     wait_start();
-    type(text + (vi_ ? "\x1b" : "\2"));
+    type(text + (vi ? "\x1b" : "\2"));
     wait_mode(Mode::raw);
-    if (vi_) type("i");
+    if (vi) type("i");
     const int column = paper_.cursor().col + static_cast<int>(text.size()) - 1;
     wait_for("the cursor in the text", [&] { return cursor().col == column; });
     wait_asleep();
 }
 
-void Desk::print(std::string_view text, const std::function<void()> &meanwhile) {
+void Session::print(std::string_view text, const std::function<void()> &meanwhile) {
     // Of a flood only the end, which covers all of the paper.
     constexpr std::size_t kMost = 16384;
     paper_.feed(
@@ -67,23 +59,23 @@ void Desk::print(std::string_view text, const std::function<void()> &meanwhile) 
     }
 }
 
-void Desk::wait_line(int col, const std::string &line) {
+void Session::wait_line(int col, const std::string &line) {
     const Place at = paper_.cursor();
     std::string wanted;
-    for (int n = 0; n < rows_; ++n)
+    for (int n = 0; n < options_.rows; ++n)
         wanted +=
             (n == at.row ? without_end(paper_.text(n, 0, at.col) + line, ' ') : paper_.row(n)) +
             '\n';
     wait_screen(without_end(wanted, '\n') + '\n', {at.row, at.col + col});
 }
 
-void Desk::wait_screen(const std::string &wanted, Place place) {
+void Session::wait_screen(const std::string &wanted, Place place) {
     wait_settled("cursor at row " + std::to_string(place.row) + ", column " +
                      std::to_string(place.col) + ", and the screen\n" + wanted,
                  [&] { return screen() == wanted && cursor() == place; });
 }
 
-void Desk::wait_silent() {
+void Session::wait_silent() {
     wait_for("the program's echo to be off", [&] {
         termios now{};
         return tcgetattr(terminal(), &now) == 0 && (now.c_lflag & ECHO) == 0;
