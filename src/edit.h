@@ -132,6 +132,12 @@ int e_setalt(int fd);
 // Takes text that the driver holds in alternative mode into the read-ahead stack: the next line
 // starts with it in raw mode.
 void e_take_typed(int fd);
+// To be called after the switch from alternative to raw mode, with no key held: takes the keys that
+// waited into the read-ahead stack. Returns the columns that the driver's echo of them takes behind
+// the line; -1 where the echo has moved the cursor in another way, or can't be told.
+int e_take_echoed();
+// Columns of the terminal, 0 where they aren't known.
+int e_columns();
 // Gives the terminal its saved settings back. Ends the process with status 2 when that fails while
 // the terminal is there: a closed descriptor, one that is no terminal, and a hang-up are passed over.
 void e_setcooked(int fd);

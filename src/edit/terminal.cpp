@@ -130,7 +130,32 @@ int e_setalt(int fd) {
 }
 
 void e_take_typed(int fd) {
-    if (editb.e_raw == kTtyAlt && e_setraw(fd) == 0) (void)e_setalt(fd);
+    if (editb.e_raw != kTtyAlt) return;
+    // Of text without a line end the driver tells nothing. Output that the user has stopped stays so.
+    const struct termios raw = raw_of(ttyparm);
+    if (local_tcset(fd, 0, &raw) != 0) return;
+    Marked = keyboard_waiting();
+    editb.e_raw = kTtyRaw;
+    (void)e_setalt(fd);
+}
+
+int e_take_echoed() {
+    const int echoed = Marked;
+    const int held = editb.e_index;
+    take_ahead();
+    if (echoed > editb.e_index - held) return -1;
+    int columns = 0;
+    bool left = false;
+    for (int i = 0; i < echoed; i++) {
+        const int key = editb.e_lbuf[editb.e_index - 1 - i];
+        if (key == '\r')
+            left = true;
+        else if (is_printable(key))
+            columns++;
+        else if (key != kEscape)
+            return -1;
+    }
+    return left && columns > 0 ? -1 : columns;
 }
 
 void e_setcooked(int fd) {
@@ -184,6 +209,8 @@ int e_unmark(int c) {
     Marked--;
     return c == 0 ? kEscape : c;
 }
+
+int e_columns() { return Tty_original.tty_winsize.ws_col; }
 
 int e_window(int) {
     constexpr long kNarrowest = 20;

@@ -57,6 +57,17 @@ void cursor(int x) {
     editb.e_pcur = x;
 }
 
+void clear_row() {
+    const int known = e_columns();
+    e_putchar('\r');
+    for (int left = known > 0 ? known : e_window(editb.e_fd); left > 0; left--) e_putchar(' ');
+    e_putchar('\r');
+}
+
+void rub_out(int count) {
+    for (; count > 0; count--) e_write("\b \b", 3);
+}
+
 void forget_window() { editb.e_window[0] = '\0'; }
 
 void forget_row() {

@@ -56,6 +56,7 @@ struct Cooked {
     int term_char;  // newline, escape or end-of-file character that ended it; 0: it had no part
     bool changed;   // the row doesn't show the line as it is
     bool again;     // that is so for a reason that makes it worth showing a complete line again
+    int echoed;     // columns behind it that show keys typed ahead, -1 where that isn't known
 };
 
 static void set_limits() {
@@ -131,7 +132,7 @@ static void set_up(int last) {
 // the new length.
 static int take_terminator(int len, Cooked &cooked) {
     genchar *const line = editb.e_inbuf;
-    cooked = {kEscape, false, false};
+    cooked = {kEscape, false, false, 0};
     if (len > 0) {
         const int last = line[len - 1] == '\r' ? '\n' : byte_of(line[len - 1]);
         if (last == '\n' || last == editb.e_eof) {
@@ -175,15 +176,26 @@ static int with_newline() {
     return editb.e_eol + 1;
 }
 
-// The driver's part was all of the line.
-static int deliver(const Cooked &cooked) {
-    if (editb.e_ttyspeed == 2 && editb.e_eol >= 0 && cooked.again) {
-        if (own_row) e_putchar('\n');
-        refresh(MODE_TRANSLATE);
-        pr_prompt();
-        putstring(0, editb.e_peol + 1);
-        e_flush();
+// Shows a complete line as it is. `pasted`: the driver has echoed others over it.
+static void show_complete(bool pasted) {
+    if (own_row || (pasted && e_row_stale != 0)) {
+        e_putchar('\n');
+        e_row_renewed();
+    } else if (pasted) {
+        clear_row();
     }
+    refresh(MODE_TRANSLATE);
+    pr_prompt();
+    putstring(0, editb.e_peol + 1);
+    e_flush();
+}
+
+// The driver's part was all of the line. What waits behind it in a paste is edited in raw mode.
+static int deliver(int fd, const Cooked &cooked) {
+    if (cooked.term_char == '\n') e_take_typed(fd);
+    const bool pasted = editb.e_index > 0;
+    const bool worth = editb.e_ttyspeed == 2 && editb.e_eol >= 0 && cooked.again;
+    if (pasted || worth) show_complete(pasted);
     last_cmd = 'i';
     save_last();
     if (cooked.term_char != '\n') return editb.e_eol + 1;
@@ -191,17 +203,45 @@ static int deliver(const Cooked &cooked) {
     return with_newline();
 }
 
+// Takes the prompt for one that can be written again, or gives it up, where the row can't be put
+// right otherwise.
+static void fit_row(const Cooked &cooked) {
+    if (editb.e_crlf != 0) return;
+    if (cooked.changed || editb.e_eol >= editb.e_wsize || (cooked.echoed < 0 && editb.e_plen > 0))
+        drop_prompt();
+    else if (cooked.echoed < 0)
+        editb.e_crlf = 1;  // nothing was printed since the last newline
+}
+
+// True when the driver's echo may stand right of the marker.
+static bool echo_beyond_window(const Cooked &cooked) {
+    const int shown = editb.e_plen + editb.e_wsize + 1;
+    if (e_columns() <= shown) return false;
+    constexpr int kTab = 7;  // columns that a tab may take more, from where the prompt ends
+    const int end = editb.e_plen + columns_of(editb.e_eol + 1) + keyboard_waiting();
+    return end + (cooked.changed ? kTab : 0) > shown || editb.e_plen == kPromptSize - 2;
+}
+
+// Columns of the driver's echo that don't belong on the row where it stands: what was typed behind an
+// abandoned text, or keys that are to be obeyed behind a prompt that can't be written again.
+static int echo_to_rub(const Cooked &cooked) {
+    if (e_row_stale == 0) return editb.e_crlf == 0 ? cooked.echoed : 0;
+    if (cooked.changed || cooked.echoed < 0) return 0;
+    return columns_of(editb.e_eol + 1) + cooked.echoed;
+}
+
 // Shows the line on its row after the switch to raw mode.
 static void show_first(const Cooked &cooked) {
-    // Behind a prompt that can't be written again the row can't be put right.
-    if (editb.e_crlf == 0 && (cooked.changed || editb.e_eol >= editb.e_wsize)) drop_prompt();
+    fit_row(cooked);
     const bool fresh = own_row || e_row_stale != 0;
+    if (!own_row) rub_out(echo_to_rub(cooked));
     if (fresh) e_putchar('\n');
     e_row_renewed();
     if (editb.e_crlf == 0 && !fresh) {
         refresh(MODE_TRANSLATE);
         return;
     }
+    if (!fresh && echo_beyond_window(cooked)) clear_row();
     if (editb.e_crlf != 0) pr_prompt();
     forget_row();
     const bool on_last = cooked.term_char == kEscape && editb.e_eol >= 0 && !ends_in(kEscape);
@@ -256,7 +296,7 @@ static int edit_ahead(int fd) {
     if (e_setraw(fd) != 0) return deliver_keys(editb.e_inbuf, capacity);
     editb.e_inbuf[0] = '\0';
     set_up(-1);
-    show_first({0, false, false});
+    show_first({0, false, false, 0});
     return edit_raw(fd, MODE_APPEND);
 }
 
@@ -266,9 +306,11 @@ static int edit_cooked(int fd, int len) {
     const int last = take_terminator(len, cooked) - 1;
     set_up(last);
     clean(cooked);
-    if (cooked.term_char != kEscape && !ends_in(cooked.term_char)) return deliver(cooked);
+    if (cooked.term_char != kEscape && !ends_in(cooked.term_char)) return deliver(fd, cooked);
 
     if (e_setraw(fd) != 0) return with_newline();
+    // Where the row is written anew, the echo of keys behind the escape goes with it.
+    if (editb.e_crlf == 0 || e_row_stale != 0) cooked.echoed = e_take_echoed();
     show_first(cooked);
     const bool input = ends_in(cooked.term_char);
     after_escape = !input;

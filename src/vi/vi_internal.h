@@ -140,6 +140,10 @@ void cursor(int x);
 void putstring(int col, int nchars);
 void pr_prompt();
 void pr_string(const char *s);
+// Blanks the terminal's row; the cursor is in its first column.
+void clear_row();
+// Blanks the `count` columns before the cursor, which goes there.
+void rub_out(int count);
 // Columns that the first `count` characters of the line take, as far as the image goes.
 int columns_of(int count);
 // Makes the next refresh write the window anew.
