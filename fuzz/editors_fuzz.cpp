@@ -83,17 +83,21 @@ bool shows(fuzz::Expected want) {
         cells.resize(most);
         want.cells.resize(most);
     }
-    if (cells == want.cells && (want.column < 0 || Run.column == want.column)) return true;
-    (void)std::fprintf(stderr, "shown, cursor %d:\n[%.300s]\nwanted, cursor %d:\n[%.300s]\n",
-                       Run.column, cells.c_str(), want.column, want.cells.c_str());
-    return false;
+    return cells == want.cells && (want.column < 0 || Run.column == want.column);
+}
+
+void demand(const fuzz::Expected &want) {
+    if (shows(want)) return;
+    (void)std::fprintf(stderr, "shown, cursor %d:\n[%.*s]\nwanted from %d, cursor %d:\n[%s]\n",
+                       Run.column, kColumns, Run.cells, want.from, want.column, want.cells.c_str());
+    std::abort();
 }
 
 void check_row() {
     if (Run.broken || !fuzz::up_to_date()) return;
     if (Run.fresh) Run.base = Run.column - (fuzz::image(false).cursor - fuzz::window_first());
     Run.fresh = false;
-    fuzz::require(shows(fuzz::expected(Run.base, false)));
+    demand(fuzz::expected(Run.base, false));
 }
 
 void check_sent(std::string_view sent) {
@@ -258,7 +262,7 @@ void step_off_for(std::string_view output) {
     const bool known = !Run.broken && Run.untouched;
     e_view->step_off();
     e_flush();
-    if (known && editb.e_crlf == 1) fuzz::require(shows({Run.program_row, 0, Run.program_column}));
+    if (known && editb.e_crlf == 1) demand({Run.program_row, 0, Run.program_column});
     program_writes(output);
 }
 
