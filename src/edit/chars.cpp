@@ -93,16 +93,21 @@ int decode_byte(Decoder &decoder, int byte, char32_t *out) {
         return 1;
     }
     const char c = static_cast<char>(held);
-    wchar_t wc = 0;
-    const std::size_t result = mbrtowc(&wc, &c, 1, &decoder.state);
-    if (result != static_cast<std::size_t>(-1) && decoder.held < kCharacterBytes) {
-        decoder.bytes[decoder.held++] = held;
-        return result == static_cast<std::size_t>(-2) ? 0 : take_character(decoder, wc, out);
+    int given_up = 0;
+    bool again = true;
+    while (again) {
+        again = decoder.held > 0;  // what doesn't go on with that may begin something
+        wchar_t wc = 0;
+        const std::size_t result = mbrtowc(&wc, &c, 1, &decoder.state);
+        if (result != static_cast<std::size_t>(-1) && decoder.held < kCharacterBytes) {
+            decoder.bytes[decoder.held++] = held;
+            const bool whole = result != static_cast<std::size_t>(-2);
+            return given_up + (whole ? take_character(decoder, wc, out + given_up) : 0);
+        }
+        given_up += decode_end(decoder, out + given_up);
     }
-    const int given_up = decode_end(decoder, out);
-    if (given_up > 0) return given_up + decode_byte(decoder, byte, out + given_up);
-    out[0] = kBadByte + held;
-    return 1;
+    out[given_up] = kBadByte + held;
+    return given_up + 1;
 }
 
 int units_from_bytes(char32_t *dst, int room, const char *src, int len) {

@@ -269,7 +269,7 @@ int e_gettext() {
     Escape = EscapeKey::key;
     const int key = e_getkey();
     Escape = kept;
-    const bool sequence = key != kEscape && key >= kKeyBase && (key & kPasted) == 0;
+    const bool sequence = key >= kKeyBase && (key & kPasted) == 0;
     if (!sequence || Logged == 0 || Log[0] != kEscape) return key;
     for (int i = Logged - 1; i > 0; i--) e_ungetkey(kPasted | Log[i]);
     return kEscape;
