@@ -1,11 +1,10 @@
 // soak: uses morp for as long as it is told to, with random but realistic keys, and stops at the
 // first thing that is not as it should be. script/soak builds and runs it.
 //
-// usage: soak [--minutes N] [--programs N] [--lines N] [--valgrind 1] [--seed N]
+// usage: soak minutes|programs|valgrind|lines N [SEED]
 //
-// --minutes, --programs: real programs, for so long or so many. --lines: in each style as many
-// lines without pause, memory watched. --valgrind: all that under memcheck, which judges errors and
-// leaks at the end of each program.
+// Real programs, for N minutes or N of them, also under memcheck, which judges errors and leaks at
+// the end of each; or in each style N lines without pause, memory watched.
 //
 // Programs, actions and ends are rows of tests/cases/soak.txt, in the steps of harness/script.h and
 // some more:
@@ -27,7 +26,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -52,6 +50,7 @@ namespace {
 
 constexpr int kColumns = 80;  // as morp is told; the window is never narrower
 const Lines kStyles = {"emacs", "gmacs", "vi"};
+const std::string kMemcheck = "valgrind -q --leak-check=full --error-exitcode=99 ";
 
 [[noreturn]] void fault(const std::string &what) { throw std::runtime_error(what); }
 
@@ -79,14 +78,11 @@ long descriptors(pid_t pid) {
 }
 
 void check_lines(const std::string &what, const Lines &expected, const Lines &seen) {
-    for (std::size_t at = 0; at < std::max(expected.size(), seen.size()); ++at) {
-        const auto show = [at](const Lines &lines) {
-            return at < lines.size() ? "\"" + visible(lines[at]) + "\"" : std::string("nothing");
-        };
-        if (show(expected) != show(seen))
-            fault(what + ", line " + std::to_string(at + 1) + ": " + show(seen) + " instead of " +
-                  show(expected));
-    }
+    if (expected == seen) return;
+    const auto [want, is] = std::ranges::mismatch(expected, seen);
+    fault(what + ", line " + std::to_string(want - expected.begin() + 1) + ": " +
+          (is == seen.end() ? "nothing" : "\"" + visible(*is) + "\"") + " instead of " +
+          (want == expected.end() ? "nothing" : "\"" + visible(*want) + "\""));
 }
 
 // All that lasts for the soak, and the run of a program that it is in.
@@ -101,7 +97,7 @@ struct Soak {
     Random random;
     std::string dir = "/tmp/morp-soak-XXXXXX";  // history files
     std::map<std::string, Lines> files;         // for each of them, what has to be in it
-    std::deque<std::string> log;                // the last actions
+    Lines log;                                  // actions and keys
     std::size_t steps = 0, lines = 0, visits = 0, kills = 0;
     long rss = 0, open = 0;  // when it was last at rest
     bool valgrind = false;
@@ -119,10 +115,11 @@ struct Soak {
     bool half() { return roll(2) == 0; }
     std::string some_letters(std::size_t most) { return letters(random, 1 + roll(most)); }
 
-    void note(const std::string &what) {
-        constexpr std::size_t kKept = 40;
-        log.push_back(what);
-        if (log.size() > kKept) log.pop_front();
+    void note(const std::string &what) { log.push_back(what); }
+    void print_figures() const {
+        std::printf("%zu lines, %zu programs, %zu kills, %ld KiB, %ld descriptors\n", lines, visits,
+                    kills, rss, open);
+        (void)std::fflush(stdout);
     }
 
     // What the program is able to, and what is installed.
@@ -364,30 +361,19 @@ struct Soak {
              (outer ? ", in a shell" : "") + (kept ? "" : ", no history"));
         got.clear();
         perhaps.clear();
-        std::string page;
-        for (int n = 1; n <= 200; ++n) page += "page line " + std::to_string(n) + "\n";
         const std::string command = unescaped(program.at("command"));
         harness::Options options = {.style = style,
                                     .program = {"sh", "-c", command},
                                     .env = {{"Q_VXHISTFILE", file},
                                             {"PROGRAM", command},
+                                            {"PS1", outer ? "outer$ " : "$ "},
                                             {"LESSHISTFILE", "-"},
-                                            {"SQLITE_HISTORY", "/dev/null"}},
-                                    .files = {{"page", page}, {"note", "old\n"}}};
-        if (outer) {
-            options.outer = {"dash", "-i"};
-            options.env["PS1"] = "outer$ ";
+                                            {"SQLITE_HISTORY", "/dev/null"}}};
+        if (outer) options.outer = {"dash", "-i"};
+        if (valgrind) {
+            options.outer = harness::words_of(kMemcheck + harness::morp() + " --");
+            options.outer.insert(options.outer.end(), {"sh", "-c", command});
         }
-        if (valgrind)
-            options.outer = {"valgrind",
-                             "-q",
-                             "--leak-check=full",
-                             "--error-exitcode=99",
-                             harness::morp(),
-                             "--",
-                             "sh",
-                             "-c",
-                             command};
         s = std::make_unique<harness::Script>(options);
         if (outer) take("at outer$\\s then add PS1='$ ' $MORP -- sh -c \"$PROGRAM\"\\r", {});
         at(prompt);
@@ -451,46 +437,36 @@ struct Soak {
 
 int main(int argc, char **argv) {
     using Clock = std::chrono::steady_clock;
+    using std::chrono::minutes;
     testing::InitGoogleTest(&argc, argv);
-    std::map<std::string, long> options = {{"--minutes", 0},
-                                           {"--programs", 0},
-                                           {"--lines", 0},
-                                           {"--valgrind", 0},
-                                           {"--seed", time(nullptr)}};
-    for (int n = 1; n < argc; n += 2) {
-        if (!options.contains(argv[n]) || n + 1 == argc)
-            return fprintf(stderr, "unknown option %s\n", argv[n]), 2;
-        options[argv[n]] = strtol(argv[n + 1], nullptr, 10);
-    }
-    std::printf("seed %ld\n", options["--seed"]);
-    soak::Soak soak(static_cast<unsigned long long>(options["--seed"]));
-    soak.valgrind = options["--valgrind"] != 0;
-    const auto figures = [&] {
-        std::printf("%zu lines, %zu programs, %zu kills, %ld KiB, %ld descriptors\n", soak.lines,
-                    soak.visits, soak.kills, soak.rss, soak.open);
-        (void)std::fflush(stdout);
-    };
+    const std::string mode = argc > 2 ? argv[1] : "";
+    if (mode != "minutes" && mode != "programs" && mode != "valgrind" && mode != "lines")
+        return fputs("usage: soak minutes|programs|valgrind|lines N [SEED]\n", stderr), 2;
+    const long count = strtol(argv[2], nullptr, 10);
+    const long seed = argc > 3 ? strtol(argv[3], nullptr, 10) : time(nullptr);
+    const bool lines = mode == "lines";
+    soak::Soak soak(static_cast<unsigned long long>(seed));
+    soak.valgrind = mode == "valgrind";
+    std::printf("seed %ld\n", seed);
     try {
-        const auto start = Clock::now();
-        for (long minute = 0; minute < options["--minutes"];) {
-            soak.visit(0);
-            if (Clock::now() < start + std::chrono::minutes(minute + 1)) continue;
-            minute++;
-            figures();
-        }
-        for (long n = options["--programs"]; n > 0; --n) soak.visit(0);
-        for (std::size_t n = soak::kStyles.size(); options["--lines"] > 0 && n > 0; --n) {
-            soak.visit(static_cast<std::size_t>(options["--lines"]));
-            figures();
+        const auto end = Clock::now() + minutes(count);
+        auto next = Clock::now() + minutes(1);
+        for (long n = 0; mode == "minutes" ? Clock::now() < end : n < (lines ? 3 : count); ++n) {
+            soak.visit(lines ? static_cast<std::size_t>(count) : 0);
+            if (!lines && Clock::now() < next) continue;
+            next += minutes(1);
+            soak.print_figures();
         }
     } catch (const std::exception &error) {
-        std::printf("--- FAULT, seed %ld, step %zu. Last actions:\n", options["--seed"],
-                    soak.steps);
-        for (const auto &action : soak.log) std::printf("%s\n", action.c_str());
+        constexpr std::size_t kShown = 40;
+        std::printf("--- FAULT, seed %ld, step %zu. Last actions:\n", seed, soak.steps);
+        for (std::size_t n = soak.log.size() - std::min(soak.log.size(), kShown);
+             n < soak.log.size(); ++n)
+            std::printf("%s\n", soak.log[n].c_str());
         std::printf("--- %s\n", error.what());
         return 1;
     }
     std::printf("No fault in ");
-    figures();
+    soak.print_figures();
     return 0;
 }

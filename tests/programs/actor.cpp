@@ -59,16 +59,6 @@ void set_echo(bool on, int when) {
     tcsetattr(0, when, &now);
 }
 
-std::string hex(std::string_view bytes) {
-    std::string out;
-    for (const char c : bytes) {
-        char two[8];
-        (void)snprintf(two, sizeof two, "%02x", static_cast<unsigned char>(c));
-        out += two;
-    }
-    return out;
-}
-
 // Each line comes back as <line>; ends at end of input with <end>.
 int answer(const char *prompt, const std::string &line_end) {
     std::string line;
@@ -146,24 +136,6 @@ int secret(const char *how) {
     return 0;
 }
 
-// Asks for lines; at "go" it takes the whole screen until q is typed, naming each key.
-int screen(const char *) {
-    std::string line;
-    for (put("> "); get_line(line); put("> ")) {
-        if (line != "go") {
-            put("<" + line + ">\n");
-            continue;
-        }
-        const termios before = settings();
-        set_raw();
-        put("\x1b[?1049h\x1b[H\x1b[2Jfull ");
-        for (char c = 0; read(0, &c, 1) == 1 && c != 'q';) put(hex(std::string_view(&c, 1)) + " ");
-        put("\x1b[?1049l");
-        tcsetattr(0, TCSADRAIN, &before);
-    }
-    return 0;
-}
-
 // Names the signals that reach it, until end of input.
 void on_signal(int sig) {
     const std::string text = "<signal " + std::to_string(sig) + ">\n";
@@ -181,7 +153,7 @@ constexpr struct {
     int (*run)(const char *);
 } kActs[] = {
     {"echo", echo},     {"echo-whole", echo_whole}, {"flood-take", flood_take},
-    {"screen", screen}, {"secret", secret},         {"signals", signals},
+    {"secret", secret}, {"signals", signals},
 };
 
 }  // namespace
