@@ -50,7 +50,7 @@ namespace {
 
 constexpr int kColumns = 80;  // as morp is told; the window is never narrower
 const Lines kStyles = {"emacs", "gmacs", "vi"};
-const std::string kMemcheck = "valgrind -q --leak-check=full --error-exitcode=99 ";
+const std::string kMemcheck = "valgrind --leak-check=full --error-exitcode=99 --log-file=";
 
 [[noreturn]] void fault(const std::string &what) { throw std::runtime_error(what); }
 
@@ -371,7 +371,8 @@ struct Soak {
                                             {"SQLITE_HISTORY", "/dev/null"}}};
         if (outer) options.outer = {"dash", "-i"};
         if (valgrind) {
-            options.outer = harness::words_of(kMemcheck + harness::morp() + " --");
+            options.outer =
+                harness::words_of(kMemcheck + dir + "/memcheck " + harness::morp() + " --");
             options.outer.insert(options.outer.end(), {"sh", "-c", command});
         }
         s = std::make_unique<harness::Script>(options);
@@ -464,6 +465,8 @@ int main(int argc, char **argv) {
              n < soak.log.size(); ++n)
             std::printf("%s\n", soak.log[n].c_str());
         std::printf("--- %s\n", error.what());
+        (void)std::fflush(stdout);
+        if (soak.valgrind) (void)!system(("cat " + soak.dir + "/memcheck").c_str());
         return 1;
     }
     std::printf("No fault in ");
