@@ -1,4 +1,4 @@
-// shown.h: what the row has to show, told from the line, the prompt and the window of either editor.
+// shown.h: what the row has to show, told from line, prompt and window of either editor.
 #pragma once
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// e2e_floods_test.cpp: megabytes of output while a line is edited. None is lost or doubled, and keys
-// are served meanwhile. Other floods are in cases/e2e_floods.txt.
+// e2e_floods_test.cpp: megabytes of output while a line is edited. No byte is lost or doubled, and
+// keys are served meanwhile. Other floods are in cases/e2e_floods.txt.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -102,8 +102,8 @@ public:
     void wait_no_process();
     void fg() { resume('f'); }
 
-    // Beside the program the test prints on the program's terminal; a second screen, the paper, gets
-    // only what was printed: what the user would see without the line that is edited.
+    // Beside the program the test prints on the program's terminal; a second screen, the paper,
+    // gets only what was printed: what the user would see without the line that is edited.
     //
     // Waits until the screen is what was printed, and morp asleep.
     void wait_start();
