@@ -53,7 +53,8 @@ struct edit {
     int e_hismin;  // lowest command number in reach; number that this line will get
     int e_hismax;
 
-    // The style's own: what they mean is the running editor's affair, and only its folder names them.
+    // The style's own: what they mean is the running editor's affair, and only its folder names
+    // them.
     int e_cur;    // index of the character under the cursor
     int e_eol;    // emacs: one past the last character. vi: the last character, -1 when empty
     int e_fchar;  // emacs: the mark, an index in e_inbuf. vi: character of the last find, -1 none
@@ -139,7 +140,8 @@ int e_take_echoed();
 // Columns of the terminal, 0 where they aren't known.
 int e_columns();
 // Gives the terminal its saved settings back. Ends the process with status 2 when that fails while
-// the terminal is there: a closed descriptor, one that is no terminal, and a hang-up are passed over.
+// the terminal is there: a closed descriptor, one that is no terminal, and a hang-up are passed
+// over.
 void e_setcooked(int fd);
 // To be called by an editor at the end of its line: takes the keys still unread into the read-ahead
 // stack where the style wants it. The terminal stays raw; the main loop switches it, so that no key
@@ -179,8 +181,8 @@ int e_getbyte(long timeout_ns);
 // The same for a key that the one before, a ^V, has quoted: in the vi style, where a NUL ends the
 // input elsewhere, it is delivered as 0.
 int e_getquoted();
-// True when e_getchar will deliver a key without a wait. A NUL behind a ^V that has not quoted it is
-// dropped, with what follows.
+// True when e_getchar will deliver a key without a wait. A NUL behind a ^V that has not quoted it
+// is dropped, with what follows.
 bool e_key_held();
 // Pushes `c` back: the next e_getchar returns it. A push onto a full stack is dropped; kLookAhead
 // leaves room for every push of the editors.
@@ -208,7 +210,8 @@ long e_read_cooked(int fd, void *buf, std::size_t len);
 // The mode that an edit needs in the present state: kTtyRaw while an editor works or keys are held,
 // else what the style begins a line in.
 int e_wanted_mode();
-// That mode is really in force on the user's terminal afterwards. Returns 0, -1 when it can't be set.
+// That mode is really in force on the user's terminal afterwards. Returns 0, -1 when it can't be
+// set.
 int e_assert_mode(int fd);
 // To be called when editing is no longer in force and the terminal goes raw for pass-through: what
 // the driver had collected stays marked (see e_unmark).

@@ -2,12 +2,13 @@
 #pragma once
 
 // Reads one line from `fd` into `line` (kKeyboardBuffer bytes; `n`, at most kLineCapacity, are
-// used) with the editor of the style in opt_flag. Returns its length in bytes, 0 when input ended or
-// a keyboard signal ended the edit, negative on failure. A descriptor other than the user's
+// used) with the editor of the style in opt_flag. Returns its length in bytes, 0 when input ended
+// or a keyboard signal ended the edit, negative on failure. A descriptor other than the user's
 // terminal (0) is read plainly.
 //
 // What has no newline (a full line, text ended by vi's end-of-file key) is a piece of a line: the
-// history gets the pieces as one command when the newline has come, at most their first 4,095 bytes.
+// history gets the pieces as one command when the newline has come, at most their first 4,095
+// bytes.
 int kread(int fd, char *line, int n);
 // True when kread will show a line before its first key: it is to be called without one.
 bool kread_has_line();

@@ -1,5 +1,6 @@
-// main.cpp: start-up: options, the record of the user's terminal, the program, the catchers, the name
-// of the history file. Signals are blocked from before the terminal is read; nothing waits here.
+// main.cpp: start-up: options, the record of the user's terminal, the program, the catchers, the
+// name of the history file. Signals are blocked from before the terminal is read; nothing waits
+// here.
 #include "main.h"
 
 #include <fcntl.h>

@@ -1,5 +1,5 @@
-// run.cpp: see run.h. What is known of the run is set by start-up and by the catchers; finish may be
-// called by anybody at any time, catchers included, and never comes back.
+// run.cpp: see run.h. What is known of the run is set by start-up and by the catchers; finish may
+// be called by anybody at any time, catchers included, and never comes back.
 #include "run.h"
 
 #include <unistd.h>

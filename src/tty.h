@@ -34,8 +34,8 @@ bool tty_same(const struct termios &a, const struct termios &b);
 // mode, and setting one takes longer than looking.
 int tty_raw(int fd);
 int tty_cooked(int fd);
-// 0 when the settings have both ICANON and ECHO, 1 when not, -1 when they can't be read. Local flags
-// in `held` count as set: morp itself keeps them off for a moment.
+// 0 when the settings have both ICANON and ECHO, 1 when not, -1 when they can't be read. Local
+// flags in `held` count as set: morp itself keeps them off for a moment.
 int tty_mode_noedit(int fd, tcflag_t held = 0);
 // Echo as 1 or 0. These two also print a message when they fail.
 int tty_echo_get(int fd, int *val);
@@ -45,8 +45,8 @@ int tty_echo_set(int fd, int val);
 int tty_startstop_get(int fd, int *start, int *stop);
 int tty_startstop_set(int fd, int start, int stop);
 
-// Trace hooks: called with the settings before and after a switch of mode, dump_termio by whoever has
-// them in the older structure. They do nothing; a build that traces defines its own.
+// Trace hooks: called with the settings before and after a switch of mode, dump_termio by whoever
+// has them in the older structure. They do nothing; a build that traces defines its own.
 [[gnu::weak]] void dump_termios(const char *label, const struct termios *settings);
 [[gnu::weak]] void dump_termio(const char *label, const struct termio *settings);
 

@@ -1,6 +1,6 @@
-// refuse.cpp: linked into a morp of the tests in front of the system's tcsetattr. A program that runs
-// in it says which of the next changes to the user's terminal fail: with the file "refuse" in the
-// working folder, one digit for each change, 1 refused, 0 not.
+// refuse.cpp: linked into a morp of the tests in front of the system's tcsetattr. A program that
+// runs in it says which of the next changes to the user's terminal fail: with the file "refuse" in
+// the working folder, one digit for each change, 1 refused, 0 not.
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>

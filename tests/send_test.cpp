@@ -1,5 +1,5 @@
-// send_test.cpp: a line on its way to a program whose terminal refuses something once. None of it is
-// lost, sent twice or echoed, and the program gets its echo back.
+// send_test.cpp: a line on its way to a program whose terminal refuses something once. None of it
+// is lost, sent twice or echoed, and the program gets its echo back.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -15,8 +15,8 @@
 #include "pty.h"
 #include "run.h"
 
-// State: bytes that the program's terminal takes before it refuses a write, -1 for any number; which
-// change of its settings is refused, 0 for none.
+// State: bytes that the program's terminal takes before it refuses a write, -1 for any number;
+// which change of its settings is refused, 0 for none.
 static int Takes = -1;
 static int Refused_change = 0;
 

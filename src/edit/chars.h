@@ -2,9 +2,9 @@
 // prompt are made of units; this file alone knows which there are, how they are read and written,
 // what class they have and how they look.
 //
-// Byte mode: a unit is a byte, 0 to 255, and only plain ASCII prints. Extended mode: a unit is a code
-// point of the user's locale, or a byte that doesn't decode, kept as itself so that what was typed
-// is what arrives. Decoding, classes, case and widths are the C library's.
+// Byte mode: a unit is a byte, 0 to 255, and only plain ASCII prints. Extended mode: a unit is a
+// code point of the user's locale, or a byte that doesn't decode, kept as itself so that what was
+// typed is what arrives. Decoding, classes, case and widths are the C library's.
 //
 // A cluster is what moves and goes as one: a base and what joins it. In byte mode each unit is one.
 #pragma once
@@ -45,8 +45,8 @@ int decode_byte(Decoder &decoder, int byte, char32_t *out);
 // Gives up what is held, as single bytes. Returns their number.
 int decode_end(Decoder &decoder, char32_t *out);
 inline bool decoder_pending(const Decoder &decoder) { return decoder.held > 0; }
-// Decodes `len` bytes into at most `room` units; a character cut at the end is single bytes. Returns
-// the number of units.
+// Decodes `len` bytes into at most `room` units; a character cut at the end is single bytes.
+// Returns the number of units.
 int units_from_bytes(char32_t *dst, int room, const char *src, int len);
 // Encodes `n` units into at most `room` bytes, whole units only. Returns the number of bytes.
 int bytes_from_units(char *dst, int room, const char32_t *src, int n);

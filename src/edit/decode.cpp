@@ -8,8 +8,9 @@
 //     ESC ] or P or _ text, BEL or ESC \   answers to questions that programs put to the terminal
 //     ESC ESC [ ... and ESC ESC O ...      the same keys with Alt
 //
-// Once "ESC [" or "ESC O" is there the rest is waited for without a limit, and nothing of it is ever
-// text, whether the key is known or not. A byte that can't belong to it ends it and is a key itself.
+// Once "ESC [" or "ESC O" is there the rest is waited for without a limit, and nothing of it is
+// ever text, whether the key is known or not. A byte that can't belong to it ends it and is a key
+// itself.
 #include "edit/decode.h"
 
 #include <algorithm>
@@ -131,8 +132,8 @@ static bool begins_answer(int kind, int c) {
     return kind == '_' && c == 'G';
 }
 
-// Passes over an answer. A line end, or a second without a byte, ends it as well, so that no text is
-// lost for ever behind what only looked like one.
+// Passes over an answer. A line end, or a second without a byte, ends it as well, so that no text
+// is lost for ever behind what only looked like one.
 static int pass_answer() {
     for (;;) {
         int c = take(kSilence);

@@ -47,7 +47,8 @@ int e_gettext();
 // The next key where an escape key stands for itself: as e_getkey, but with bytes as keys no
 // sequence is known.
 int e_gettyped();
-// With bytes as keys, reads what follows an escape that e_gettyped has given: the code of the whole.
+// With bytes as keys, reads what follows an escape that e_gettyped has given: the code of the
+// whole.
 int e_getsequence();
 // Pushes back a key that e_getkey has given.
 void e_ungetkey(int code);

@@ -18,8 +18,8 @@ struct Control {
     bool strange;  // it has intermediates
 };
 
-// The next byte, or code pushed back; kNoKey when none comes within `timeout_ns`. Such a byte may be
-// given back at once.
+// The next byte, or code pushed back; kNoKey when none comes within `timeout_ns`. Such a byte may
+// be given back at once.
 int take(long timeout_ns);
 void give_back(int c);
 constexpr bool is_byte(int c) { return c >= 0 && c <= 255; }

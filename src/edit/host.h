@@ -1,5 +1,5 @@
-// host.h: what the editors ask of whoever runs them, the mirror of EditView. The pass-through is the
-// host of the program morp; a test, a benchmark or a fuzz target brings its own.
+// host.h: what the editors ask of whoever runs them, the mirror of EditView. The pass-through is
+// the host of the program morp; a test, a benchmark or a fuzz target brings its own.
 #pragma once
 
 // How a wait for a key ended.
@@ -9,8 +9,8 @@ enum class KeyWait { ready, interrupted, taken, late };
 inline constexpr int kRowColumns = 161;
 
 struct EditHost {
-    // The editor's wait: sleeps until the keyboard can be read. Program output is relayed meanwhile,
-    // with the editor stepping off its row and coming back (e_view). `ready`: read now.
+    // The editor's wait: sleeps until the keyboard can be read. Program output is relayed
+    // meanwhile, with the editor stepping off its row and coming back (e_view). `ready`: read now.
     // `interrupted`: progdone is set. `taken`: the program left line input, the edit has to end.
     // `late`: no key has come for `timeout_ns` (kNoTimeout: waits as long as it takes).
     KeyWait (*wait_key)(long timeout_ns);

@@ -131,7 +131,8 @@ int e_setalt(int fd) {
 
 void e_take_typed(int fd) {
     if (editb.e_raw != kTtyAlt) return;
-    // Of text without a line end the driver tells nothing. Output that the user has stopped stays so.
+    // Of text without a line end the driver tells nothing. Output that the user has stopped stays
+    // so.
     const struct termios raw = raw_of(ttyparm);
     if (local_tcset(fd, 0, &raw) != 0) return;
     Marked = keyboard_waiting();

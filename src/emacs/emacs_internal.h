@@ -3,8 +3,9 @@
 //
 // The line is built in the caller's buffer, editb.e_inbuf: text from 0 on, a NUL at e_eol. Every
 // position (e_cur, e_eol, the mark e_fchar) counts from its start; the prompt is the display's
-// business alone. Text and prompt together stay below kKeyboardBuffer - 1: e_llimit takes the prompt
-// off twice, once for the room that it takes on the row and once for what the text has less for it.
+// business alone. Text and prompt together stay below kKeyboardBuffer - 1: e_llimit takes the
+// prompt off twice, once for the room that it takes on the row and once for what the text has less
+// for it.
 //
 // Program output may arrive in any wait for a key and bring another prompt (see view.cpp), so no
 // column is held in a local across e_getchar.

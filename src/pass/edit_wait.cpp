@@ -1,7 +1,7 @@
-// edit_wait.cpp: the editors' wait. While an editor waits for a key, the program may print: the line
-// steps aside, the output is relayed, and the line comes back when output has been quiet for a while
-// or a key is there. The program may also leave line input, which takes the edit away. Signals are
-// served in the wait; the SIGCHLD catcher may leave it for good.
+// edit_wait.cpp: the editors' wait. While an editor waits for a key, the program may print: the
+// line steps aside, the output is relayed, and the line comes back when output has been quiet for a
+// while or a key is there. The program may also leave line input, which takes the edit away.
+// Signals are served in the wait; the SIGCHLD catcher may leave it for good.
 #include <algorithm>
 
 #include "edit.h"

@@ -1,6 +1,7 @@
-// mode.cpp: who reads the user's keys, and so which mode the user's terminal is in. That follows from
-// the user's wish, the program's terminal, and what the editors hold; it is answered here and nowhere
-// else. Catchers run in waits only, and change none of it: every wait asks once more when it begins.
+// mode.cpp: who reads the user's keys, and so which mode the user's terminal is in. That follows
+// from the user's wish, the program's terminal, and what the editors hold; it is answered here and
+// nowhere else. Catchers run in waits only, and change none of it: every wait asks once more when
+// it begins.
 #include <unistd.h>
 
 #include "edit.h"

@@ -1,7 +1,7 @@
 // pass.cpp: the pass-through's set-up and end, and the waits that keyboard and program share. Two
-// waits read keys: the main loop's (ploop.cpp), and the editors' (edit_wait.cpp). Both serve signals
-// in the wait only; the SIGCHLD catcher leaves either by a jump to Env, and nothing here owns
-// anything.
+// waits read keys: the main loop's (ploop.cpp), and the editors' (edit_wait.cpp). Both serve
+// signals in the wait only; the SIGCHLD catcher leaves either by a jump to Env, and nothing here
+// owns anything.
 #include "pass.h"
 
 #include <unistd.h>

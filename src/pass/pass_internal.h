@@ -124,8 +124,8 @@ bool row_in_sequence();
 // Somebody else has written on the row.
 void row_forget();
 
-// The main loop (ploop.cpp): relays between keyboard, program and screen until the program has ended
-// or the master `fd` is closed. Ends through finish(1) on a fatal error.
+// The main loop (ploop.cpp): relays between keyboard, program and screen until the program has
+// ended or the master `fd` is closed. Ends through finish(1) on a fatal error.
 void pass_loop(int fd);
 
 // What the editors ask of their host (EditHost), here and in row.cpp.

@@ -1,7 +1,7 @@
-// row.cpp: what the program left on the screen's row behind its cursor, and where that is. A program
-// that ends a piece of output with a carriage return leaves the cursor in front of it: the line
-// being edited then stands over that output, which has to be seen again when the line steps aside.
-// Also whether output ended in the middle of something that the terminal takes as one.
+// row.cpp: what the program left on the screen's row behind its cursor, and where that is. A
+// program that ends a piece of output with a carriage return leaves the cursor in front of it: the
+// line being edited then stands over that output, which has to be seen again when the line steps
+// aside. Also whether output ended in the middle of something that the terminal takes as one.
 #include <unistd.h>
 #include <algorithm>
 #include <cstring>

@@ -222,8 +222,8 @@ static bool echo_beyond_window(const Cooked &cooked) {
     return end + (cooked.changed ? kTab : 0) > shown || editb.e_plen == kPromptSize - 2;
 }
 
-// Columns of the driver's echo that don't belong on the row where it stands: what was typed behind an
-// abandoned text, or keys that are to be obeyed behind a prompt that can't be written again.
+// Columns of the driver's echo that don't belong on the row where it stands: what was typed behind
+// an abandoned text, or keys that are to be obeyed behind a prompt that can't be written again.
 static int echo_to_rub(const Cooked &cooked) {
     if (e_row_stale == 0) return editb.e_crlf == 0 ? cooked.echoed : 0;
     if (cooked.changed || cooked.echoed < 0) return 0;

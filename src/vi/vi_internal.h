@@ -1,9 +1,9 @@
 // vi_internal.h: what the files of the vi editor share. A line is edited in place in the caller's
 // buffer. Its first part may come from the terminal driver (read.cpp); then input mode (input.cpp)
-// and command mode (command.cpp) take turns until a newline. Keys are waited for in e_getkey and its relatives only:
-// there program output may take the line off the screen and bring it back (view.cpp), and there the
-// edit may end by a jump to editb.e_env. What is kept across a wait stands in editb, in the state
-// below, or in frames that hold nothing to destroy.
+// and command mode (command.cpp) take turns until a newline. Keys are waited for in e_getkey and
+// its relatives only: there program output may take the line off the screen and bring it back
+// (view.cpp), and there the edit may end by a jump to editb.e_env. What is kept across a wait
+// stands in editb, in the state below, or in frames that hold nothing to destroy.
 //
 // Positions are indices of the line; -1 is an empty line, or a place before the first character.
 // Columns count from the first character of the line, also where the window has moved.
@@ -44,8 +44,8 @@ inline int &last_motion() { return editb.e_globals[2]; }   // motion of the last
 inline int &margin_new() { return editb.e_globals[3]; }    // marker the line needs: ' ' '<' '>' '*'
 inline int &margin_shown() { return editb.e_globals[4]; }  // marker on the screen, 0 not known
 // Cursor column, cursor index and win_first when the row was last brought up to date, and the
-// character that the cursor was last put on. A refresh maps and compares the line from its start, and
-// what is overwritten at once is judged by the character in the line, so nothing depends on the
+// character that the cursor was last put on. A refresh maps and compares the line from its start,
+// and what is overwritten at once is judged by the character in the line, so nothing depends on the
 // first, the third and the last: they are for a trace.
 inline int &ocur_phys() { return editb.e_globals[5]; }
 inline int &ocur_virt() { return editb.e_globals[6]; }
@@ -85,8 +85,8 @@ void VIgetline(int mode);
 void append(int c, int mode);
 // The same without the limit of the line: as long as the newline still fits in the buffer.
 void insert(int c);
-// Reads a count of which `c` is the first digit, with `next`, multiplies it into e_repeat and returns
-// the key after.
+// Reads a count of which `c` is the first digit, with `next`, multiplies it into e_repeat and
+// returns the key after.
 int getcount(int c, int (*next)());
 // Whether the line, or the columns that show it, have reached e_llimit.
 bool line_full();
