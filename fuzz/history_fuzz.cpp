@@ -1,7 +1,7 @@
 // history_fuzz.cpp: any file as a history and any sequence of requests to it, while others append
-// to the file, cut and overwrite it. What comes back stays within its bounds, agrees with itself, and
-// equals what the byte-wise rules find: in the file as opened, as it grew by appending, and, opened
-// anew, as it is in the end.
+// to the file, cut and overwrite it. What comes back stays within its bounds, agrees with itself,
+// and equals what the byte-wise rules find: in the file as opened, as it grew by appending, and,
+// opened anew, as it is in the end.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>

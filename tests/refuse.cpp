@@ -8,10 +8,10 @@
 
 extern "C" {
 // The linker's names for the system's call and its replacement (--wrap).
-int __real_tcsetattr(int fd, int actions,
-                     const termios *settings);  // NOLINT(bugprone-reserved-identifier)
-int __wrap_tcsetattr(int fd, int actions,
-                     const termios *settings);  // NOLINT(bugprone-reserved-identifier)
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+int __real_tcsetattr(int fd, int actions, const termios *settings);
+int __wrap_tcsetattr(int fd, int actions, const termios *settings);
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 }
 
 static bool refused() {
