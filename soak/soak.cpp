@@ -49,8 +49,8 @@ namespace soak {
 namespace {
 
 constexpr int kColumns = 80;  // as morp is told; the window is never narrower
-const Lines kStyles = {"emacs", "gmacs", "vi"};
-const std::string kMemcheck = "valgrind --leak-check=full --error-exitcode=99 --log-file=";
+constexpr const char *kStyles[] = {"emacs", "gmacs", "vi"};
+constexpr const char *kMemcheck = "valgrind --leak-check=full --error-exitcode=99 --log-file=";
 
 [[noreturn]] void fault(const std::string &what) { throw std::runtime_error(what); }
 
@@ -332,6 +332,7 @@ struct Soak {
             "set -o pipefail; '" MORP_HISTORY "' '" + file +
             "' | sed -nE 's/^ *[0-9]+ +[0-9]+  //p' | xargs -rd '\\n' env printf '%b\\n' >" + dir +
             "/lines";
+        // NOLINTNEXTLINE(cert-env33-c): all of it is ours
         if (system(("bash -c \"" + command + "\"").c_str()) != 0) fault("the history is damaged");
         std::ostringstream all;
         all << std::ifstream(dir + "/lines").rdbuf();
@@ -350,7 +351,7 @@ struct Soak {
     void start(bool lines_only) {
         program = (lines_only ? rows_of("Programs")[0] : choose("Programs")).fields;
         prompt = unescaped(program.at("prompt"));
-        style = kStyles[visits++ % kStyles.size()];
+        style = kStyles[visits++ % std::size(kStyles)];
         vi = style == "vi";
         outer = !lines_only && !valgrind && roll(3) == 0;
         kept = lines_only || roll(10) != 0;
@@ -371,8 +372,8 @@ struct Soak {
                                             {"SQLITE_HISTORY", "/dev/null"}}};
         if (outer) options.outer = {"dash", "-i"};
         if (valgrind) {
-            options.outer =
-                harness::words_of(kMemcheck + dir + "/memcheck " + harness::morp() + " --");
+            options.outer = harness::words_of(std::string(kMemcheck) + dir + "/memcheck " +
+                                              harness::morp() + " --");
             options.outer.insert(options.outer.end(), {"sh", "-c", command});
         }
         s = std::make_unique<harness::Script>(options);
@@ -436,6 +437,7 @@ struct Soak {
 }  // namespace
 }  // namespace soak
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what is no fault of morp's may end it as it likes
 int main(int argc, char **argv) {
     using Clock = std::chrono::steady_clock;
     using std::chrono::minutes;
@@ -466,6 +468,7 @@ int main(int argc, char **argv) {
             std::printf("%s\n", soak.log[n].c_str());
         std::printf("--- %s\n", error.what());
         (void)std::fflush(stdout);
+        // NOLINTNEXTLINE(cert-env33-c): all of it is ours
         if (soak.valgrind) (void)!system(("cat " + soak.dir + "/memcheck").c_str());
         return 1;
     }

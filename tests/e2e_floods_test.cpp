@@ -31,7 +31,7 @@ static std::string flood(Session &s, const std::string &text, const std::size_t 
     const std::size_t from = s.mark();
     s.print(text + "> ", press);
     s.wait_line(2 + static_cast<int>(keys), "ab" + std::string(keys, 'X') + "c");
-    const std::string log = s.output_since(from);
+    std::string log = s.output_since(from);
     std::size_t found = 0;
     for (const char c : log)
         if (found < text.size() && c == text[found]) ++found;

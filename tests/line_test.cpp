@@ -67,6 +67,7 @@ static constexpr ShownCase kShown[] = {
     {"a mark on its letter", kUtf8, "e\xcc\x81x", "1!e\xcc\x81.1x"},
     {"a mark with no letter", kUtf8, "\xcc\x81\xcc\x82\x01\xcc\x81", "<0301>.<0302>.^A.<0301>"},
     {"a mark behind a stray byte", kUtf8, "\xff\xcc\x81", "\\xff.<0301>"},
+    // NOLINTNEXTLINE(misc-misleading-bidirectional): escaped, so that the source misleads nobody
     {"C1, formats, private, none", kUtf8, "\xc2\x85\xc2\xad\xe2\x80\x8b\xe2\x80\xae\xef\xbf\xbf",
      "<0085>.<00ad>.<200b>.<202e>.<ffff>"},
     {"half a character, one that is cut", kUtf8, "\xe2\x82g\xe2\x82", "\\xe2.\\x82.1g.\\xe2.\\x82"},

@@ -30,6 +30,7 @@ static bool refuse() {
     return true;
 }
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the system's have no good names
 extern "C" ssize_t write(int fd, const void *data, size_t len) {
     static auto *const real = next<decltype(write)>("write");
     if (fd != master_fd || Takes < 0) return real(fd, data, len);
@@ -42,6 +43,7 @@ extern "C" int tcsetattr(int fd, int when, const termios *t) noexcept {
     if (fd != STDIN_FILENO && Refused_change > 0 && --Refused_change == 0 && refuse()) return -1;
     return real(fd, when, t);
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace {
 

@@ -80,7 +80,7 @@ struct Script : Session {
 // Steps of the caller's own: each is given the rest of its text.
 using Verbs = std::map<std::string, std::function<void(std::istream &)>>;
 // Takes the steps, `more` among them. Throws where one fails that waits.
-void take(Script &s, const std::string &steps, const Verbs &more = {});
+void take(Script &s, const std::string &text, const Verbs &more = {});
 // The bytes that the rest of a step stands for.
 std::string rest(std::istream &in);
 
