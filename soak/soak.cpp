@@ -377,7 +377,7 @@ struct Soak {
             options.outer.insert(options.outer.end(), {"sh", "-c", command});
         }
         s = std::make_unique<harness::Script>(options);
-        if (outer) take("at outer$\\s then add PS1='$ ' $MORP -- sh -c \"$PROGRAM\"\\r", {});
+        if (outer) take("at outer$\\s then add PS1='$ ' \"$MORP\" -- sh -c \"$PROGRAM\"\\r", {});
         at(prompt);
         s->wait_editing(prompt);
         // Nothing was printed yet where there is no prompt: morp can't write the row again.
