@@ -231,7 +231,10 @@ static bool extend(TailIndex &index, const Start &start) {
         front.add(incr);
         number += incr;
         withdrawn |= incr < 0;
-        if (number >= keep) ring[number & fixmask] = pos;
+        // The command that the index begins with is entered, perhaps further on, where records
+        // without a command stand in front of it.
+        if (number >= keep && (newest || number != index.start.number))
+            ring[number & fixmask] = pos;
     });
     index.entered = index.entered && !withdrawn && number <= kMaxNumber;
     if (newest) {
