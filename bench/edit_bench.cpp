@@ -37,10 +37,11 @@ BENCHMARK(prime)->ArgName("newline_every")->Arg(0)->Arg(64)->Arg(8);
 
 static void map_line(benchmark::State &state, bool plain) {
     const std::string line = text_of(kLength, plain);
+    const std::u32string units(line.begin(), line.end());
     genchar image[kMaxImage];
     opt_flag = kStyleEmacs;
     for ([[maybe_unused]] const auto _ : state) {
-        benchmark::DoNotOptimize(e_virt_to_phys(line.c_str(), image, kLength - 1, 0, 0));
+        benchmark::DoNotOptimize(e_virt_to_phys(units.data(), kLength, image, kLength - 1, 0));
         benchmark::ClobberMemory();
     }
 }
@@ -66,30 +67,25 @@ private:
     int kept_;
 };
 
-static void set_up_line(genchar *line, int length, char *prompt, int style) {
+static void set_up_line(int length, char *prompt, int style) {
     edit_reset_for_test();
     opt_flag = style;
     std::memcpy(prompt, "\r> ", sizeof "\r> ");
-    std::memcpy(line, text_of(length, true).c_str(), static_cast<std::size_t>(length) + 1);
-    editb.e_inbuf = line;
+    const std::string line = text_of(length, true);
+    text_begin(kLineUnits, kLineUnits);
+    (void)text_set(std::u32string(line.begin(), line.end()).data(), length);
     editb.e_prompt = prompt;
     editb.e_plen = kPrompt;
     editb.e_crlf = 1;
     editb.e_wsize = kWindowColumns;
 }
 
-// Puts a character in at `at`, which is behind `end` characters, or takes it out again.
-static void toggle_character(genchar *line, int at, int *end, bool in) {
-    genchar *const place = line + at;
-    const std::size_t behind = static_cast<std::size_t>(*end - at);
-    if (in) {
-        std::memmove(place + 1, place, behind + 1);
-        *place = 'x';
-        ++*end;
-    } else {
-        std::memmove(place, place + 1, behind);
-        --*end;
-    }
+// Puts a character in at `at`, or takes it out again.
+static void toggle_character(int at, bool in) {
+    if (in)
+        (void)text_put(at, U"x", 1);
+    else
+        text_take(at, 1);
 }
 
 static void lengths(benchmark::internal::Benchmark *key) {
@@ -101,17 +97,15 @@ static void emacs_key(benchmark::State &state, bool in_the_middle) {
     const int length = static_cast<int>(state.range(0));
     const int at = in_the_middle ? length / 2 : length;
     const Discard discard;
-    genchar line[kKeyboardBuffer];
     char prompt[emacs::kPromptSize];
-    char image[emacs::kScreenSize];
-    set_up_line(line, length, prompt, kStyleEmacs);
-    emacs::screen = image;
+    set_up_line(length, prompt, kStyleEmacs);
     editb.e_cur = editb.e_eol = length;
     emacs::draw(emacs::FIRST);
     emacs::draw(emacs::UPDATE);
     bool in = true;
     for ([[maybe_unused]] const auto _ : state) {
-        toggle_character(line, at, &editb.e_eol, in);
+        toggle_character(at, in);
+        editb.e_eol = text_len();
         editb.e_cur = at + (in ? 1 : 0);
         emacs::draw(emacs::UPDATE);
         e_flush();
@@ -125,24 +119,20 @@ static void vi_key(benchmark::State &state, bool in_the_middle) {
     const int length = static_cast<int>(state.range(0));
     const int at = in_the_middle ? length / 2 : length;
     const Discard discard;
-    genchar line[kKeyboardBuffer];
     char prompt[emacs::kPromptSize];
-    genchar physical[kMaxImage];
-    genchar window[vi::kWindowSize] = {};
     int globals[vi::kGlobals] = {};
-    set_up_line(line, length, prompt, kStyleVi);
-    editb.e_physbuf = physical;
-    editb.e_window = window;
+    set_up_line(length, prompt, kStyleVi);
     editb.e_globals = globals;
     editb.e_cur = editb.e_eol = length - 1;
-    vi::win_last() = -1;
+    Row.home = {prompt, kPrompt, true, false};
+    Row.width = kWindowColumns;
+    row_clear();
     vi::renew_row();
     vi::refresh_now(vi::MODE_INPUT);
-    int end = length;
     bool in = true;
     for ([[maybe_unused]] const auto _ : state) {
-        toggle_character(line, at, &end, in);
-        editb.e_eol = end - 1;
+        toggle_character(at, in);
+        editb.e_eol = text_len() - 1;
         editb.e_cur = at - (in ? 0 : 1);
         vi::refresh_now(vi::MODE_INPUT);
         in = !in;

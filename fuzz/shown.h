@@ -25,18 +25,15 @@ inline bool in_vi() { return opt_flag == kStyleVi; }
 // Screen column of the window, -1 when that depends on what the program has written.
 inline int window_base() {
     if (in_vi()) return editb.e_crlf != 0 ? editb.e_plen : -1;
-    return emacs::cr_ok == 1 ? 0 : -1;
+    return emacs::cr_ok ? 0 : -1;
 }
 
 inline int window_first() { return in_vi() ? vi::win_first() : emacs::offset; }
 
 // The line as it stands; `sent`: without the newline that ends it.
-inline std::string_view line(bool sent) {
-    const int blank = !sent && vi::end_blank ? 1 : 0;
-    std::string_view text = editb.e_inbuf;
-    if (in_vi()) text = {editb.e_inbuf, static_cast<std::size_t>(editb.e_eol + 1 - blank)};
-    if (sent && !text.empty() && text.back() == '\n') text.remove_suffix(1);
-    return text;
+inline std::string line(bool sent) {
+    const int len = text_len() - (in_vi() && !sent && vi::end_blank ? 1 : 0);
+    return {editb.e_inbuf, editb.e_inbuf + len};
 }
 
 // The characters that show the line, at most 258 columns and the rest of the last character, and

@@ -27,6 +27,7 @@ inline constexpr int kEditFailed = -4;
 
 // Everything known about the line being edited; zero at start. Pointers lead into the frame of the
 // running editor and are valid only during its call. An int index counts characters.
+struct TextCopy;
 struct edit {
     // The terminal and its keys. These stay from line to line.
     int e_kill;          // the user's line-kill, erase and end-of-file characters, 0 to 255,
@@ -42,7 +43,7 @@ struct edit {
                              //   cleared at every terminal read
 
     // The line and its surroundings, the same in every style. e_setup begins them.
-    genchar *e_inbuf;  // the line: the caller's buffer, kKeyboardBuffer bytes
+    genchar *e_inbuf;  // the line, kLineUnits; changed through edit/text.h only
     int e_llimit;      // bound on the line's end
     char *e_prompt;    // the prompt buffer: emacs 256 bytes, vi 80
     int e_plen;        // prompt length without its leading carriage return
@@ -58,20 +59,18 @@ struct edit {
     int e_cur;    // index of the character under the cursor
     int e_eol;    // emacs: one past the last character. vi: the last character, -1 when empty
     int e_fchar;  // emacs: the mark, an index in e_inbuf. vi: character of the last find, -1 none
-    genchar *e_tmp;  // emacs: kill buffer. vi: last inserted text. kMaxLine each
-    char *e_search;  // last search text: emacs 256, vi kMaxLine
-    int e_pcur;      // vi: physical cursor column, last physical column in use
-    int e_peol;
+    TextCopy *e_tmp;     // emacs: kill buffer. vi: last inserted text
+    char *e_search;      // last search text: emacs 256, vi kMaxLine
+    int e_peol;          // vi: last column of the line's image, -1 when empty
     int e_mode;          // vi: count of the last text-modifying command
     int e_repeat;        // vi: count for the command being read
     int e_saved;         // vi: 1 once e_Ubuf holds the line
     int e_fcol;          // vi: first column that the insertion may erase back to
     int e_ucol;          // vi: cursor saved with e_ubuf, -2 while nothing is saved
     int e_addnl;         // vi: a newline is to be added to the returned line
-    genchar *e_ubuf;     // vi: undo buffer, kMaxLine
-    genchar *e_Ubuf;     // vi: the line for undo-all, kMaxLine
-    genchar *e_physbuf;  // vi: physical image, kMaxImage
-    genchar *e_window;   // vi: what the screen row shows, 170 bytes
+    TextCopy *e_ubuf;    // vi: undo buffer
+    TextCopy *e_Ubuf;    // vi: the line for undo-all
+    genchar *e_physbuf;  // vi: image of a whole line of the driver's, kMaxImage
     int *e_globals;      // vi: nine state words
 };
 extern edit editb;
@@ -94,10 +93,10 @@ struct EditView {
     // Writes prompt and line again from the row's first column (a carriage return first), as ^L
     // does after its newline: somebody else has written on the screen meanwhile.
     void (*redraw)();
-    // Copies the line as it stands, without its newline, into `dst` (kMaxLine bytes) and returns
-    // its length. While a search text or the version is shown, that is the line being kept behind
+    // Stores the bytes of the line as it stands, without its newline, at `dst` (kMaxLine) and returns
+    // their number. While a search text or the version is shown, that is the line being kept behind
     // it.
-    int (*text)(genchar *dst);
+    int (*text)(char *dst);
     // True while the cursor stands in front of the line's end: keys are then taken in bursts.
     bool (*within_line)();
     // Called before a wait for a key: draws what was put off while keys were held.
@@ -105,9 +104,9 @@ struct EditView {
 };
 extern const EditView *e_view;
 
-// The line of an edit that ended because the program left line input: e_taken_len characters, -1
+// The line of an edit that ended because the program left line input: e_taken_len bytes, -1
 // when the last edit ended in any other way.
-extern genchar e_taken[kMaxLine];
+extern char e_taken[kMaxLine];
 extern int e_taken_len;
 
 // 1 when the last kread returned 0 because nothing was there to read any more: no end of input.
@@ -197,11 +196,11 @@ void e_flush();
 void e_ringbell();
 // Newline, then e_flush.
 void e_crlf();
-// Maps the NUL-terminated line `virt` from index `voff` on to the characters that show it, into
-// `phys` (kMaxImage bytes) from column `poff` on, NUL-terminated, at most 258 columns and the rest
-// of the last character. Returns the column of the character at index `cur`: in the vi style the
-// last column of a tab or control character, else its first; `poff` when `cur` is not in the line.
-int e_virt_to_phys(const genchar *virt, genchar *phys, int cur, int voff, int poff);
+// Maps the `len` units at `virt` to the characters that show them, into `phys` (kMaxImage) from
+// column `poff` on, with a NUL behind them: at most 258 columns in byte mode and the rest of the last
+// character. Returns the column of the one at index `cur`: in the vi style its last column, else its
+// first; `poff` when `cur` is not in the line.
+int e_virt_to_phys(const genchar *virt, int len, genchar *phys, int cur, int poff);
 
 // The driver's part of a vi line: reads what the alternative mode has collected into `buf` (`len`
 // bytes). Returns its length, 0 for an escape key on an empty line; -1 with EAGAIN when nothing is

@@ -6,6 +6,9 @@
 // Not 0 in extended mode. Set once, never changed afterwards.
 extern int Extended;
 
+// Not 0 where TERM is unset, empty or "dumb": no escape sequence may be written.
+extern int Dumb_terminal;
+
 // Looks at Q_VXEXTENDED: anything but nothing or "0" switches the mode on. To be called at start,
 // before the program is started.
 void extended_begin();

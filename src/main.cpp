@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "extended.h"
 #include "msg.h"
 #include "pass.h"
 #include "pty.h"
@@ -83,6 +84,7 @@ static void publish_history_name(const char *program) {
 int morp_main(int argc, char **argv) {
     Program_name = t_basename(argc > 0 ? argv[0] : "morp");
     fill_standard_descriptors();
+    extended_begin();
     parse_options(argc, argv);
     char **program = program_arguments(argc, argv);
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {

@@ -1,16 +1,17 @@
 // morp_defs.h: definitions that most modules need: the character type, buffer sizes, key codes.
 #pragma once
 
-// A character of a line being edited: a plain byte, signed on most machines. Convert through
-// unsigned char before a comparison, a shift or a classification.
-using genchar = char;
+// A character of a line being edited: a byte, 0 to 255, or in extended mode more (edit/chars.h).
+using genchar = char32_t;
 
 // Codes of the editing style, `opt_flag`.
 inline constexpr int kStyleGmacs = 1;
 inline constexpr int kStyleEmacs = 2;
 inline constexpr int kStyleVi = 8;
 
-// A line or a copy of a history command: at most 257 characters and a NUL.
+// Units that a line being edited ever has room for.
+inline constexpr int kLineUnits = 4096;
+// A copy of a history command: at most 257 bytes and a NUL. So many columns an image has.
 inline constexpr int kMaxLine = 258;
 // A screen image: 258 columns, one character that runs over, and room for padding.
 inline constexpr int kMaxImage = 516;
@@ -29,17 +30,14 @@ inline constexpr int kBell = 7;
 // The code that the control key of letter `c` (upper case, or one of @[\]^_) sends.
 constexpr int ctrl(char c) { return c & 0x1f; }
 
-// Printable means plain ASCII: no locale is ever set. `c` is 0 to 255, or negative (never
-// printable).
+// What bytes of the program's output and of the history are; for those of a line see edit/chars.h.
+// Printable means plain ASCII. `c` is 0 to 255, or negative (never printable).
 constexpr bool is_printable(int c) { return c >= 32 && c <= 126; }
 constexpr bool is_blank(int c) { return c == ' ' || (c >= 9 && c <= 13); }
 constexpr bool is_digit(int c) { return c >= '0' && c <= '9'; }
-constexpr bool is_upper(int c) { return c >= 'A' && c <= 'Z'; }
-constexpr bool is_lower(int c) { return c >= 'a' && c <= 'z'; }
-constexpr bool is_alnum(int c) { return is_digit(c) || is_upper(c) || is_lower(c); }
 
-// The value 0 to 255 of a buffer character.
-constexpr int byte_of(genchar c) { return static_cast<unsigned char>(c); }
+// The value 0 to 255 of a byte.
+constexpr int byte_of(char c) { return static_cast<unsigned char>(c); }
 
 // What a special character reads as when the terminal has it disabled: equal to no key.
 inline constexpr int kNoKey = -100;

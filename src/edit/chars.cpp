@@ -39,12 +39,12 @@ void chars_begin(bool extended) {
 
 bool chars_utf8() { return Utf8; }
 
-static std::wint_t wide(char32_t u) { return static_cast<std::wint_t>(u); }
+static std::wint_t wide(genchar u) { return static_cast<std::wint_t>(u); }
 
 // ---- The borders.
 
 // Encodes into kCharacterBytes. Returns the number of bytes, 0 where the locale has none for it.
-static int encode(char32_t u, char *dst) {
+static int encode(genchar u, char *dst) {
     if (!By_locale || u < 128 || is_bad_byte(u)) {
         dst[0] = static_cast<char>(u & 0xff);
         return 1;
@@ -55,7 +55,7 @@ static int encode(char32_t u, char *dst) {
     return n != static_cast<std::size_t>(-1) ? static_cast<int>(n) : 0;
 }
 
-int bytes_of_units(const char32_t *units, int n) {
+int bytes_of_units(const genchar *units, int n) {
     if (!By_locale) return n;
     char bytes[kCharacterBytes];
     int size = 0;
@@ -63,7 +63,7 @@ int bytes_of_units(const char32_t *units, int n) {
     return size;
 }
 
-int decode_end(Decoder &decoder, char32_t *out) {
+int decode_end(Decoder &decoder, genchar *out) {
     for (int i = 0; i < decoder.held; i++) out[i] = kBadByte + decoder.bytes[i];
     const int n = decoder.held;
     decoder = {};
@@ -72,9 +72,9 @@ int decode_end(Decoder &decoder, char32_t *out) {
 
 // The character that the held bytes are was completed. Where writing it gives other bytes they
 // would not arrive as they were typed, and stay bytes.
-static int take_character(Decoder &decoder, wchar_t wc, char32_t *out) {
+static int take_character(Decoder &decoder, wchar_t wc, genchar *out) {
     char bytes[kCharacterBytes];
-    out[0] = static_cast<char32_t>(wc);
+    out[0] = static_cast<genchar>(wc);
     const int n = encode(out[0], bytes);
     if (n != decoder.held || memcmp(bytes, decoder.bytes, static_cast<std::size_t>(n)) != 0)
         return decode_end(decoder, out);
@@ -82,7 +82,7 @@ static int take_character(Decoder &decoder, wchar_t wc, char32_t *out) {
     return 1;
 }
 
-int decode_byte(Decoder &decoder, int byte, char32_t *out) {
+int decode_byte(Decoder &decoder, int byte, genchar *out) {
     const unsigned char held = static_cast<unsigned char>(byte);
     if (!By_locale) {
         out[0] = held;
@@ -110,9 +110,9 @@ int decode_byte(Decoder &decoder, int byte, char32_t *out) {
     return given_up + 1;
 }
 
-int units_from_bytes(char32_t *dst, int room, const char *src, int len) {
+int units_from_bytes(genchar *dst, int room, const char *src, int len) {
     Decoder decoder = {};
-    char32_t units[kDecodedUnits];
+    genchar units[kDecodedUnits];
     int n = 0;
     for (int i = 0; i <= len && n < room; i++) {
         const bool more = i < len;
@@ -125,7 +125,7 @@ int units_from_bytes(char32_t *dst, int room, const char *src, int len) {
     return n;
 }
 
-int bytes_from_units(char *dst, int room, const char32_t *src, int n) {
+int bytes_from_units(char *dst, int room, const genchar *src, int n) {
     char bytes[kCharacterBytes];
     int len = 0;
     for (int i = 0; i < n; i++) {
@@ -140,11 +140,11 @@ int bytes_from_units(char *dst, int room, const char32_t *src, int n) {
 // ---- Classes.
 
 struct Range {
-    char32_t first, last;
+    genchar first, last;
 };
 
 template <std::size_t N>
-static bool in_any(char32_t u, const Range (&ranges)[N]) {
+static bool in_any(genchar u, const Range (&ranges)[N]) {
     return std::any_of(std::begin(ranges), std::end(ranges),
                        [u](const Range &r) { return u >= r.first && u <= r.last; });
 }
@@ -168,24 +168,24 @@ static constexpr Range kEastAsian[] = {
     {0xff01, 0xff60}, {0xffe0, 0xffe6}, {0x20000, 0x3fffd},
 };
 
-static constexpr char32_t kZeroWidthNonJoiner = 0x200c;
-static constexpr char32_t kJoiner = 0x200d;
-static constexpr char32_t kEmojiStyle = 0xfe0f;
-static constexpr char32_t kEmojiFrom = 0x1f000;
+static constexpr genchar kZeroWidthNonJoiner = 0x200c;
+static constexpr genchar kJoiner = 0x200d;
+static constexpr genchar kEmojiStyle = 0xfe0f;
+static constexpr genchar kEmojiFrom = 0x1f000;
 
-static constexpr bool ascii_prints(char32_t u) { return u >= 32 && u <= 126; }
-static constexpr bool is_regional(char32_t u) { return u >= 0x1f1e6 && u <= 0x1f1ff; }
-static constexpr bool is_skin_tone(char32_t u) { return u >= 0x1f3fb && u <= 0x1f3ff; }
-static constexpr bool is_tag(char32_t u) { return u >= 0xe0020 && u <= 0xe007f; }
+static constexpr bool ascii_prints(genchar u) { return u >= 32 && u <= 126; }
+static constexpr bool is_regional(genchar u) { return u >= 0x1f1e6 && u <= 0x1f1ff; }
+static constexpr bool is_skin_tone(genchar u) { return u >= 0x1f3fb && u <= 0x1f3ff; }
+static constexpr bool is_tag(genchar u) { return u >= 0xe0020 && u <= 0xe007f; }
 
 // A code point that the library doesn't know yet: newer terminals do.
-static bool unassigned(char32_t u) {
+static bool unassigned(genchar u) {
     return u >= 0xa0 && iswprint(wide(u)) == 0 && iswcntrl(wide(u)) == 0 && !in_any(u, kFormats) &&
            !in_any(u, kPrivate) && (u & 0xfffe) != 0xfffe;
 }
 
 // The columns of a unit that shows, -1 for one that doesn't. Byte mode asks for ASCII only.
-static int width_of(char32_t u) {
+static int width_of(genchar u) {
     if (u < 128) return ascii_prints(u) ? 1 : -1;
     if (!By_locale || is_bad_byte(u)) return -1;
     if (is_regional(u)) return 2;
@@ -194,73 +194,73 @@ static int width_of(char32_t u) {
 }
 
 // Takes no column and shows only with the base before it.
-static bool joins_base(char32_t u) {
+static bool joins_base(genchar u) {
     if (u < 128 || !By_locale || is_bad_byte(u)) return false;
     if (u == kZeroWidthNonJoiner || is_skin_tone(u)) return true;
     return !in_any(u, kFormats) && width_of(u) == 0;
 }
 
-static bool is_base(char32_t u) { return width_of(u) > 0 && (u < 128 || !in_any(u, kFormats)); }
+static bool is_base(genchar u) { return width_of(u) > 0 && (u < 128 || !in_any(u, kFormats)); }
 
-bool unit_printable(char32_t u) { return is_base(u); }
+bool unit_printable(genchar u) { return is_base(u); }
 
-bool unit_blank(char32_t u) {
+bool unit_blank(genchar u) {
     if (u < 128 || !By_locale) return u == ' ' || (u >= 9 && u <= 13);
     return !is_bad_byte(u) && iswspace(wide(u)) != 0;
 }
 
-bool unit_word(char32_t u) {
+bool unit_word(genchar u) {
     if (u < 128 || !By_locale)
         return (u >= '0' && u <= '9') || (u >= 'A' && u <= 'Z') || (u >= 'a' && u <= 'z');
     return !is_bad_byte(u) && iswalnum(wide(u)) != 0;
 }
 
-bool unit_upper(char32_t u) {
+bool unit_upper(genchar u) {
     if (u < 128 || !By_locale) return u >= 'A' && u <= 'Z';
     return !is_bad_byte(u) && iswupper(wide(u)) != 0;
 }
 
-bool unit_lower(char32_t u) {
+bool unit_lower(genchar u) {
     if (u < 128 || !By_locale) return u >= 'a' && u <= 'z';
     return !is_bad_byte(u) && iswlower(wide(u)) != 0;
 }
 
 // `changed`, unless the locale can't write it.
-static char32_t writable(char32_t u, std::wint_t changed) {
+static genchar writable(genchar u, std::wint_t changed) {
     char bytes[kCharacterBytes];
-    const char32_t other = static_cast<char32_t>(changed);
+    const genchar other = static_cast<genchar>(changed);
     return encode(other, bytes) > 0 ? other : u;
 }
 
-char32_t unit_to_upper(char32_t u) {
+genchar unit_to_upper(genchar u) {
     if (!unit_lower(u)) return u;
     return u < 128 ? u - 'a' + 'A' : writable(u, towupper(wide(u)));
 }
 
-char32_t unit_to_lower(char32_t u) {
+genchar unit_to_lower(genchar u) {
     if (!unit_upper(u)) return u;
     return u < 128 ? u - 'A' + 'a' : writable(u, towlower(wide(u)));
 }
 
-bool unit_plain(char32_t u) { return ascii_prints(u); }
+bool unit_plain(genchar u) { return ascii_prints(u); }
 
 // ---- Clusters.
 
 // Starts a cluster whatever stands before it, unless that is a joiner.
-static bool starts_alone(char32_t u) {
+static bool starts_alone(genchar u) {
     return u < 128 || !By_locale ||
            (u != kJoiner && !joins_base(u) && !is_regional(u) && !is_tag(u));
 }
 
-int cluster_end(const char32_t *line, int len, int at) {
-    const char32_t first = line[at];
+int cluster_end(const genchar *line, int len, int at) {
+    const genchar first = line[at];
     const int most = std::min(len, at + kMostJoined);
     bool base = is_base(first);
     bool paired = !is_regional(first);  // no second half of a flag is awaited
     bool emoji = first >= kEmojiFrom;
     int i = at + 1;
     for (; i < most; i++) {
-        const char32_t u = line[i];
+        const genchar u = line[i];
         if (line[i - 1] == kJoiner && By_locale) {
             base = base || is_base(u);
             emoji = u >= kEmojiFrom;
@@ -275,7 +275,7 @@ int cluster_end(const char32_t *line, int len, int at) {
     return i;
 }
 
-int cluster_start(const char32_t *line, int len, int at) {
+int cluster_start(const genchar *line, int len, int at) {
     if (at >= len) return len;
     int start = at;
     while (start > 0 && !(starts_alone(line[start]) && !(By_locale && line[start - 1] == kJoiner)))
@@ -287,28 +287,28 @@ int cluster_start(const char32_t *line, int len, int at) {
     }
 }
 
-int cluster_before(const char32_t *line, int len, int at) {
+int cluster_before(const genchar *line, int len, int at) {
     return cluster_start(line, len, at - 1);
 }
 
 // ---- How they are shown.
 
-static bool certain(char32_t u, int width) {
+static bool certain(genchar u, int width) {
     return ascii_prints(u) || (width == 2 && in_any(u, kEastAsian));
 }
 
-static Shown unit_shown(char32_t u, int at) {
+static Shown unit_shown(genchar u, int at) {
     if (is_base(u)) return {width_of(u), false, certain(u, width_of(u))};
-    char32_t spelling[kSpelling];
+    genchar spelling[kSpelling];
     return {unit_spelling(u, at, spelling), true, true};
 }
 
-Shown cluster_shown(const char32_t *cluster, int n, int at) {
+Shown cluster_shown(const genchar *cluster, int n, int at) {
     if (n == 1) return unit_shown(cluster[0], at);
     bool itself = is_base(cluster[0]);
     int columns = 0;
     for (int i = 0; i < n && itself; i++) {
-        const char32_t u = cluster[i];
+        const genchar u = cluster[i];
         itself = u == kJoiner || joins_base(u) || is_base(u) || is_tag(u);
         columns += std::max(width_of(u), 0);
         if (u == kEmojiStyle && width_of(cluster[i - 1]) == 1) columns++;
@@ -319,7 +319,7 @@ Shown cluster_shown(const char32_t *cluster, int n, int at) {
     return {column - at, true, false};
 }
 
-int unit_spelling(char32_t u, int at, char32_t *dst) {
+int unit_spelling(genchar u, int at, genchar *dst) {
     if (u == '\t') {
         const int n = 8 - at % 8;
         std::fill_n(dst, n, U' ');

@@ -16,8 +16,8 @@
 
 // A byte b that doesn't decode is the unit kBadByte + b: a lone half of a surrogate pair, which no
 // decoder gives.
-inline constexpr char32_t kBadByte = 0xDC00;
-constexpr bool is_bad_byte(char32_t u) { return u >= kBadByte && u < kBadByte + 256; }
+inline constexpr genchar kBadByte = 0xDC00;
+constexpr bool is_bad_byte(genchar u) { return u >= kBadByte && u < kBadByte + 256; }
 
 // Most bytes of one unit, most units that one byte completes, most units of one cluster (those
 // behind it begin another one).
@@ -41,35 +41,35 @@ struct Decoder {
 // Takes `byte` (0 to 255) and stores the units that are whole now at `out` (kDecodedUnits). Returns
 // their number, 0 while more bytes have to come. A byte that doesn't belong to what is held makes
 // single bytes of that, and is then decoded afresh.
-int decode_byte(Decoder &decoder, int byte, char32_t *out);
+int decode_byte(Decoder &decoder, int byte, genchar *out);
 // Gives up what is held, as single bytes. Returns their number.
-int decode_end(Decoder &decoder, char32_t *out);
+int decode_end(Decoder &decoder, genchar *out);
 inline bool decoder_pending(const Decoder &decoder) { return decoder.held > 0; }
 // Decodes `len` bytes into at most `room` units; a character cut at the end is single bytes.
 // Returns the number of units.
-int units_from_bytes(char32_t *dst, int room, const char *src, int len);
+int units_from_bytes(genchar *dst, int room, const char *src, int len);
 // Encodes `n` units into at most `room` bytes, whole units only. Returns the number of bytes.
-int bytes_from_units(char *dst, int room, const char32_t *src, int n);
+int bytes_from_units(char *dst, int room, const genchar *src, int n);
 // The number of bytes of `n` units.
-int bytes_of_units(const char32_t *units, int n);
+int bytes_of_units(const genchar *units, int n);
 
 // Classes. Printable: shown as itself.
-bool unit_printable(char32_t u);
-bool unit_blank(char32_t u);
-bool unit_word(char32_t u);  // letters and digits
-bool unit_upper(char32_t u);
-bool unit_lower(char32_t u);
-char32_t unit_to_upper(char32_t u);
-char32_t unit_to_lower(char32_t u);
+bool unit_printable(genchar u);
+bool unit_blank(genchar u);
+bool unit_word(genchar u);  // letters and digits
+bool unit_upper(genchar u);
+bool unit_lower(genchar u);
+genchar unit_to_upper(genchar u);
+genchar unit_to_lower(genchar u);
 // Printable, one column on every terminal, and nothing that joins a unit beside it.
-bool unit_plain(char32_t u);
+bool unit_plain(genchar u);
 
 // Clusters of the `len` units of `line`. `cluster_end`: one past the cluster that starts at `at`.
 // `cluster_start`: the start of the one that holds unit `at`; `len` for `at` >= `len`.
 // `cluster_before`: the start of the one before the one that starts at `at` > 0.
-int cluster_end(const char32_t *line, int len, int at);
-int cluster_start(const char32_t *line, int len, int at);
-int cluster_before(const char32_t *line, int len, int at);
+int cluster_end(const genchar *line, int len, int at);
+int cluster_start(const genchar *line, int len, int at);
+int cluster_before(const genchar *line, int len, int at);
 
 // How a cluster that begins at column `at` is shown.
 struct Shown {
@@ -77,10 +77,10 @@ struct Shown {
     bool spelled;  // unit by unit: those that print as themselves, the others by unit_spelling
     bool safe;     // a movement relative to it is right on every terminal
 };
-Shown cluster_shown(const char32_t *cluster, int n, int at);
+Shown cluster_shown(const genchar *cluster, int n, int at);
 // What stands for one unit that isn't shown as itself, beginning at column `at`: at most kSpelling
 // characters of ASCII (in byte mode: bytes). A TAB runs to the next multiple of 8, a control
 // character is a caret and a letter, a byte that doesn't decode \xhh, anything else <hhhh>. Returns
 // their number.
 inline constexpr int kSpelling = 8;
-int unit_spelling(char32_t u, int at, char32_t *dst);
+int unit_spelling(genchar u, int at, genchar *dst);

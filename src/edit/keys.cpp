@@ -8,6 +8,7 @@
 #include "edit.h"
 #include "edit/host.h"
 #include "edit_internal.h"
+#include "extended.h"
 #include "wait.h"
 
 static const char bellchr[2] = {kBell, '\0'};
@@ -17,7 +18,7 @@ static char Out_buf[1024];
 static std::size_t Out_len = 0;
 
 const EditHost *e_host = nullptr;
-genchar e_taken[kMaxLine];
+char e_taken[kMaxLine];
 int e_taken_len = -1;
 int e_nothing = 0;
 int e_gone = 0;
@@ -55,7 +56,8 @@ void e_write(const char *data, std::size_t len) {
 }
 
 void e_putchar(int c) {
-    if (c == '_') {  // overstrikes a blank where the terminal would not show an underscore
+    // Overstrikes a blank where a terminal would not show an underscore.
+    if (c == '_' && Extended == 0) {
         e_write(" \b_", 3);
         return;
     }

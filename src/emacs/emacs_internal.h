@@ -1,11 +1,10 @@
 // emacs_internal.h: what the files of the emacs-like editor share: the state of the line read, the
 // display, the commands.
 //
-// The line is built in the caller's buffer, editb.e_inbuf: text from 0 on, a NUL at e_eol. Every
-// position (e_cur, e_eol, the mark e_fchar) counts from its start; the prompt is the display's
-// business alone. Text and prompt together stay below kKeyboardBuffer - 1: e_llimit takes the
-// prompt off twice, once for the room that it takes on the row and once for what the text has less
-// for it.
+// The line is that of edit/text.h; every position (e_cur, e_eol, the mark e_fchar) counts from its
+// start. The prompt is the display's business alone. Text and prompt together stay below
+// kKeyboardBuffer - 1: e_llimit takes the prompt off twice, once for the room that it takes on the
+// row and once for what the text has less for it.
 //
 // Program output may arrive in any wait for a key and bring another prompt (see view.cpp), so no
 // column is held in a local across e_getchar.
@@ -14,6 +13,8 @@
 #include <type_traits>
 
 #include "edit.h"
+#include "edit/row.h"
+#include "edit/text.h"
 #include "history.h"
 #include "morp_defs.h"
 
@@ -26,7 +27,6 @@ inline constexpr int CODE_KILL = -5;
 
 inline constexpr int kPromptSize = 256;  // bytes of the prompt buffer
 inline constexpr int kSearchSize = 256;  // bytes of the search text
-inline constexpr int kScreenSize = 160;  // the image: at most 158 columns, the marker, a NUL
 inline constexpr int kMaxText = 255;     // characters of text that a line ever holds
 // The longest prompt that leaves room for one whole burst of keys.
 inline constexpr int kMaxPrompt = 87;
@@ -69,9 +69,9 @@ extern char backslash;  // 1 while the character just inserted is a backslash
 // The line behind a search text or the version, from `keep_line` to `restore_line`. The text counts
 // from its own start, so a new prompt doesn't touch it.
 struct KeptLine {
-    int len;  // characters, -1 while no line is kept
-    int cur;  // cursor within them
-    genchar text[kKeyboardBuffer];
+    bool any;
+    int cur;  // cursor within it
+    TextCopy text;
 };
 extern KeptLine kept;
 
@@ -83,29 +83,27 @@ extern TERMINAL terminal;
 extern int prevdirection;         // of the last search: -1 older, 1 newer
 extern char string[kSearchSize];  // last search text
 
-// The length of the NUL-terminated buffer.
-int line_length();
 void keep_line();
 void restore_line();
+// Change the line, e_eol with it. Where the units don't fit nothing goes in.
+void put_units(int at, const genchar *units, int n);
+void take_units(int at, int n);
 // Applies a count of `value` times `factor` plus `add`, none negative; stops at kMaxCount.
 constexpr int grow_count(int value, int factor, int add) {
     return value > (kMaxCount - add) / factor ? kMaxCount : value * factor + add;
 }
 
 // The screen row (display.cpp).
-extern char *screen;   // its image: one character per window column, blanks up to e_wsize
-extern char *cursor;   // the window column of the terminal's cursor
 extern int offset;     // physical column shown in window column 0
-extern char overflow;  // marker shown in column e_wsize; 0 unknown
-extern char scvalid;   // 1: the image shows the line; 0: an update was put off
-extern int cr_ok;      // 1: a carriage return leads to window column 0
+extern int &overflow;  // marker shown in column e_wsize; 0 unknown
+extern char scvalid;   // 1: the row shows the line; 0: an update was put off
+extern bool &cr_ok;    // a carriage return leads to window column 0
 // Columns by which a prompt that can't be written again reaches further than e_plen says: its
 // colours were captured in part only. The window is narrower by so much while it shows the prompt.
 extern int prompt_excess;
 void draw(DRAWTYPE option);
-// Moves the terminal's cursor to window column `new_col` (0 to e_wsize). Unless `c` is 0, writes it
-// there, one column further on; the image is left alone.
-void setcursor(int new_col, int c);
+// Brings the window to what is wanted, column by column.
+void write_differences();
 // Makes up for an update that was put off while keys were pending.
 void make_up();
 // Writes a NUL-terminated string.
@@ -146,10 +144,11 @@ After yank(Command &command);
 After uparrow(Command &command);
 After downarrow(Command &command);
 After search_history(Command &command);
-// Copies the line at (e_hline, e_hloff), cut to the room behind the prompt, and a NUL to `dst`,
-// which holds kMaxText + 1 bytes; rings when it had to be cut. Without a history `dst` is left
-// alone.
-void copy_history_line(genchar *dst);
+// Copies the line at (e_hline, e_hloff), cut to the room behind the prompt, into `copy`; rings when
+// it had to be cut. False, and nothing is copied, without a history.
+bool copy_history_line(TextCopy &copy);
+// Puts it in place of the line.
+void recall_line();
 // Starts the line with the successor of the one that ^O finished, when that was asked for.
 void fetch_next_line();
 // The edit was taken away: a fetched line as it came is nobody's typing, and is fetched again.
@@ -163,6 +162,6 @@ int next_key();
 // Lets the user type a text in place of the line and puts the history line that holds it there, or
 // the old line when there is none. `direction` 0 searches newer commands, above 0 older ones
 // (search.cpp).
-void search(genchar *out, int direction);
+void search(int direction);
 
 }  // namespace emacs

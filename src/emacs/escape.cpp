@@ -1,56 +1,55 @@
 // escape.cpp: the commands typed as ESC and a key, and counts typed as ESC and digits. Most push a
 // control key back and return the count that it is to run with, so that kill buffer, mark and
 // display follow the loop's own rules.
-#include <algorithm>
-
+#include "edit/chars.h"
 #include "edit/decode.h"
 #include "emacs_internal.h"
 
 namespace emacs {
 
-static bool in_word(const genchar *out, int position) { return is_alnum(byte_of(out[position])); }
+static bool in_word(int position) { return unit_word(editb.e_inbuf[position]); }
+static bool in_word_before(int position) { return in_word(text_back(position, 1)); }
 
 // The end of the `words`-th word after the cursor, or the end of the text.
-static int forward_word(const genchar *out, int words) {
+static int forward_word(int words) {
     int i = editb.e_cur;
     for (; words > 0 && i < editb.e_eol; words--) {
-        while (i < editb.e_eol && !in_word(out, i)) i++;
-        while (i < editb.e_eol && in_word(out, i)) i++;
+        while (i < editb.e_eol && !in_word(i)) i = text_ahead(i, 1);
+        while (i < editb.e_eol && in_word(i)) i = text_ahead(i, 1);
     }
     return i;
 }
 
 // The start of the `words`-th word before the cursor, or of the text.
-static int backward_word(const genchar *out, int words) {
+static int backward_word(int words) {
     int i = editb.e_cur;
     for (; words > 0 && i > 0; words--) {
-        i--;
-        while (i > 0 && !in_word(out, i)) i--;
-        while (i > 0 && in_word(out, i - 1)) i--;
+        while (i > 0 && !in_word_before(i)) i = text_back(i, 1);
+        while (i > 0 && in_word_before(i)) i = text_back(i, 1);
     }
     return i;
 }
 
-static int mark_here(genchar * /*out*/, int /*value*/) {
+static int mark_here(int /*value*/) {
     editb.e_fchar = editb.e_cur;
     return -1;
 }
 
 // The region is deleted and put back, and stays in the kill buffer.
-static int copy_region(genchar * /*out*/, int /*value*/) {
+static int copy_region(int /*value*/) {
     e_ungetchar(ctrl('Y'));
     e_ungetchar(ctrl('W'));
     return -1;
 }
 
-static int word_right(genchar *out, int value) {
-    editb.e_cur = forward_word(out, value);
+static int word_right(int value) {
+    editb.e_cur = forward_word(value);
     draw(UPDATE);
     return -1;
 }
 
-static int delete_word(genchar *out, int value) {
-    const int len = forward_word(out, value) - editb.e_cur;
+static int delete_word(int value) {
+    const int len = text_clusters(editb.e_cur, forward_word(value));
     if (len == 0) {
         e_ringbell();
         return -1;
@@ -59,46 +58,46 @@ static int delete_word(genchar *out, int value) {
     return len;
 }
 
-static int upper_word(genchar *out, int value) {
+static int upper_word(int value) {
     e_ungetchar(ctrl('C'));
-    return forward_word(out, value) - editb.e_cur;
+    return text_clusters(editb.e_cur, forward_word(value));
 }
 
-static int lower_word(genchar *out, int value) {
-    for (const int end = forward_word(out, value); editb.e_cur < end; editb.e_cur++) {
-        const int c = byte_of(out[editb.e_cur]);
-        if (is_upper(c)) out[editb.e_cur] = static_cast<genchar>(c + ('a' - 'A'));
+static int lower_word(int value) {
+    for (const int end = forward_word(value); editb.e_cur < end; editb.e_cur++) {
+        const genchar lower = unit_to_lower(editb.e_inbuf[editb.e_cur]);
+        (void)text_over(editb.e_cur, &lower, 1);  // a longer one that finds no room stays
     }
     draw(UPDATE);
     return -1;
 }
 
-static int word_left(genchar *out, int value) {
-    editb.e_cur = backward_word(out, value);
+static int word_left(int value) {
+    editb.e_cur = backward_word(value);
     draw(UPDATE);
     return -1;
 }
 
-static int erase_word(genchar *out, int value) {
+static int erase_word(int value) {
     e_ungetchar(CODE_ERASE);
-    return editb.e_cur - backward_word(out, value);
+    return text_clusters(backward_word(value), editb.e_cur);
 }
 
 // The two counts are distances, not typed: they may pass kMaxCount as the history does. From the
 // fresh line there is none, -1, and ^N rings.
-static int newest(genchar * /*out*/, int /*value*/) {
+static int newest(int /*value*/) {
     e_ungetchar(ctrl('N'));
     return editb.e_hismax - editb.e_hline - 1;
 }
 
-static int oldest(genchar * /*out*/, int /*value*/) {
+static int oldest(int /*value*/) {
     e_ungetchar(ctrl('P'));
     return editb.e_hline;
 }
 
 struct EscapeBinding {
     int key;
-    int (*run)(genchar *out, int value);  // returns the count for the next command, -1 none
+    int (*run)(int value);  // returns the count for the next command, -1 none
 };
 static constexpr EscapeBinding kEscapeBindings[] = {
     {' ', mark_here},        {'p', copy_region}, {'f', word_right}, {'d', delete_word},
@@ -115,7 +114,7 @@ int escape(int ch, int count) {
         return value;
     }
     for (const EscapeBinding &binding : kEscapeBindings)
-        if (binding.key == ch) return binding.run(editb.e_inbuf, count < 0 ? 1 : count);
+        if (binding.key == ch) return binding.run(count < 0 ? 1 : count);
     // An unbound key quotes the ESC, and is then obeyed itself.
     e_ungetchar(ch);
     e_ungetchar(kEscape);

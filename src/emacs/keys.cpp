@@ -2,8 +2,8 @@
 // line. The word that ^V shows comes from here.
 #include <algorithm>
 #include <cstring>
-#include <utility>
 
+#include "edit/chars.h"
 #include "edit/decode.h"
 #include "emacs_internal.h"
 
@@ -24,54 +24,63 @@ After line_end(Command &command) {
 }
 
 After leftarrow(Command &command) {
-    command.i -= std::min(command.count, command.i);
+    command.i = text_back(command.i, command.count);
     return After::update;
 }
 
 After rightarrow(Command &command) {
-    command.i += std::min(command.count, editb.e_eol - command.i);
+    command.i = text_ahead(command.i, command.count);
     return After::update;
 }
 
 After upper_case(Command &command) {
-    const int end = command.i + std::min(command.count, editb.e_eol - command.i);
+    const int end = text_ahead(command.i, command.count);
     for (; command.i < end; command.i++) {
-        const int c = byte_of(editb.e_inbuf[command.i]);
-        if (is_lower(c)) editb.e_inbuf[command.i] = static_cast<genchar>(c - ('a' - 'A'));
+        const genchar upper = unit_to_upper(editb.e_inbuf[command.i]);
+        (void)text_over(command.i, &upper, 1);  // a longer one that finds no room stays
     }
     return After::update;
 }
 
-// The index of `c` in [from, to), -1 when it isn't there.
+// The index of a cluster whose base is `c` in [from, to), -1 when there is none.
 static int index_of(int c, int from, int to) {
-    for (int k = from; k < to; k++)
-        if (byte_of(editb.e_inbuf[k]) == c) return k;
+    for (int k = from; k < to; k = text_ahead(k, 1))
+        if (static_cast<int>(editb.e_inbuf[k]) == c) return k;
     return -1;
 }
 
 After find_character(Command &command) {
     const int c = e_gettyped();
     command.i = editb.e_cur;
-    int found = index_of(c, editb.e_cur + 1, editb.e_eol);
+    int found = index_of(c, text_ahead(editb.e_cur, 1), editb.e_eol);
     if (found < 0) found = index_of(c, 0, editb.e_cur);
     if (found >= 0) command.i = found;
     return After::update;
 }
 
+// Exchanges the clusters [from, middle) and [middle, to).
+static void exchange(int from, int middle, int to) {
+    genchar both[2 * kMostJoined];
+    genchar *const end = std::copy(editb.e_inbuf + middle, editb.e_inbuf + to, both);
+    std::copy(editb.e_inbuf + from, editb.e_inbuf + middle, end);
+    (void)text_over(from, both, to - from);  // takes as much room as before
+}
+
 After transpose(Command &command) {
-    genchar *const at = editb.e_inbuf + command.i;
-    if ((opt_flag & kStyleGmacs) == 0 && command.i != editb.e_eol) {
-        if (editb.e_eol > command.i + 1) {
-            std::swap(at[0], at[1]);
-            command.i++;
-            return After::update;
-        }
-    } else if (command.i >= 2) {
-        std::swap(at[-1], at[-2]);
-        return After::update;
+    const bool ahead = (opt_flag & kStyleGmacs) == 0 && command.i != editb.e_eol;
+    const int middle = ahead ? text_ahead(command.i, 1) : text_back(command.i, 1);
+    const int far = ahead ? text_ahead(middle, 1) : text_back(middle, 1);
+    if (far == middle) {
+        e_ringbell();
+        return After::next_key;
     }
-    e_ringbell();
-    return After::next_key;
+    if (ahead) {
+        exchange(command.i, middle, far);
+        command.i += far - middle;
+    } else {
+        exchange(far, middle, command.i);
+    }
+    return After::update;
 }
 
 After insert(Command &command) {
@@ -80,11 +89,9 @@ After insert(Command &command) {
         draw(FINAL);
         return After::full;
     }
-    genchar *const at = editb.e_inbuf + editb.e_cur;
-    std::memmove(at + 1, at, static_cast<std::size_t>(editb.e_eol - editb.e_cur) + 1);
-    editb.e_eol++;
+    const genchar unit = static_cast<genchar>(command.c & ~kPasted);
     backslash = command.c == '\\' ? 1 : 0;
-    *at = static_cast<genchar>(command.c);
+    put_units(editb.e_cur, &unit, 1);
     editb.e_cur++;
     draw(APPEND);
     return After::next_key;
@@ -104,7 +111,9 @@ After refresh(Command & /*command*/) {
 After show_version(Command & /*command*/) {
     keep_line();
     editb.e_cur = 0;
-    std::memcpy(editb.e_inbuf, kVersion + kVersionMarker, sizeof kVersion - kVersionMarker);
+    genchar version[sizeof kVersion];
+    (void)text_set(version, units_from_bytes(version, sizeof kVersion, kVersion + kVersionMarker,
+                                             sizeof kVersion - kVersionMarker - 1));
     draw(UPDATE);
     e_ungetchar(e_getchar());
     restore_line();
@@ -114,8 +123,6 @@ After show_version(Command & /*command*/) {
 
 After end_line(Command & /*command*/) {
     draw(FINAL);
-    editb.e_inbuf[editb.e_eol++] = '\n';
-    editb.e_inbuf[editb.e_eol] = '\0';
     e_crlf();
     e_reset_prime();
     return After::finish;

@@ -1,21 +1,16 @@
-// kill.cpp: the commands on the kill buffer and the mark. The kill buffer is editb.e_tmp, a string
-// of at most kMaxLine - 1 characters, emptied with each line read; the mark is editb.e_fchar.
+// kill.cpp: the commands on the kill buffer and the mark. The kill buffer is editb.e_tmp, emptied
+// with each line read; the mark is editb.e_fchar.
 #include <algorithm>
-#include <cstring>
 
 #include "edit/decode.h"
 #include "emacs_internal.h"
 
 namespace emacs {
 
-// Takes the `len` characters at `from` out of the line, into the kill buffer.
+// Takes the `len` units at `from` out of the line, into the kill buffer.
 static void cut(int from, int len) {
-    genchar *const at = editb.e_inbuf + from;
-    const std::size_t bytes = static_cast<std::size_t>(len);
-    std::memcpy(editb.e_tmp, at, bytes);
-    editb.e_tmp[len] = '\0';
-    std::memmove(at, at + len, static_cast<std::size_t>(editb.e_eol - from) - bytes + 1);
-    editb.e_eol -= len;
+    text_copy(*editb.e_tmp, from, len);
+    take_units(from, len);
 }
 
 After set_mark(Command &command) {
@@ -24,16 +19,16 @@ After set_mark(Command &command) {
 }
 
 After erase(Command &command) {
-    const int len = std::min(command.count, command.i);
-    command.i -= len;
-    cut(command.i, len);
+    const int end = command.i;
+    command.i = text_back(end, command.count);
+    cut(command.i, end - command.i);
     editb.e_fchar = command.i;
     return After::update;
 }
 
 After delete_(Command &command) {
     editb.e_fchar = command.i;
-    cut(command.i, std::min(command.count, editb.e_eol - command.i));
+    cut(command.i, text_ahead(command.i, command.count) - command.i);
     return After::update;
 }
 
@@ -70,10 +65,10 @@ After kill_line(Command &command) {
 After delete_region(Command &command) {
     editb.e_fchar = std::min(editb.e_fchar, editb.e_eol);
     if (editb.e_fchar > command.i) {
-        adjust = editb.e_fchar - command.i;
+        adjust = text_clusters(command.i, editb.e_fchar);
         e_ungetchar(ctrl('D'));
     } else if (editb.e_fchar < command.i) {
-        adjust = command.i - editb.e_fchar;
+        adjust = text_clusters(editb.e_fchar, command.i);
         e_ungetchar(CODE_ERASE);
     }
     return After::next_key;
@@ -90,18 +85,15 @@ After control_x(Command &command) {
 }
 
 After yank(Command & /*command*/) {
-    const int len = static_cast<int>(std::strlen(editb.e_tmp));
+    const int len = editb.e_tmp->len;
     if (editb.e_eol + len > std::min(editb.e_llimit, kMaxText - editb.e_plen)) {
         e_ringbell();
         return After::next_key;
     }
-    genchar *const at = editb.e_inbuf + editb.e_cur;
     editb.e_fchar = editb.e_cur;
-    std::memmove(at + len, at, static_cast<std::size_t>(editb.e_eol - editb.e_cur) + 1);
-    std::memcpy(at, editb.e_tmp, static_cast<std::size_t>(len));
+    put_units(editb.e_cur, editb.e_tmp->unit, len);
     editb.e_cur += len;
     draw(UPDATE);
-    editb.e_eol += len;
     return After::next_key;
 }
 

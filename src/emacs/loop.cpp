@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
-#include <cstring>
 
+#include "edit/chars.h"
 #include "edit/decode.h"
 #include "emacs.h"
 #include "emacs_internal.h"
@@ -18,7 +18,8 @@ namespace emacs {
 int capacity = 0;
 int adjust = -1;
 char backslash = 0;
-KeptLine kept = {-1, 0, {}};
+KeptLine kept = {false, 0, {}};
+static TextCopy stack;  // the kill buffer, editb.e_tmp
 
 histloc location = {0, 0};
 int CntrlO = 0;
@@ -42,18 +43,26 @@ static constexpr Binding kBindings[] = {
     {kKeyLeft, leftarrow},
 };
 
-int line_length() { return static_cast<int>(strnlen(editb.e_inbuf, kKeyboardBuffer - 1)); }
-
 void keep_line() {
-    kept.len = editb.e_eol;
+    kept.any = true;
     kept.cur = editb.e_cur;
-    std::memcpy(kept.text, editb.e_inbuf, static_cast<std::size_t>(kept.len) + 1);
+    text_copy(kept.text);
 }
 
 void restore_line() {
-    std::memcpy(editb.e_inbuf, kept.text, static_cast<std::size_t>(kept.len) + 1);
+    (void)text_set(kept.text.unit, kept.text.len);  // it was there before
     editb.e_cur = kept.cur;
-    kept.len = -1;
+    kept.any = false;
+}
+
+void put_units(int at, const genchar *units, int n) {
+    if (!text_put(at, units, n)) e_ringbell();
+    editb.e_eol = text_len();
+}
+
+void take_units(int at, int n) {
+    text_take(at, n);
+    editb.e_eol = text_len();
 }
 
 // A backslash makes the next key text when that is the user's erase or kill character or doesn't
@@ -66,10 +75,11 @@ static bool quote(int c) {
         e_ringbell();
         return true;
     }
-    const bool quoted =
-        c == editb.e_erase || c == editb.e_kill || (!is_printable(c) && c != '\n' && c != '\r');
+    const genchar unit = static_cast<genchar>(c & ~kPasted);
+    const bool quoted = c == editb.e_erase || c == editb.e_kill ||
+                        (!unit_printable(unit) && c != '\n' && c != '\r');
     if (!quoted) return false;
-    editb.e_inbuf[editb.e_cur - 1] = static_cast<genchar>(c);
+    (void)text_over(editb.e_cur - 1, &unit, 1);
     // Not APPEND: its echo of a printing character would leave the backslash on the screen.
     draw(UPDATE);
     return true;
@@ -116,7 +126,7 @@ static After edit_keys() {
                 draw(UPDATE);
                 break;
             case After::drawline:
-                editb.e_eol = line_length();
+                editb.e_eol = text_len();
                 editb.e_cur = editb.e_eol;
                 draw(UPDATE);
                 break;
@@ -136,13 +146,12 @@ static void begin_line() {
     }
     e_row_renewed();
 
-    editb.e_inbuf[0] = '\0';
     editb.e_llimit = capacity - 2 * editb.e_plen;
     editb.e_cur = editb.e_eol = editb.e_fchar = 0;
     draw(FIRST);
     adjust = -1;
     backslash = 0;
-    kept.len = -1;
+    kept.any = false;
     fetch_next_line();
 }
 
@@ -153,9 +162,12 @@ static int leave(int fd, int result) {
     return result;
 }
 
-static int deliver(int fd) {
+// Hands the line on as bytes; `whole`: with its newline.
+static int deliver(int fd, char *line, bool whole) {
     e_flush();
-    return leave(fd, editb.e_eol);
+    int len = bytes_from_units(line, kLineCapacity - 1, editb.e_inbuf, text_len());
+    if (whole) line[len++] = '\n';
+    return leave(fd, len);
 }
 
 // The line as the driver makes it, for a terminal that can't be made raw.
@@ -181,20 +193,17 @@ void emacs_reset_for_test() {
     emacs::string[0] = '\0';
     emacs::adjust = -1;
     emacs::backslash = 0;
-    emacs::kept.len = -1;
+    emacs::kept.any = false;
 }
 
 int emacs_read(int fd, char *line, int scend) {
     using namespace emacs;
     char prompt[kPromptSize];
-    genchar stack[kMaxLine];
-    char Screen[kScreenSize];
     editb.e_prompt = prompt;
-    editb.e_tmp = stack;
+    editb.e_tmp = &stack;
     editb.e_search = string;
-    editb.e_inbuf = line;
-    screen = Screen;
-    stack[0] = '\0';
+    text_begin(kKeyboardBuffer - 1, kKeyboardBuffer - 1);
+    stack.len = 0;
     capacity = std::min(scend, kLineCapacity);
 
     if (e_setraw(fd) != 0) {
@@ -215,7 +224,7 @@ int emacs_read(int fd, char *line, int scend) {
     e_view = &view;
     begin_line();
     const After after = edit_keys();
-    if (after != After::end_of_input) return deliver(fd);
+    if (after != After::end_of_input) return deliver(fd, line, after == After::finish);
     e_flush();
     return leave(fd, 0);
 }

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "edit/chars.h"
 #include "emacs.h"
 #include "emacs_internal.h"
 
@@ -11,21 +12,26 @@ namespace emacs {
 static bool fetched = false;
 static histloc fetched_from = {0, 0};
 
-void copy_history_line(genchar *dst) {
-    genchar copy[kMaxLine];
-    if (hist_copy(copy, editb.e_hline, editb.e_hloff) < 0) return;
+bool copy_history_line(TextCopy &copy) {
+    char bytes[kMaxLine];
+    if (hist_copy(bytes, editb.e_hline, editb.e_hloff) < 0) return false;
     // Behind the longest line newline and NUL still fit.
     const int room = std::min(kMaxText, kKeyboardBuffer - 2 - editb.e_plen);
-    const std::size_t len = strnlen(copy, static_cast<std::size_t>(room));
-    if (copy[len] != '\0') e_ringbell();
-    std::memcpy(dst, copy, len);
-    dst[len] = '\0';
+    const int len = static_cast<int>(std::strlen(bytes));
+    if (len > room) e_ringbell();
+    copy.len = units_from_bytes(copy.unit, room, bytes, len);
+    return true;
+}
+
+void recall_line() {
+    static TextCopy copy;
+    if (copy_history_line(copy)) (void)text_set(copy.unit, copy.len);
 }
 
 static After show_location() {
     editb.e_hline = location.his_command;
     editb.e_hloff = location.his_line;
-    copy_history_line(editb.e_inbuf);
+    recall_line();
     return After::drawline;
 }
 
@@ -58,7 +64,7 @@ After uparrow(Command &command) {
 }
 
 After search_history(Command &command) {
-    search(editb.e_inbuf, command.count);
+    search(command.count);
     return After::drawline;
 }
 
@@ -69,12 +75,12 @@ void fetch_next_line() {
     fetched_from = location;
     editb.e_hline = location.his_command;
     editb.e_hloff = location.his_line;
-    copy_history_line(editb.e_tmp);
+    (void)copy_history_line(*editb.e_tmp);
     e_ungetchar(ctrl('Y'));
 }
 
 void give_fetched_back() {
-    if (!fetched || std::strcmp(editb.e_inbuf, editb.e_tmp) != 0) return;
+    if (!fetched || !text_equals(*editb.e_tmp)) return;
     location = fetched_from;
     CntrlO = 1;
     e_taken_len = 0;

@@ -1,8 +1,8 @@
 // search.cpp: the history search of ^R. While its text is typed the line holds, behind the prompt,
 // a caret, the letter R and the text; the real line is kept aside.
 #include <algorithm>
-#include <cstring>
 
+#include "edit/chars.h"
 #include "edit/decode.h"
 #include "emacs_internal.h"
 
@@ -19,16 +19,17 @@ static int text_limit() {
 }
 
 // Puts `c` at index `n` of the text, the cursor behind it.
-static void put(genchar *out, int n, int c, DRAWTYPE option) {
+static void put(int n, int c, DRAWTYPE option) {
     const int at = kLead + n;
-    out[at] = static_cast<genchar>(c);
-    out[at + 1] = '\0';
-    editb.e_cur = at + 1;
+    const genchar unit = static_cast<genchar>(c & ~kPasted);
+    text_take(at, text_len() - at);
+    (void)text_put(at, &unit, 1);  // text_limit has asked for room
+    editb.e_cur = text_len();
     draw(option);
 }
 
 // Lets the user type the text. Returns false when the search was abandoned.
-static bool type_text(genchar *out) {
+static bool type_text() {
     int n = 0;  // characters of it
     for (;;) {
         const int c = e_gettyped();
@@ -39,7 +40,7 @@ static bool type_text(genchar *out) {
                 continue;
             }
             editb.e_cur = kLead + --n;
-            out[editb.e_cur] = '\0';
+            text_take(editb.e_cur, text_len() - editb.e_cur);
             draw(UPDATE);
         } else if (c == editb.e_kill) {
             e_ringbell();
@@ -47,25 +48,25 @@ static bool type_text(genchar *out) {
         } else if (n >= text_limit()) {
             e_ringbell();
         } else if (c == '\\') {
-            put(out, n, c, APPEND);
+            put(n, c, APPEND);
             const int quoted = e_gettext();
             // It takes the place of the backslash, which the screen shows by now.
             if (quoted != '\0')
-                put(out, n, quoted, UPDATE);
+                put(n, quoted, UPDATE);
             else
                 e_ringbell();  // the backslash is text then
             n++;
         } else {
-            put(out, n++, c, APPEND);
+            put(n++, c, APPEND);
         }
     }
 }
 
-// Searches for the text typed, or again for the last one. Returns true when a line was found and
-// stands in the line buffer.
-static bool find_text(genchar *out, int direction) {
-    const genchar *const text = out + kLead;
-    if (*text == '\0' && string[0] == '\0') {
+// Searches for the text typed, or again for the last one. Returns true when a line was found, which
+// takes the place of the text.
+static bool find_text(int direction) {
+    const int len = text_len() - kLead;
+    if (len == 0 && string[0] == '\0') {
         e_ringbell();
         return false;
     }
@@ -75,10 +76,8 @@ static bool find_text(genchar *out, int direction) {
         prevdirection = -prevdirection;
         direction = 1;
     }
-    if (*text != '\0') {
-        const std::size_t len = strnlen(text, kSearchSize - 1);
-        std::memcpy(string, text, len);
-        string[len] = '\0';
+    if (len > 0) {
+        string[bytes_from_units(string, kSearchSize - 1, editb.e_inbuf + kLead, len)] = '\0';
         prevdirection = direction;
     } else {
         direction = prevdirection;
@@ -87,7 +86,7 @@ static bool find_text(genchar *out, int direction) {
     if (found.his_command > 0) {
         editb.e_hline = found.his_command;
         editb.e_hloff = found.his_line;
-        copy_history_line(out);
+        recall_line();
         return true;
     }
     e_ringbell();
@@ -96,13 +95,13 @@ static bool find_text(genchar *out, int direction) {
     return false;
 }
 
-void search(genchar *out, int direction) {
+void search(int direction) {
     keep_line();
-    std::memcpy(out, "^R", kLead + 1);
+    (void)text_set(U"^R", kLead);
     editb.e_cur = kLead;
     draw(UPDATE);
-    if (type_text(out) && find_text(out, direction))
-        kept.len = -1;
+    if (type_text() && find_text(direction))
+        kept.any = false;
     else
         restore_line();
 }

@@ -1,8 +1,8 @@
 // view.cpp: how the line makes way for program output and comes back. Output arrives only while the
 // editor waits, and make_up brings the row up to date before each wait.
 #include <algorithm>
-#include <cstring>
 
+#include "edit/chars.h"
 #include "edit/host.h"
 #include "emacs_internal.h"
 
@@ -27,7 +27,7 @@ bool drop_unfit_prompt(int text_len) {
     return true;
 }
 
-// Works on what the row shows, the image, not on the line.
+// Works on what the row shows, not on the line.
 static void step_off() {
     // A prompt that can't be written again is gone once the window has moved.
     const bool gone = offset != 0 && editb.e_crlf == 0;
@@ -38,38 +38,25 @@ static void step_off() {
         e_host->row_new();
     }
     char rest[kRowColumns];
-    const int rest_end = prompt + e_host->row_rest(rest);
-    for (int k = 0; k < editb.e_wsize; k++) {
-        char c = ' ';
-        if (k < prompt)
-            c = editb.e_prompt[k + 1];
-        else if (k < rest_end)
-            c = rest[k - prompt];
-        if (c == screen[k]) continue;
-        setcursor(k, byte_of(c));
-        screen[k] = c;
-    }
-    const char last = editb.e_wsize < rest_end ? rest[editb.e_wsize - prompt] : ' ';
-    if (overflow != last) {
-        setcursor(editb.e_wsize, byte_of(last));
-        overflow = last;
-    }
-    setcursor(prompt, 0);
+    const int len = e_host->row_rest(rest);
+    const int room = editb.e_wsize - prompt;
+    row_want_output(prompt, rest, len);
+    write_differences();
+    row_mark(room < len ? byte_of(rest[room]) : ' ');
+    row_move(prompt);
 }
 
-// The row behind the cursor may hold output that the text now covers: the image shows it, so that
-// the next update blanks it.
-static void take_rest_into_image() {
+// The row behind the cursor may hold output that the text now covers: it counts as shown, so that the
+// next update blanks it.
+static void take_rest() {
     char rest[kRowColumns];
-    const int len = e_host->row_rest(rest);
-    const int room = editb.e_wsize - editb.e_plen;
-    std::memcpy(screen + editb.e_plen, rest, static_cast<std::size_t>(std::min(len, room)));
-    if (len > room) overflow = rest[room];
+    const int beyond = row_show_rest(editb.e_plen, rest, e_host->row_rest(rest));
+    if (beyond != 0) overflow = beyond;
 }
 
 // The length of everything that has to fit behind the prompt: the line, also while it is kept
 // aside, and what is shown in its place.
-static int text_length() { return std::max({editb.e_eol, editb.e_cur, line_length()}); }
+static int text_length() { return std::max({editb.e_eol, editb.e_cur, text_len()}); }
 
 static void come_back() {
     const bool was_full = editb.e_eol + 1 >= editb.e_llimit;
@@ -84,7 +71,7 @@ static void come_back() {
     // A prompt that has grown must not end the line.
     if (!was_full) editb.e_llimit = std::max(editb.e_llimit, editb.e_eol + 2);
     draw(FIRST);
-    take_rest_into_image();
+    take_rest();
     draw(UPDATE);
 }
 
@@ -97,13 +84,9 @@ static void redraw() {
     draw(REFRESH);
 }
 
-static int text(genchar *dst) {
-    const bool aside = kept.len >= 0;
-    const int len = aside ? kept.len : editb.e_eol;
-    const genchar *const from = aside ? kept.text : editb.e_inbuf;
-    std::memcpy(dst, from, static_cast<std::size_t>(len));
-    dst[len] = '\0';
-    return len;
+static int text(char *dst) {
+    const int len = kept.any ? kept.text.len : text_len();
+    return bytes_from_units(dst, kMaxLine, kept.any ? kept.text.unit : editb.e_inbuf, len);
 }
 
 static bool within_line() { return editb.e_cur < editb.e_eol; }

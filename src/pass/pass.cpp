@@ -8,6 +8,8 @@
 #include <cerrno>
 
 #include "edit.h"
+#include "edit/chars.h"
+#include "extended.h"
 #include "msg.h"
 #include "pass_internal.h"
 #include "run.h"
@@ -36,6 +38,7 @@ void pass_all(int _fd) {
     e_host = &pass_host;
     Between_writes = pass_forward_waiting_signal;
     opt_flag = get_editor_type();
+    chars_begin(Extended != 0);
     want_editing(Mode_vesk_init);
     constexpr int kKeyboardSignals[] = {SIGTSTP, SIGINT, SIGQUIT};
     for (const int sig : kKeyboardSignals) signal_catch(sig, sig_trap_general);

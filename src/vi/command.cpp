@@ -2,6 +2,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "edit/chars.h"
 #include "edit/decode.h"
 #include "history.h"
 #include "vi_internal.h"
@@ -11,9 +12,9 @@ namespace vi {
 // One stay in command mode: the command, and the line being edited while the history is shown.
 struct Visit {
     int key;
-    int column;     // cursor of the kept line; -1: none kept, or an empty one
-    genchar *undo;  // e_ubuf, which points at `kept` while that is saved or brought back
-    genchar kept[kMaxLine];
+    int column;      // cursor of the kept line; -1: none kept, or an empty one
+    TextCopy *undo;  // e_ubuf, which points at `kept` while that is saved or brought back
+    TextCopy kept;
 };
 static_assert(std::is_trivially_destructible_v<Visit>);
 
@@ -21,7 +22,7 @@ static_assert(std::is_trivially_destructible_v<Visit>);
 static void keep_line(Visit &visit) {
     if (editb.e_hline != editb.e_hismax) return;
     const int saved = editb.e_ucol;
-    editb.e_ubuf = visit.kept;
+    editb.e_ubuf = &visit.kept;
     save_v();
     visit.column = editb.e_ucol;
     editb.e_ubuf = visit.undo;
@@ -32,9 +33,9 @@ static void keep_line(Visit &visit) {
 static void bring_line_back(Visit &visit, bool shown_saved) {
     if (visit.column == -1) {
         if (!shown_saved) save_v();
-        set_line("", 0);
+        set_line(nullptr, 0, 0);
     } else {
-        editb.e_ubuf = visit.kept;
+        editb.e_ubuf = &visit.kept;
         editb.e_ucol = visit.column;
         restore_v();
         editb.e_ubuf = visit.undo;
@@ -43,9 +44,12 @@ static void bring_line_back(Visit &visit, bool shown_saved) {
 }
 
 static void load_line() {
-    hist_copy(editb.e_inbuf, editb.e_hline, -1);
-    if (strlen(editb.e_inbuf) > kMaxText) e_ringbell();  // it is cut
-    set_line(editb.e_inbuf, 0);
+    char bytes[kMaxLine];
+    genchar units[kMaxLine];
+    if (hist_copy(bytes, editb.e_hline, -1) < 0) bytes[0] = '\0';
+    const int len = static_cast<int>(strlen(bytes));
+    if (len > kMaxText) e_ringbell();  // it is cut
+    set_line(units, units_from_bytes(units, kMaxLine, bytes, len), 0);
     refresh(MODE_CONTROL);
 }
 
@@ -121,7 +125,10 @@ static int accept(Visit &) { return RESULT_ENTER; }
 static int accept_as_comment(Visit &) {
     if (editb.e_cur != -1) {
         // A comment that lost its last character does less harm than a command that lost its mark.
-        if (editb.e_eol + 1 >= kMaxText) editb.e_eol = kMaxText - 2;
+        if (editb.e_eol + 1 >= kMaxText) {
+            text_take(kMaxText - 1, text_len() - (kMaxText - 1));
+            editb.e_eol = kMaxText - 2;
+        }
         editb.e_cur = -1;
         insert('#');
         refresh(MODE_INPUT);
@@ -143,7 +150,7 @@ static int undo_all(Visit &) {
         return RESULT_GOOD;
     }
     save_v();
-    set_line(editb.e_Ubuf, 0);
+    set_line(*editb.e_Ubuf, 0);
     refresh(MODE_CONTROL);
     return RESULT_GOOD;
 }
@@ -184,9 +191,8 @@ static int run_command(int c, Visit &visit) {
 }
 
 static void enter() {
-    editb.e_inbuf[editb.e_eol + 1] = '\0';
     if (editb.e_saved == 0) {
-        memcpy(editb.e_Ubuf, editb.e_inbuf, static_cast<std::size_t>(editb.e_eol) + 2);
+        text_copy(*editb.e_Ubuf);
         editb.e_saved = 1;
     }
     save_last();
@@ -247,7 +253,7 @@ int cntlmode() {
     Visit visit;
     visit.column = -1;
     visit.undo = editb.e_ubuf;
-    visit.kept[0] = '\0';
+    visit.kept.len = 0;
     enter();
     for (;;) {
         const int result = obey(command_key(), visit);

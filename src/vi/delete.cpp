@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "edit/chars.h"
 #include "vi_internal.h"
 
 namespace vi {
@@ -14,16 +15,10 @@ void delete_(int nchars, int mode) {
     const int rest = editb.e_eol - editb.e_cur + 1;
     nchars = std::min(nchars, rest);
     if (nchars <= 0) return;
-    const std::size_t len = static_cast<std::size_t>(nchars);
-    genchar *const from = editb.e_inbuf + editb.e_cur;
-    if (mode != 'c') {
-        memcpy(yankbuf, from, len);
-        yankbuf[len] = '\0';
-    }
+    if (mode != 'c') text_copy(yankbuf, editb.e_cur, nchars);
     if (mode != 'y') {
-        memmove(from, from + len, static_cast<std::size_t>(rest - nchars));
+        text_take(editb.e_cur, nchars);
         editb.e_eol -= nchars;
-        editb.e_inbuf[editb.e_eol + 1] = '\0';
     }
     editb.e_cur--;
 }
@@ -38,8 +33,7 @@ void del_line(int mode) {
     editb.e_cur = editb.e_eol = editb.e_peol = -1;
     editb.e_fchar = -1;
     if (refresh_owed) return;  // the row still shows the line
-    editb.e_pcur = 0;
-    win_last() = -1;
+    Row.at = Row.used = 0;
     win_first() = 0;
     ochar() = 0;
     ocur_phys() = 0;
@@ -50,12 +44,10 @@ void del_line(int mode) {
 
 // Moves over `motion` with a blank behind the line, so that a motion can reach one past it.
 static int move_past_end(int motion) {
-    editb.e_inbuf[++editb.e_eol] = ' ';
-    editb.e_inbuf[editb.e_eol + 1] = '\0';
-    end_blank = true;
+    end_blank = text_put(++editb.e_eol, U" ", 1);
     const int moved = mvcursor(motion);
     end_blank = false;
-    editb.e_inbuf[editb.e_eol--] = '\0';
+    text_take(editb.e_eol--, 1);
     return moved;
 }
 
@@ -77,7 +69,7 @@ int delmotion(int motion, int mode) {
     int end = editb.e_cur;
     // A change leaves the blanks behind the word.
     if (mode == 'c')
-        while (end > begin && is_blank(char_at(end - 1))) end--;
+        while (end > begin && unit_blank(char_at(end - 1))) end--;
     editb.e_cur = std::min(begin, end);
     int count = std::max(begin, end) - editb.e_cur;
     if (!exclusive(motion)) count++;

@@ -1,26 +1,16 @@
-// display.cpp: the row that shows the line. The image (e_physbuf) is the line as characters of one
-// column each, the window (e_window) the part of it that the screen shows behind the prompt, as
-// last written, and in the column after it a marker tells on which sides the line goes on. Only
-// printable characters, backspaces and the carriage return that begins the prompt are written.
+// display.cpp: the row that shows the line behind the prompt. A refresh has the window made as it
+// should be and writes it from the first difference on; in the column after it a marker tells on
+// which sides the line goes on. Only printable characters, backspaces and the carriage return that
+// begins the prompt are written.
+#include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "vi_internal.h"
 
 namespace vi {
 
-int columns_of(int count) {
-    int col = 0;
-    for (int i = 0; i < count && col < kMaxLine; i++) {
-        const int c = char_at(i);
-        if (is_printable(c))
-            col++;
-        else if (c == '\t')
-            col = (col + 8) / 8 * 8;
-        else
-            col += 2;
-    }
-    return col;
-}
+int columns_of(int count) { return row_column(std::min(count, text_len())); }
 
 // The last column of the character under the cursor: that of the image when the image was cut
 // before it, 0 without such a character.
@@ -36,26 +26,11 @@ void pr_string(const char *s) {
 void pr_prompt() { pr_string(editb.e_prompt); }
 
 void putstring(int col, int nchars) {
-    const int image = static_cast<int>(strlen(editb.e_physbuf));
     for (int i = col; i < col + nchars; i++)
-        e_putchar(i < image ? byte_of(editb.e_physbuf[i]) : ' ');
+        e_putchar(i <= editb.e_peol ? static_cast<int>(editb.e_physbuf[i]) : ' ');
 }
 
-void cursor(int x) {
-    const int delta = x - editb.e_pcur;
-    if (delta > 0) {
-        putstring(editb.e_pcur, delta);
-    } else if (delta < 0) {
-        const int from_row_start = editb.e_pcur - win_first() + editb.e_plen;
-        if (editb.e_crlf != 0 && -delta > from_row_start / 2) {
-            pr_prompt();
-            putstring(win_first(), x - win_first());
-        } else {
-            for (int i = delta; i < 0; i++) e_putchar('\b');
-        }
-    }
-    editb.e_pcur = x;
-}
+void cursor(int x) { row_move(x - win_first()); }
 
 void clear_row() {
     const int known = e_columns();
@@ -68,34 +43,26 @@ void rub_out(int count) {
     for (; count > 0; count--) e_write("\b \b", 3);
 }
 
-void forget_window() { editb.e_window[0] = '\0'; }
+void forget_window() { Row.stale = true; }
 
 void forget_row() {
     forget_window();
-    editb.e_pcur = win_first();
-    win_last() = editb.e_wsize - 1;
+    Row.at = 0;
+    Row.used = editb.e_wsize;
     margin_shown() = 0;
 }
 
 void renew_row() {
     forget_window();
-    editb.e_pcur = win_first();
+    Row.at = 0;
     ofirst_w() = -1;
     margin_shown() = ' ';
 }
 
-static void build_image() {
-    editb.e_inbuf[editb.e_eol + 1] = '\0';
-    e_virt_to_phys(editb.e_inbuf, editb.e_physbuf, editb.e_cur, 0, 0);
-    editb.e_peol = static_cast<int>(strlen(editb.e_physbuf)) - 1;
-}
-
 static void scroll_to(int col) {
     if (col >= win_first() && col < win_first() + editb.e_wsize) return;
-    cursor(win_first());
-    const int first = col - editb.e_wsize / 2;
-    win_first() = first > 0 ? first : 0;
-    editb.e_pcur = win_first();  // the same place on the screen
+    row_move(0);
+    win_first() = std::max(col - editb.e_wsize / 2, 0);
 }
 
 static int needed_margin() {
@@ -104,51 +71,37 @@ static int needed_margin() {
     return editb.e_peol < win_first() + editb.e_wsize ? '<' : '*';
 }
 
-// Writes the window from index `from` on and blanks what the old content held behind it.
-static void write_window(int from) {
-    const int first = win_first();
-    int k = from;
-    for (; k < editb.e_wsize && first + k <= editb.e_peol; k++)
-        editb.e_window[k] = editb.e_physbuf[first + k];
-    const int last = k - 1;
-    for (; k <= win_last(); k++) editb.e_window[k] = ' ';
-    cursor(first + from);
-    for (int i = from; i < k; i++) e_putchar(byte_of(editb.e_window[i]));
-    editb.e_pcur = first + k;
-    win_last() = last;  // the blanks are no content
-}
-
-static void write_margin() {
-    if (margin_new() == margin_shown()) return;
-    for (; editb.e_pcur < win_first() + editb.e_wsize; editb.e_pcur++) e_putchar(' ');
-    e_putchar(margin_new());
-    editb.e_pcur++;
-    margin_shown() = margin_new();
+// The image of the whole line, for putstring.
+static void build_image() {
+    e_virt_to_phys(editb.e_inbuf, text_len(), editb.e_physbuf, editb.e_cur, 0);
+    editb.e_peol = static_cast<int>(std::char_traits<genchar>::length(editb.e_physbuf)) - 1;
 }
 
 void refresh_now(int mode) {
-    build_image();
-    if (mode == MODE_TRANSLATE) return;
+    const bool behind = mode == MODE_INPUT && editb.e_cur > -1;
+    Row.cut = behind ? editb.e_cur + 1 : -1;
+    if (mode == MODE_TRANSLATE) {
+        build_image();
+        return;
+    }
     refresh_owed = false;
     const int col = cursor_column();
     scroll_to(col);
+    row_want_line(win_first());
+    editb.e_peol = row_columns() - 1;
 
-    const int first = win_first();
-    int k = 0;
-    while (first + k <= editb.e_peol && k <= win_last() &&
-           editb.e_window[k] == editb.e_physbuf[first + k])
-        k++;
-    const bool written = k > win_last() && (first + k > editb.e_peol || k >= editb.e_wsize);
+    const int k = row_first_difference();
+    const bool written = k >= Row.used && k >= row_wanted();
     margin_new() = needed_margin();
     if (!written || editb.e_cur != ocur_virt() || margin_new() != margin_shown()) {
-        write_window(k);
-        write_margin();
+        row_write_from(k);
+        row_mark(margin_new());
     }
 
     ocur_phys() = col;
     ocur_virt() = editb.e_cur;
-    ofirst_w() = first;
-    cursor(mode == MODE_INPUT && editb.e_cur > -1 ? col + 1 : col);
+    ofirst_w() = win_first();
+    cursor(behind ? col + 1 : col);
     e_flush();
 }
 
@@ -185,15 +138,17 @@ void sync_cursor() {
     e_flush();
     ocur_phys() = col;
     ocur_virt() = editb.e_cur;
-    ochar() = char_at(editb.e_cur);
+    ochar() = static_cast<int>(char_at(editb.e_cur));
 }
 
 void show_line() {
-    const int blank = end_blank ? 1 : 0;
-    editb.e_eol -= blank;
+    if (!end_blank) {
+        refresh_now(view_mode);
+        return;
+    }
+    text_take(--editb.e_eol + 1, 1);
     refresh_now(view_mode);
-    editb.e_eol += blank;
-    if (blank != 0) editb.e_inbuf[editb.e_eol] = ' ';
+    (void)text_put(++editb.e_eol, U" ", 1);  // it was there before
 }
 
 void make_up() {

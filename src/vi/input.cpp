@@ -1,7 +1,7 @@
 // input.cpp: input mode, and the way between it and command mode.
 #include <algorithm>
-#include <cstring>
 
+#include "edit/chars.h"
 #include "edit/decode.h"
 #include "vi_internal.h"
 
@@ -17,21 +17,20 @@ bool line_full() {
 
 void insert(int c) {
     if (editb.e_eol + 1 >= kMaxText) return;
-    const int at = editb.e_cur + 1;
-    genchar *const to = editb.e_inbuf + at;
-    memmove(to + 1, to, static_cast<std::size_t>(editb.e_eol + 1 - at));
-    *to = static_cast<genchar>(c);
+    const genchar unit = static_cast<genchar>(c & ~kPasted);
+    if (!text_put(editb.e_cur + 1, &unit, 1)) return;
     editb.e_eol++;
-    editb.e_inbuf[editb.e_eol + 1] = '\0';
-    editb.e_cur = at;
+    editb.e_cur++;
 }
 
 void append(int c, int mode) {
     if (line_full()) return;
-    if (mode == MODE_APPEND || editb.e_cur == editb.e_eol)
+    if (mode == MODE_APPEND || editb.e_cur == editb.e_eol) {
         insert(c);
-    else
-        editb.e_inbuf[++editb.e_cur] = static_cast<genchar>(c);
+        return;
+    }
+    const genchar unit = static_cast<genchar>(c & ~kPasted);
+    (void)text_over(++editb.e_cur, &unit, 1);
 }
 
 int getcount(int c, int (*next)()) {
@@ -102,7 +101,7 @@ static After kill(int mode) {
 
 static After erase_word() {
     const int last = editb.e_cur;
-    if (last > editb.e_fcol && is_blank(char_at(last - 1))) {
+    if (last > editb.e_fcol && unit_blank(char_at(last - 1))) {
         delete_(1, RESULT_BAD);
     } else {
         backword(1, 'b');
@@ -142,8 +141,7 @@ static After obey(int c, int &mode) {
 static void end_full_line() {
     const int last = editb.e_eol;
     if (last >= 0 && char_at(last) != '\\' && last + 1 < kMaxText) {
-        editb.e_inbuf[last + 1] = '\\';
-        editb.e_inbuf[last + 2] = '\0';
+        (void)text_put(last + 1, U"\\", 1);  // there is room up to kMaxText
         editb.e_eol++;
         if (editb.e_cur == last) editb.e_cur++;
     }

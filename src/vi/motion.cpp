@@ -2,6 +2,7 @@
 // where it is.
 #include <algorithm>
 
+#include "edit/chars.h"
 #include "edit/decode.h"
 #include "vi_internal.h"
 
@@ -30,7 +31,7 @@ static int line_end(int, int) {
 
 static int first_word(int, int) {
     int i = editb.e_fcol;
-    while (i < editb.e_eol && is_blank(char_at(i))) i++;
+    while (i < editb.e_eol && unit_blank(char_at(i))) i++;
     editb.e_cur = std::min(i, editb.e_eol);
     return 0;
 }
@@ -59,7 +60,7 @@ static int find(int key, int n) {
         do {
             i += by;
             if (i < 0 || i > editb.e_eol) return -1;
-        } while (char_at(i) != editb.e_fchar);
+        } while (static_cast<int>(char_at(i)) != editb.e_fchar);
     }
     if (last_find == 't' || last_find == 'T') i -= by;
     editb.e_cur = i;

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <csetjmp>
-#include <cstring>
 
+#include "edit/chars.h"
 #include "vi.h"
 #include "vi_internal.h"
 #include "wait.h"
@@ -26,21 +26,20 @@ struct Buffers {
     char prompt[80];
     char Lsearch[kMaxLine];
     genchar Physical[kMaxImage];
-    genchar Ubuf[kMaxLine];
-    genchar ubuf[kMaxLine];
-    genchar Window[kWindowSize];
+    TextCopy Ubuf;
+    TextCopy ubuf;
 };
 
 // State: outlives the line.
 static Buffers Line;
 static int Globals[kGlobals];
-static genchar Last_text[kMaxLine];  // e_tmp
-static bool Begun = false;           // the first call was made
+static TextCopy Last_text;  // e_tmp
+static bool Begun = false;  // the first call was made
 int last_cmd = 0;
 int repeat_set = 0;
 int last_find = 0;
 int direction = -1;
-genchar yankbuf[kMaxLine];
+TextCopy yankbuf;
 
 // State: of the running call.
 int capacity = 0;
@@ -59,10 +58,15 @@ struct Cooked {
     int echoed;     // columns behind it that show keys typed ahead, -1 where that isn't known
 };
 
+// How the row is led back to the window: by the prompt, which begins with a carriage return.
+static void set_home() { Row.home = {editb.e_prompt, editb.e_plen, editb.e_crlf != 0, false}; }
+
 static void set_limits() {
     const int room = std::min(capacity, kLineCapacity - editb.e_plen);
     editb.e_llimit = std::clamp(room - 2, 0, kHighestLimit);
     editb.e_wsize -= editb.e_plen;
+    Row.width = editb.e_wsize;
+    set_home();
 }
 
 void drop_prompt() {
@@ -90,16 +94,17 @@ static void first_call() {
     editb.e_repeat = 1;
 }
 
-static void begin(int fd, genchar *line, int nchar) {
+static void begin(int fd, int nchar) {
     Line = {};
-    editb.e_inbuf = line;
+    text_begin(kKeyboardBuffer - 1, kKeyboardBuffer - 1);
+    Row.start = 0;
+    Row.cut = -1;
     editb.e_prompt = Line.prompt;
     editb.e_search = Line.Lsearch;
     editb.e_physbuf = Line.Physical;
-    editb.e_Ubuf = Line.Ubuf;
-    editb.e_ubuf = Line.ubuf;
-    editb.e_window = Line.Window;
-    editb.e_tmp = Last_text;
+    editb.e_Ubuf = &Line.Ubuf;
+    editb.e_ubuf = &Line.ubuf;
+    editb.e_tmp = &Last_text;
     editb.e_globals = Globals;
     capacity = std::min(nchar, kLineCapacity);
     view_mode = MODE_INPUT;
@@ -108,11 +113,9 @@ static void begin(int fd, genchar *line, int nchar) {
     e_setup(fd, kPromptSize);
 }
 
-// Positions and display state for a line whose last character is at `last`, as the driver has
-// echoed it behind the prompt.
-static void set_up(int last) {
-    editb.e_cur = editb.e_eol = editb.e_peol = last;
-    editb.e_pcur = last + 1;
+// Positions and display state for the line, as the driver has echoed it behind the prompt.
+static void set_up() {
+    editb.e_cur = editb.e_eol = editb.e_peol = text_len() - 1;
     editb.e_fcol = 0;
     editb.e_saved = 0;
     editb.e_ucol = kNothingSaved;
@@ -124,14 +127,12 @@ static void set_up(int last) {
     ochar() = 0;
     own_row = false;
     fit_prompt(0);
-    win_last() = std::min(last, editb.e_wsize - 1);
-    for (int k = 0; k <= win_last(); k++) editb.e_window[k] = editb.e_inbuf[k];
+    row_show_echo(text_len());
 }
 
-// Takes the terminator off the `len` bytes read and drops the NULs, which no line can hold. Returns
-// the new length.
-static int take_terminator(int len, Cooked &cooked) {
-    genchar *const line = editb.e_inbuf;
+// Makes the line of the `len` bytes read, without their terminator and the NULs, which no line can
+// hold.
+static void take_driven(char *line, int len, Cooked &cooked) {
     cooked = {kEscape, false, false, 0};
     if (len > 0) {
         const int last = line[len - 1] == '\r' ? '\n' : byte_of(line[len - 1]);
@@ -142,38 +143,45 @@ static int take_terminator(int len, Cooked &cooked) {
     }
     const int kept = static_cast<int>(std::remove(line, line + len, '\0') - line);
     if (kept != len) cooked.changed = cooked.again = true;
-    line[kept] = '\0';
-    return kept;
+    genchar units[kKeyboardBuffer];
+    (void)text_set(units, units_from_bytes(units, kKeyboardBuffer, line, kept));
 }
 
 // Takes the quoting ^V out, of which the driver has left some, and the carriage returns.
 static void clean(Cooked &cooked) {
-    genchar *const line = editb.e_inbuf;
     for (int i = 0; i <= editb.e_eol; i++) {
-        if (line[i] == '\r') line[i] = '\n';
-        const int c = byte_of(line[i]);
-        if (c == editb.e_erase || c == editb.e_kill || !is_printable(c)) {
+        if (char_at(i) == '\r') (void)text_over(i, U"\n", 1);
+        const int c = static_cast<int>(char_at(i));
+        if (c == editb.e_erase || c == editb.e_kill || !unit_printable(char_at(i))) {
             cooked.changed = true;
             if (c < 128) cooked.again = true;
         }
         if (c != ctrl('V')) continue;
         if (i == editb.e_eol) {
-            line[i] = static_cast<genchar>(cooked.term_char);
+            const genchar unit = static_cast<genchar>(cooked.term_char);
+            (void)text_over(i, &unit, 1);
             return;
         }
-        memmove(line + i, line + i + 1, static_cast<std::size_t>(editb.e_eol - i) + 1);
+        text_take(i, 1);
         editb.e_cur--;
         editb.e_eol--;
     }
 }
 
-static bool ends_in(int c) { return editb.e_eol >= 0 && char_at(editb.e_eol) == c; }
+static bool ends_in(int c) {
+    return editb.e_eol >= 0 && static_cast<int>(char_at(editb.e_eol)) == c;
+}
 
-static int with_newline() {
-    editb.e_inbuf[++editb.e_eol] = '\n';
-    editb.e_inbuf[editb.e_eol + 1] = '\0';
+// Hands the line on as bytes. Returns their number.
+static int hand_on(char *line) {
+    return bytes_from_units(line, kLineCapacity, editb.e_inbuf, text_len());
+}
+
+static int with_newline(char *line) {
+    const int len = bytes_from_units(line, kLineCapacity - 1, editb.e_inbuf, text_len());
+    line[len] = '\n';
     e_reset_prime();
-    return editb.e_eol + 1;
+    return len + 1;
 }
 
 // Shows a complete line as it is. `pasted`: the driver has echoed others over it.
@@ -191,16 +199,16 @@ static void show_complete(bool pasted) {
 }
 
 // The driver's part was all of the line. What waits behind it in a paste is edited in raw mode.
-static int deliver(int fd, const Cooked &cooked) {
+static int deliver(int fd, char *line, const Cooked &cooked) {
     if (cooked.term_char == '\n') e_take_typed(fd);
     const bool pasted = editb.e_index > 0;
     const bool worth = editb.e_ttyspeed == 2 && editb.e_eol >= 0 && cooked.again;
     if (pasted || worth) show_complete(pasted);
     last_cmd = 'i';
     save_last();
-    if (cooked.term_char != '\n') return editb.e_eol + 1;
+    if (cooked.term_char != '\n') return hand_on(line);
     e_crlf();
-    return with_newline();
+    return with_newline(line);
 }
 
 // Takes the prompt for one that can be written again, or gives it up, where the row can't be put
@@ -211,6 +219,7 @@ static void fit_row(const Cooked &cooked) {
         drop_prompt();
     else if (cooked.echoed < 0)
         editb.e_crlf = 1;  // nothing was printed since the last newline
+    set_home();
 }
 
 // True when the driver's echo may stand right of the marker.
@@ -254,23 +263,21 @@ static int leave(int fd, int result) {
     return result;
 }
 
-static int edit_raw(int fd, int mode) {
+static int edit_raw(int fd, char *line, int mode) {
     // The frames that the jump crosses hold nothing to destroy.
     switch (setjmp(editb.e_env)) {  // NOLINT(cert-err52-cpp)
         case 0:
             break;
         case kEditEnd:
-            editb.e_inbuf[0] = '\0';
             return leave(fd, 0);
         default:
-            editb.e_inbuf[0] = '\0';
             return leave(fd, RESULT_BAD);
     }
     e_view = &view;
     VIgetline(mode);
     if (refresh_owed) refresh_now(MODE_INPUT);
-    if (editb.e_addnl == 0) return leave(fd, editb.e_eol + 1);
-    const int len = with_newline();
+    if (editb.e_addnl == 0) return leave(fd, hand_on(line));
+    const int len = with_newline(line);
     e_crlf();
     return leave(fd, len);
 }
@@ -279,42 +286,40 @@ static int edit_raw(int fd, int mode) {
 static int unread() { return progdone != 0 || errno == EAGAIN ? 0 : RESULT_BAD; }
 
 // The line as the driver makes it, for a terminal that can't be switched.
-static int read_plainly(int fd, genchar *line, int room) {
+static int read_plainly(int fd, char *line, int room) {
     const long n = e_read_cooked(fd, line, static_cast<std::size_t>(room));
     return n >= 0 ? static_cast<int>(n) : unread();
 }
 
 // Hands the keys held on as they are: the terminal can't be made raw to edit them.
-static int deliver_keys(genchar *line, int room) {
+static int deliver_keys(char *line, int room) {
     int len = 0;
-    while (e_key_held() && len < room) line[len++] = static_cast<genchar>(e_getchar());
-    line[len] = '\0';
+    while (e_key_held() && len < room) line[len++] = static_cast<char>(e_getchar());
     return len;
 }
 
-static int edit_ahead(int fd) {
-    if (e_setraw(fd) != 0) return deliver_keys(editb.e_inbuf, capacity);
-    editb.e_inbuf[0] = '\0';
-    set_up(-1);
+static int edit_ahead(int fd, char *line) {
+    if (e_setraw(fd) != 0) return deliver_keys(line, capacity);
+    set_up();
     show_first({0, false, false, 0});
-    return edit_raw(fd, MODE_APPEND);
+    return edit_raw(fd, line, MODE_APPEND);
 }
 
-// Goes on with the `len` bytes that the driver delivered.
-static int edit_cooked(int fd, int len) {
+// Goes on with the `len` bytes at `line` that the driver delivered.
+static int edit_cooked(int fd, char *line, int len) {
     Cooked cooked;
-    const int last = take_terminator(len, cooked) - 1;
-    set_up(last);
+    take_driven(line, len, cooked);
+    set_up();
     clean(cooked);
-    if (cooked.term_char != kEscape && !ends_in(cooked.term_char)) return deliver(fd, cooked);
+    if (cooked.term_char != kEscape && !ends_in(cooked.term_char)) return deliver(fd, line, cooked);
 
-    if (e_setraw(fd) != 0) return with_newline();
+    if (e_setraw(fd) != 0) return with_newline(line);
     // Where the row is written anew, the echo of keys behind the escape goes with it.
     if (editb.e_crlf == 0 || e_row_stale != 0) cooked.echoed = e_take_echoed();
     show_first(cooked);
     const bool input = ends_in(cooked.term_char);
     after_escape = !input;
-    return edit_raw(fd, input ? MODE_APPEND : kEscape);
+    return edit_raw(fd, line, input ? MODE_APPEND : kEscape);
 }
 
 static bool ends_line(int c) { return c == '\r' || c == '\n' || c == editb.e_eof; }
@@ -327,25 +332,24 @@ void vi_reset_for_test() {
     last_cmd = repeat_set = last_find = 0;
     direction = -1;
     Globals[2] = 0;
-    yankbuf[0] = Last_text[0] = '\0';
+    yankbuf.len = Last_text.len = 0;
 }
 
 int vi_read(int fd, unsigned char *shbuf, int nchar) {
     using namespace vi;
-    genchar *const line = reinterpret_cast<genchar *>(shbuf);
-    begin(fd, line, nchar);
-    if (editb.e_index > 0) return edit_ahead(fd);
+    char *const line = reinterpret_cast<char *>(shbuf);
+    begin(fd, nchar);
+    if (editb.e_index > 0) return edit_ahead(fd, line);
     if (e_setalt(fd) != 0) return read_plainly(fd, line, capacity);
     // Keys that waited have kept the terminal raw.
-    if (editb.e_index > 0 || editb.e_raw == kTtyRaw) return edit_ahead(fd);
+    if (editb.e_index > 0 || editb.e_raw == kTtyRaw) return edit_ahead(fd, line);
 
     const long got = e_read_cooked(fd, line, static_cast<std::size_t>(capacity));
     if (got < 0) return unread();
     if (e_gone != 0) return 0;
     const int len = static_cast<int>(got);
-    line[len] = '\0';
     if (len > 0 && byte_of(line[0]) == editb.e_eof) return 0;
     // A piece of a long paste: the rest follows with the next read.
     if (len == capacity && !ends_line(byte_of(line[len - 1]))) return len;
-    return edit_cooked(fd, len);
+    return edit_cooked(fd, line, len);
 }

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "edit/chars.h"
 #include "history.h"
 #include "vi_internal.h"
 
@@ -17,7 +18,6 @@ static void read_pattern(int mode) {
     VIgetline(MODE_SEARCH);
     searching = false;
     editb.e_fcol = 0;
-    editb.e_inbuf[editb.e_eol + 1] = '\0';
     direction = mode == '/' ? -1 : 1;
 }
 
@@ -26,10 +26,12 @@ int search(int mode) {
     if (typed) read_pattern(mode);
     if (editb.e_cur == -1) return -2;
 
-    genchar *const pattern = editb.e_inbuf + 1;
+    char pattern[kMaxLine];
+    const int len = bytes_from_units(pattern, kMaxLine - 1, editb.e_inbuf + 1, editb.e_eol);
+    pattern[std::max(len, 0)] = '\0';
     if (!typed || editb.e_cur == 0) {
         del_line(RESULT_BAD);
-        memcpy(pattern, editb.e_search, strlen(editb.e_search) + 1);
+        strcpy(pattern, editb.e_search);
     }
     const int towards = mode == 'N' ? -direction : direction;
     int from = editb.e_hline;
@@ -37,7 +39,7 @@ int search(int mode) {
     const int found = hist_find(pattern, from, 1, towards).his_command;
     if (found < 0) return -1;
     editb.e_hline = found;
-    memmove(editb.e_search, pattern, strlen(pattern) + 1);
+    strcpy(editb.e_search, pattern);
     return 0;
 }
 

@@ -1,7 +1,9 @@
 // textmod.cpp: the commands that change or yank text or lead into input mode. Each can be repeated;
 // what was typed in its input mode is then put in from e_tmp.
+#include <algorithm>
 #include <cstring>
 
+#include "edit/chars.h"
 #include "edit/decode.h"
 #include "history.h"
 #include "vi_internal.h"
@@ -13,35 +15,24 @@ struct Change {
     int count;
 };
 
-static void store(int at, int c) { editb.e_inbuf[at] = static_cast<genchar>(c); }
-
 // Whether the character can be overwritten on the screen alone: one column before and after, and
 // what stands behind it too, where the cursor may go next.
 static bool one_column(int c, int increment) {
     if (ocur_virt() == -1 || editb.e_cur < 0 || editb.e_cur >= editb.e_eol) return false;
-    const int column = editb.e_pcur - win_first();
-    if (column < 0 || column >= editb.e_wsize) return false;
-    if (increment == 1 && column == editb.e_wsize - 1) return false;
+    if (Row.at >= editb.e_wsize) return false;
+    if (increment == 1 && Row.at == editb.e_wsize - 1) return false;
     if (columns_of(editb.e_cur + increment) >= kMaxLine) return false;  // behind the image's end
-    return is_printable(c) && is_printable(char_at(editb.e_cur)) &&
-           is_printable(char_at(editb.e_cur + 1));
+    return unit_plain(static_cast<genchar>(c)) && unit_plain(char_at(editb.e_cur)) &&
+           unit_plain(char_at(editb.e_cur + 1)) && text_back(editb.e_cur + 1, 1) == editb.e_cur;
 }
 
 void replace(int c, int increment) {
     if (one_column(c, increment)) {
         const genchar stored = static_cast<genchar>(c);
-        store(editb.e_cur, c);
-        editb.e_physbuf[editb.e_pcur] = stored;
-        editb.e_window[editb.e_pcur - win_first()] = stored;
-        e_putchar(c);
-        if (increment == 1) {
-            editb.e_cur++;
-            editb.e_pcur++;
-            ochar() = char_at(editb.e_cur);
-        } else {
-            e_putchar('\b');
-            ochar() = c;
-        }
+        (void)text_over(editb.e_cur, &stored, 1);
+        row_overwrite(stored, increment);
+        editb.e_cur += increment;
+        ochar() = static_cast<int>(char_at(editb.e_cur));
         e_flush();
         return;
     }
@@ -52,23 +43,23 @@ void replace(int c, int increment) {
 }
 
 // Puts `text` in behind the cursor, as often as `count` says or as there is room.
-static void put_text(const genchar *text, int count) {
+static void put_text(const TextCopy &text, int count) {
     for (; count > 0 && !line_full(); count--)
-        for (const genchar *p = text; *p != '\0'; p++) append(byte_of(*p), MODE_APPEND);
+        for (int i = 0; i < text.len; i++) append(static_cast<int>(text.unit[i]), MODE_APPEND);
     // Nothing went in before the first character: the line is not empty for that.
     if (editb.e_cur == -1 && editb.e_eol >= 0) editb.e_cur = 0;
     refresh(MODE_CONTROL);
 }
 
-static int put_after(const genchar *text, int count) {
-    if (*text == '\0') return RESULT_BAD;
+static int put_after(const TextCopy &text, int count) {
+    if (text.len == 0) return RESULT_BAD;
     save_v();
     put_text(text, count);
     return RESULT_GOOD;
 }
 
-static int put_before(const genchar *text, int count) {
-    if (*text == '\0') return RESULT_BAD;
+static int put_before(const TextCopy &text, int count) {
+    if (text.len == 0) return RESULT_BAD;
     save_v();
     const int cur = editb.e_cur;
     if (cur > -1 && !line_full()) editb.e_cur--;
@@ -77,12 +68,12 @@ static int put_before(const genchar *text, int count) {
 }
 
 static int append_text(Change &change) {
-    if (change.again) return put_after(editb.e_tmp, change.count);
+    if (change.again) return put_after(*editb.e_tmp, change.count);
     save_v();
     if (editb.e_cur != -1) {
         editb.e_fcol = editb.e_cur + 1;
         // A row that waits for its refresh may have been stepped along before.
-        if (editb.e_pcur < win_first() + editb.e_wsize) cursor(editb.e_pcur + 1);
+        if (Row.at < editb.e_wsize) row_step();
         e_flush();
     }
     return MODE_APPEND;
@@ -95,12 +86,12 @@ static int append_at_end(Change &change) {
 }
 
 static int insert_text(Change &change) {
-    if (change.again) return put_before(editb.e_tmp, change.count);
+    if (change.again) return put_before(*editb.e_tmp, change.count);
     save_v();
     if (editb.e_cur != -1) {
         editb.e_fcol = editb.e_cur;
         // The cursor stands on the last column of a character that doesn't print.
-        const bool wide = !is_printable(char_at(editb.e_cur));
+        const bool wide = !unit_printable(char_at(editb.e_cur));
         editb.e_cur--;
         if (wide) refresh(MODE_INPUT);
     }
@@ -114,17 +105,22 @@ static int insert_at_start(Change &change) {
 }
 
 static int overwrite(Change &change) {
-    if (change.again) return put_before(editb.e_tmp, change.count);
+    if (change.again) return put_before(*editb.e_tmp, change.count);
     save_v();
     if (editb.e_cur != -1) editb.e_fcol = editb.e_cur;
     return MODE_REPLACE;
 }
 
+// First unit of the text last inserted, 0 for none.
+static int last_typed() {
+    return editb.e_tmp->len > 0 ? static_cast<int>(editb.e_tmp->unit[0]) : 0;
+}
+
 static int replace_one(Change &change) {
-    const int c = change.again ? byte_of(editb.e_tmp[0]) : e_gettyped();
+    const int c = change.again ? last_typed() : e_gettyped();
     if (editb.e_cur == -1 || c == '\0') return RESULT_BAD;
-    if (editb.e_tmp[0] == '\0') editb.e_tmp[1] = '\0';
-    editb.e_tmp[0] = static_cast<genchar>(c);
+    editb.e_tmp->len = std::max(editb.e_tmp->len, 1);
+    editb.e_tmp->unit[0] = static_cast<genchar>(c & ~kPasted);
     save_v();
     replace(c, 0);
     return RESULT_GOOD;
@@ -136,7 +132,7 @@ static int substitute(const Change &change) {
         editb.e_fcol = editb.e_cur + 1;
         return MODE_APPEND;
     }
-    put_text(editb.e_tmp, 1);
+    put_text(*editb.e_tmp, 1);
     return RESULT_GOOD;
 }
 
@@ -180,8 +176,7 @@ static int delete_over(int motion) {
 static int yank_over(int motion) {
     last_motion() = motion;
     if (motion == 'y') {
-        editb.e_inbuf[editb.e_eol + 1] = '\0';
-        memcpy(yankbuf, editb.e_inbuf, static_cast<std::size_t>(editb.e_eol) + 2);
+        text_copy(yankbuf);
     } else if (delmotion(motion, 'y') != 0) {
         return RESULT_BAD;
     }
@@ -211,15 +206,15 @@ static int put_yanked_before(Change &change) { return put_before(yankbuf, change
 static int toggle_case(Change &) {
     if (editb.e_cur == -1) return RESULT_BAD;
     save_v();
-    int c = char_at(editb.e_cur);
-    if (is_upper(c) || is_lower(c)) c ^= 'a' ^ 'A';
-    replace(c, 1);
+    const genchar unit = char_at(editb.e_cur);
+    replace(static_cast<int>(unit_upper(unit) ? unit_to_lower(unit) : unit_to_upper(unit)), 1);
     return RESULT_GOOD;
 }
 
 static int append_word(Change &) {
     save_v();
-    genchar words[kMaxLine] = {};
+    char words[kMaxLine] = {};
+    genchar units[kMaxLine];
     const char *word = hist_word(words, repeat_set != 0 ? editb.e_repeat : -1);
     if (word == nullptr || *word == '\0') {
         e_ringbell();
@@ -227,7 +222,8 @@ static int append_word(Change &) {
         return RESULT_GOOD;
     }
     append(' ', MODE_APPEND);
-    for (; *word != '\0'; word++) append(byte_of(*word), MODE_APPEND);
+    const int len = units_from_bytes(units, kMaxLine, word, static_cast<int>(strlen(word)));
+    for (int i = 0; i < len; i++) append(static_cast<int>(units[i]), MODE_APPEND);
     return MODE_APPEND;
 }
 

@@ -1,23 +1,18 @@
 // undo.cpp: the line before the last change, and the text last inserted.
 #include <algorithm>
-#include <cstring>
 
 #include "vi_internal.h"
 
 namespace vi {
 
-void set_line(const genchar *text, int cur) {
-    const std::size_t len = std::min(strlen(text), static_cast<std::size_t>(kMaxText));
-    memmove(editb.e_inbuf, text, len);
-    editb.e_inbuf[len] = '\0';
-    editb.e_eol = static_cast<int>(len) - 1;
+void set_line(const genchar *text, int len, int cur) {
+    editb.e_eol = text_set(text, std::min(len, kMaxText)) - 1;
     editb.e_cur = std::min(std::max(cur, 0), editb.e_eol);
 }
 
 void save_v() {
     if (editb.e_inmacro != 0) return;
-    editb.e_inbuf[editb.e_eol + 1] = '\0';
-    memcpy(editb.e_ubuf, editb.e_inbuf, static_cast<std::size_t>(editb.e_eol) + 2);
+    text_copy(*editb.e_ubuf);
     editb.e_ucol = editb.e_cur;
 }
 
@@ -26,8 +21,7 @@ void restore_v() {
         e_ringbell();
         return;
     }
-    genchar saved[kMaxLine];
-    memcpy(saved, editb.e_ubuf, sizeof saved);
+    const TextCopy saved = *editb.e_ubuf;
     const int column = editb.e_ucol;
     save_v();  // so that a second undo undoes this one
     set_line(saved, column);
@@ -36,9 +30,7 @@ void restore_v() {
 
 void save_last() {
     const int len = std::min(editb.e_cur, editb.e_eol) - editb.e_fcol + 1;
-    if (len <= 0) return;
-    memcpy(editb.e_tmp, editb.e_inbuf + editb.e_fcol, static_cast<std::size_t>(len));
-    editb.e_tmp[len] = '\0';
+    if (len > 0) text_copy(*editb.e_tmp, editb.e_fcol, len);
 }
 
 }  // namespace vi

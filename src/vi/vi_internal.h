@@ -1,5 +1,5 @@
-// vi_internal.h: what the files of the vi editor share. A line is edited in place in the caller's
-// buffer. Its first part may come from the terminal driver (read.cpp); then input mode (input.cpp)
+// vi_internal.h: what the files of the vi editor share. A line is that of edit/text.h. Its
+// first part may come from the terminal driver (read.cpp); then input mode (input.cpp)
 // and command mode (command.cpp) take turns until a newline. Keys are waited for in e_getkey and
 // its relatives only: there program output may take the line off the screen and bring it back
 // (view.cpp), and there the edit may end by a jump to editb.e_env. What is kept across a wait
@@ -10,6 +10,8 @@
 #pragma once
 
 #include "edit.h"
+#include "edit/row.h"
+#include "edit/text.h"
 #include "morp_defs.h"
 
 namespace vi {
@@ -34,15 +36,14 @@ inline constexpr int kNothingSaved = -2;
 inline constexpr int kPromptSize = 78;
 // Most characters of a line; with its newline it fills what kread delivers.
 inline constexpr int kMaxText = kLineCapacity - 1;
-inline constexpr int kWindowSize = 170;
 inline constexpr int kGlobals = 9;
 
-// The state words behind editb.e_globals; valid during a call of vi_read.
-inline int &win_first() { return editb.e_globals[0]; }     // first column in the window
-inline int &win_last() { return editb.e_globals[1]; }      // last index in use in e_window, -1 none
-inline int &last_motion() { return editb.e_globals[2]; }   // motion of the last c, d, y; for `.`
-inline int &margin_new() { return editb.e_globals[3]; }    // marker the line needs: ' ' '<' '>' '*'
-inline int &margin_shown() { return editb.e_globals[4]; }  // marker on the screen, 0 not known
+// The state words behind editb.e_globals; valid during a call of vi_read. What the row shows is known
+// to edit/row.h: two of the words are idle.
+inline int &win_first() { return editb.e_globals[0]; }    // first column in the window
+inline int &last_motion() { return editb.e_globals[2]; }  // motion of the last c, d, y; for `.`
+inline int &margin_new() { return editb.e_globals[3]; }   // marker the line needs: ' ' '<' '>' '*'
+inline int &margin_shown() { return Row.marker; }         // marker on the screen, 0 not known
 // Cursor column, cursor index and win_first when the row was last brought up to date, and the
 // character that the cursor was last put on. A refresh maps and compares the line from its start,
 // and what is overwritten at once is judged by the character in the line, so nothing depends on the
@@ -53,11 +54,11 @@ inline int &ofirst_w() { return editb.e_globals[7]; }
 inline int &ochar() { return editb.e_globals[8]; }
 
 // State that outlives the line (read.cpp).
-extern int last_cmd;               // last successful command of textmod
-extern int repeat_set;             // not 0: a count was typed for the current command
-extern int last_find;              // last of f F t T, 0 none
-extern int direction;              // of the last / (-1, older) or ? (1, newer)
-extern genchar yankbuf[kMaxLine];  // text last deleted or yanked
+extern int last_cmd;      // last successful command of textmod
+extern int repeat_set;    // not 0: a count was typed for the current command
+extern int last_find;     // last of f F t T, 0 none
+extern int direction;     // of the last / (-1, older) or ? (1, newer)
+extern TextCopy yankbuf;  // text last deleted or yanked
 
 // State of the running call (read.cpp).
 extern int capacity;       // bytes of the caller's buffer that may be used
@@ -68,7 +69,7 @@ extern bool searching;     // the line is a search text, the edited one is in e_
 extern bool own_row;       // the line stands on a row of its own, the prompt left alone
 extern bool after_escape;  // the escape key that ended the driver's part was the last key
 
-inline int char_at(int i) { return byte_of(editb.e_inbuf[i]); }
+inline genchar char_at(int i) { return editb.e_inbuf[i]; }
 
 // read.cpp
 // Gives up the prompt where it leaves no room: a window under 10 columns, or prompt and `text_len`
@@ -126,9 +127,10 @@ void save_v();
 void restore_v();
 // Keeps what was inserted since e_fcol in e_tmp.
 void save_last();
-// Puts the `len` characters at `text` in place of the line, the cursor on index `cur` as far as
-// there is such a character.
-void set_line(const genchar *text, int cur);
+// Puts the `len` units at `text` in place of the line, as far as they fit, the cursor on index `cur`
+// as far as there is such a unit.
+void set_line(const genchar *text, int len, int cur);
+inline void set_line(const TextCopy &text, int cur) { set_line(text.unit, text.len, cur); }
 
 // display.cpp
 void refresh(int mode);
@@ -137,6 +139,7 @@ void refresh_now(int mode);
 void sync_cursor();
 // Moves the terminal's cursor to column `x`.
 void cursor(int x);
+// Writes that part of the image that refresh(MODE_TRANSLATE) has made.
 void putstring(int col, int nchars);
 void pr_prompt();
 void pr_string(const char *s);

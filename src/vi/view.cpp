@@ -1,8 +1,8 @@
 // view.cpp: how the line makes way for program output and comes back. Output arrives only while a
 // key is awaited, and make_up brings the row up to date before each wait.
 #include <algorithm>
-#include <cstring>
 
+#include "edit/chars.h"
 #include "edit/host.h"
 #include "vi_internal.h"
 
@@ -11,43 +11,28 @@ namespace vi {
 // Characters of the line, without the blank that an operator may have put behind it.
 static int line_length() { return editb.e_eol + 1 - (end_blank ? 1 : 0); }
 
-static void go_left(int count) {
-    for (; count > 0; count--) e_putchar('\b');
-}
-
 // Works on what the row shows, not on the line.
 static void step_off() {
-    const int at = editb.e_pcur - win_first();
     const int marked = margin_shown() != ' ' ? editb.e_wsize + 1 : 0;
     if (own_row) e_host->row_new();
     // Output that the text has covered shows again.
     char rest[kRowColumns];
-    const int rest_len = std::min(e_host->row_rest(rest), editb.e_wsize + 1);
-    const int used = std::max({win_last() + 1, marked, at, rest_len});
-    go_left(at);
-    for (int i = 0; i < used; i++) e_putchar(i < rest_len ? byte_of(rest[i]) : ' ');
-    go_left(used);
-    editb.e_pcur = win_first();
-    win_last() = -1;
-    forget_window();
+    const int len = std::min(e_host->row_rest(rest), editb.e_wsize + 1);
+    row_take_off(rest, len, std::max(Row.used, marked));
     margin_shown() = ' ';
 }
 
-// The row behind the cursor may hold output that the text now covers: it counts as shown, so that
-// the next refresh blanks it.
-static void take_rest_into_window() {
+// The row behind the cursor may hold output that the text now covers: it counts as shown, so that the
+// next refresh blanks it.
+static void take_rest() {
     char rest[kRowColumns];
-    const int len = e_host->row_rest(rest);
-    const int shown = std::min(len, editb.e_wsize);
-    memcpy(editb.e_window, rest, static_cast<std::size_t>(shown));
-    win_last() = shown - 1;
-    if (len > editb.e_wsize) margin_shown() = 0;
+    if (row_show_rest(0, rest, e_host->row_rest(rest)) != 0) margin_shown() = 0;
 }
 
 static void come_back() {
     const bool was_full = line_full();
     const bool was_alone = own_row;
-    const int kept = searching ? static_cast<int>(strlen(editb.e_ubuf)) : 0;
+    const int kept = searching ? editb.e_ubuf->len : 0;
     own_row = false;
     e_new_prompt(kPromptSize);
     fit_prompt(std::max(line_length(), kept));
@@ -65,7 +50,7 @@ static void come_back() {
         pr_prompt();
         forget_row();
     } else {
-        take_rest_into_window();
+        take_rest();
     }
     show_line();
 }
@@ -79,11 +64,9 @@ static void redraw() {
     show_line();
 }
 
-static int text(genchar *dst) {
-    const int len = searching ? static_cast<int>(strlen(editb.e_ubuf)) : line_length();
-    memcpy(dst, searching ? editb.e_ubuf : editb.e_inbuf, static_cast<std::size_t>(len));
-    dst[len] = '\0';
-    return len;
+static int text(char *dst) {
+    if (searching) return bytes_from_units(dst, kMaxLine, editb.e_ubuf->unit, editb.e_ubuf->len);
+    return bytes_from_units(dst, kMaxLine, editb.e_inbuf, line_length());
 }
 
 static bool within_line() { return editb.e_cur < editb.e_eol; }

@@ -3,12 +3,13 @@
 // outside e_fcol to e_eol.
 #include <algorithm>
 
+#include "edit/chars.h"
 #include "vi_internal.h"
 
 namespace vi {
 
-static bool blank_at(int i) { return is_blank(char_at(i)); }
-static bool alnum_at(int i) { return is_alnum(char_at(i)); }
+static bool blank_at(int i) { return unit_blank(char_at(i)); }
+static bool alnum_at(int i) { return unit_word(char_at(i)); }
 
 // Whether the character at `i` belongs to the word of which a character is alphanumeric (`alnum`)
 // or not; a big word takes both.

@@ -1,0 +1,343 @@
+// row.cpp: see row.h.
+#include "edit/row.h"
+
+#include <algorithm>
+#include <climits>
+#include <string>
+
+#include "edit.h"
+#include "edit/chars.h"
+#include "edit/text.h"
+#include "extended.h"
+
+// Units of clusters behind their first ones, as many as there can be in a line and its prompt.
+static constexpr int kPool = 2 * kLineUnits;
+
+struct Window {
+    Cell cell[kWidestWindow + 1];
+    int used;  // columns in use
+    genchar pool[kPool];
+    int pooled;
+};
+
+// State: the window as the screen shows it, and as it shall be.
+static Window Windows[2];
+static Window *Shown_window = &Windows[0];
+static Window *Wanted = &Windows[1];
+RowState Row;
+
+static constexpr Cell kBlank = {' ', 0, 0, 1, true};
+
+// ---- The image: the one rule of how wide what is.
+
+static int last_column() { return Extended != 0 ? INT_MAX : kMaxLine; }
+
+// A place in some text: a cluster begins at unit `index`, in column `column` of its image.
+struct Place {
+    int index;
+    int column;
+};
+
+// The end of the cluster at `at`.
+static int end_of(const genchar *text, int len, int at) {
+    return cluster_end(text, at < Row.cut && Row.cut < len ? Row.cut : len, at);
+}
+
+static Place behind(const genchar *text, int len, Place at) {
+    const int end = end_of(text, len, at.index);
+    return {end, at.column + cluster_shown(text + at.index, end - at.index, at.column).columns};
+}
+
+// The last place at or before unit `index`, as far as the image goes.
+static Place place_of(int index) {
+    const genchar *const text = editb.e_inbuf;
+    const int len = text_len();
+    Place at = {0, Row.start};
+    while (at.index < index && at.column < last_column()) {
+        const Place next = behind(text, len, at);
+        if (next.index > index) break;
+        at = next;
+    }
+    return at;
+}
+
+int row_column(int index) { return place_of(index).column; }
+
+int row_columns() { return row_column(text_len()); }
+
+int e_virt_to_phys(const genchar *virt, int len, genchar *phys, int cur, int poff) {
+    genchar *const last = phys + kMaxImage - kMostJoined * kSpelling;
+    Place at = {0, poff};
+    int column = poff;
+    phys += poff;
+    while (at.index < len && at.column < kMaxLine && phys < last) {
+        const Place next = behind(virt, len, at);
+        if (at.index <= cur && cur < next.index)
+            column = (opt_flag & kStyleVi) != 0 ? next.column - 1 : at.column;
+        for (int i = at.index; i < next.index; i++) {
+            if (unit_printable(virt[i]))
+                *phys++ = virt[i];
+            else
+                phys += unit_spelling(virt[i], at.column, phys);
+        }
+        at = next;
+    }
+    *phys = 0;
+    return column;
+}
+
+// ---- Cells.
+
+static bool same(const Window &a, const Window &b, int column) {
+    const Cell &x = a.cell[column];
+    const Cell &y = b.cell[column];
+    return x.unit == y.unit && x.count == y.count && x.columns == y.columns &&
+           std::equal(a.pool + x.rest, a.pool + x.rest + x.count, b.pool + y.rest);
+}
+
+static void blank(Window &window, int from, int to) {
+    std::fill(window.cell + from, window.cell + std::max(from, to), kBlank);
+}
+
+// One cell for the `n` units, `columns` wide from column `at` on, as far as that is in the window.
+// What the window's edge cuts is blank.
+static void put_cell(Window &window, const genchar *units, int n, int columns, int at, bool safe) {
+    const int from = std::max(at, 0);
+    const int to = std::min(at + columns, Row.width);
+    if (from >= to) return;
+    blank(window, from, to);
+    window.used = to;
+    if (to - from < columns || window.pooled + n > kPool) return;
+    Cell &cell = window.cell[at];
+    cell = {units[0], static_cast<std::uint16_t>(window.pooled), static_cast<std::uint8_t>(n - 1),
+            static_cast<std::uint8_t>(columns), safe};
+    std::copy(units + 1, units + n, window.pool + window.pooled);
+    window.pooled += n - 1;
+    for (int k = at + 1; k < to; k++) window.cell[k] = {0, 0, 0, 0, safe};
+}
+
+// The cluster of `n` units whose image begins in column `column`; the window in column `first`.
+static void put_cluster(Window &window, const genchar *units, int n, int column, int first) {
+    const Shown shown = cluster_shown(units, n, column);
+    if (!shown.spelled) {
+        put_cell(window, units, n, shown.columns, column - first, shown.safe);
+        return;
+    }
+    if (n > 1) {
+        for (int i = 0; i < n; i++) {
+            put_cluster(window, units + i, 1, column, first);
+            column += cluster_shown(units + i, 1, column).columns;
+        }
+        return;
+    }
+    genchar spelling[kSpelling];
+    const int len = unit_spelling(units[0], column, spelling);
+    for (int i = 0; i < len; i++) put_cell(window, spelling + i, 1, 1, column + i - first, true);
+}
+
+// Bytes that the program has written, a column for each unit that isn't to be printed. Returns the
+// column behind them.
+static int put_bytes(Window &window, const char *bytes, int len, int at) {
+    static genchar units[kPool];
+    const int n = units_from_bytes(units, kPool, bytes, len);
+    for (int i = 0; i < n && at < Row.width;) {
+        const int end = cluster_end(units, n, i);
+        const Shown shown = cluster_shown(units + i, end - i, at);
+        const int columns = shown.spelled ? 1 : shown.columns;
+        put_cell(window, units + i, end - i, columns, at, shown.safe);
+        at += columns;
+        i = end;
+    }
+    return at;
+}
+
+static void put_prompt(Window &window, int columns, int first) {
+    if (first >= columns) return;
+    const std::size_t len = std::char_traits<char>::length(editb.e_prompt + 1);
+    (void)put_bytes(window, editb.e_prompt + 1, static_cast<int>(len), -first);
+    blank(window, std::min(columns - first, Row.width), window.used);
+    window.used = std::min(columns - first, Row.width);
+}
+
+static void begin(Window &window) {
+    blank(window, 0, kWidestWindow + 1);
+    window.used = window.pooled = 0;
+}
+
+void row_want_line(int first) {
+    const genchar *const text = editb.e_inbuf;
+    const int len = text_len();
+    begin(*Wanted);
+    put_prompt(*Wanted, Row.start, first);
+    Place at = {0, Row.start};
+    while (at.index < len && at.column < std::min(first + Row.width, last_column())) {
+        const Place next = behind(text, len, at);
+        if (next.column > first)
+            put_cluster(*Wanted, text + at.index, next.index - at.index, at.column, first);
+        at = next;
+    }
+}
+
+void row_want_output(int prompt_columns, const char *rest, int len) {
+    begin(*Wanted);
+    put_prompt(*Wanted, prompt_columns, 0);
+    (void)put_bytes(*Wanted, rest, len, prompt_columns);
+}
+
+int row_wanted() { return Wanted->used; }
+
+// ---- What is shown without being written here.
+
+void row_clear() {
+    begin(*Shown_window);
+    Row.at = Row.used = 0;
+    Row.stale = false;
+}
+
+void row_show_prompt() {
+    put_prompt(*Shown_window, editb.e_plen, 0);
+    Row.at = editb.e_plen;
+}
+
+int row_show_rest(int from, const char *rest, int len) {
+    const int room = Row.width - from;
+    const int shown = std::clamp(len, 0, room);
+    (void)put_bytes(*Shown_window, rest, shown, from);
+    Row.used = from + shown;
+    Row.stale = false;
+    return len > room ? static_cast<unsigned char>(rest[room]) : 0;
+}
+
+void row_show_echo(int n) {
+    row_clear();
+    Row.at = n;
+    Row.used = std::min(n, Row.width);
+    for (int k = 0; k < Row.used; k++) put_cell(*Shown_window, editb.e_inbuf + k, 1, 1, k, true);
+}
+
+// ---- The screen.
+
+static void write_unit(genchar u) {
+    char bytes[kCharacterBytes];
+    const int n = bytes_from_units(bytes, sizeof bytes, &u, 1);
+    if (n == 1)
+        e_putchar(static_cast<unsigned char>(bytes[0]));
+    else
+        e_write(bytes, static_cast<std::size_t>(n));
+}
+
+static void write_cell(const Window &window, int column) {
+    const Cell &cell = window.cell[column];
+    write_unit(cell.unit);
+    for (int i = 0; i < cell.count; i++) write_unit(window.pool[cell.rest + i]);
+    Row.at = column + std::max<int>(cell.columns, 1);
+}
+
+static bool unsafe(const Window &window, int from, int to) {
+    return std::any_of(window.cell + from, window.cell + std::clamp(to, from, Row.width),
+                       [](const Cell &cell) { return !cell.safe; });
+}
+
+// To the first column, by backspaces where these can be trusted.
+static void row_back() {
+    if (Row.home.known && unsafe(*Shown_window, 0, Row.at))
+        e_write(Row.home.bytes, std::char_traits<char>::length(Row.home.bytes));
+    else
+        for (; Row.at > 0; Row.at--) e_putchar('\b');
+    Row.at = 0;
+}
+
+void row_take_off(const char *rest, int len, int used) {
+    used = std::max({used, Row.at, len});
+    const bool far = unsafe(*Shown_window, 0, Row.width) && Row.home.known;
+    row_back();
+    for (int i = 0; i < used; i++) e_putchar(i < len ? static_cast<unsigned char>(rest[i]) : ' ');
+    Row.at = used;
+    if (far) {
+        if (Dumb_terminal == 0) e_write("\033[K", 3);
+        e_write(Row.home.bytes, std::char_traits<char>::length(Row.home.bytes));
+        Row.at = 0;
+    }
+    for (; Row.at > 0; Row.at--) e_putchar('\b');
+    row_clear();
+}
+
+// Whether the way from the start of the row is short enough.
+static bool nearer_from_home(int column) {
+    const int there = 2 * (column + Row.home.columns);
+    const int here = Row.at + Row.home.columns;
+    return there < here || (Row.home.half && there == here);
+}
+
+void row_move(int column) {
+    while (column > 0 && column < Row.width && Shown_window->cell[column].columns == 0) column--;
+    if (column < Row.at) {
+        const bool go_home = nearer_from_home(column) || unsafe(*Shown_window, column, Row.at);
+        if (Row.home.known && go_home) {
+            e_write(Row.home.bytes, std::char_traits<char>::length(Row.home.bytes));
+            Row.at = 0;
+        } else {
+            for (; Row.at > column; Row.at--) e_putchar('\b');
+        }
+    }
+    while (Row.at < column) write_cell(*Shown_window, Row.at);
+}
+
+void row_step() { write_cell(*Shown_window, Row.at); }
+
+bool row_same(int column) { return same(*Shown_window, *Wanted, column); }
+
+void row_update(int column) {
+    row_move(column);
+    write_cell(*Wanted, column);
+    std::copy(Wanted->cell + column, Wanted->cell + Row.at, Shown_window->cell + column);
+    Row.used = std::max(Row.used, Row.at);
+}
+
+int row_first_difference() {
+    if (Row.stale) return 0;
+    int k = 0;
+    while (k < Wanted->used && k < Row.used && row_same(k)) k++;
+    return k;
+}
+
+bool row_unsafe_from(int column) {
+    return unsafe(*Shown_window, column, Row.width) || unsafe(*Wanted, column, Row.width);
+}
+
+static void erase_behind(bool counted) {
+    if (counted) {
+        while (Row.at < Row.used) write_cell(*Wanted, Row.at);
+    } else {
+        e_write("\033[K", 3);
+        Row.marker = ' ';
+    }
+}
+
+void row_write_from(int column) {
+    row_move(column);
+    const bool counted = Dumb_terminal != 0 || !row_unsafe_from(column);
+    while (Row.at < Wanted->used) write_cell(*Wanted, Row.at);
+    erase_behind(counted);
+    std::swap(Shown_window, Wanted);
+    Row.used = Shown_window->used;
+    Row.stale = false;
+}
+
+void row_overwrite(genchar u, int step) {
+    write_unit(u);
+    Shown_window->cell[Row.at] = {u, 0, 0, 1, true};
+    Row.used = std::max(Row.used, Row.at + 1);
+    if (step != 0)
+        Row.at++;
+    else
+        e_putchar('\b');
+}
+
+void row_mark(int c) {
+    if (c == Row.marker) return;
+    row_move(Row.width);
+    e_putchar(c);
+    Row.at++;
+    Row.marker = c;
+}
