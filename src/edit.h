@@ -93,8 +93,8 @@ struct EditView {
     // Writes prompt and line again from the row's first column (a carriage return first), as ^L
     // does after its newline: somebody else has written on the screen meanwhile.
     void (*redraw)();
-    // Stores the bytes of the line as it stands, without its newline, at `dst` (kMaxLine) and returns
-    // their number. While a search text or the version is shown, that is the line being kept behind
+    // Stores the bytes of the line as it stands, without its newline, at `dst` (kMaxLine) and
+    // returns their number. While a search text or the version is shown, that is the line being kept behind
     // it.
     int (*text)(char *dst);
     // True while the cursor stands in front of the line's end: keys are then taken in bursts.
@@ -197,9 +197,9 @@ void e_ringbell();
 // Newline, then e_flush.
 void e_crlf();
 // Maps the `len` units at `virt` to the characters that show them, into `phys` (kMaxImage) from
-// column `poff` on, with a NUL behind them: at most 258 columns in byte mode and the rest of the last
-// character. Returns the column of the one at index `cur`: in the vi style its last column, else its
-// first; `poff` when `cur` is not in the line.
+// column `poff` on, with a NUL behind them: at most 258 columns and the rest of the last character.
+// Returns the column of the one at index `cur`: in the vi style its last column, else its first;
+// `poff` when `cur` is not in the line.
 int e_virt_to_phys(const genchar *virt, int len, genchar *phys, int cur, int poff);
 
 // The driver's part of a vi line: reads what the alternative mode has collected into `buf` (`len`

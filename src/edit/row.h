@@ -74,8 +74,8 @@ void row_overwrite(genchar u, int step);
 void row_move(int column);
 // Moves it over the cell on which it stands.
 void row_step();
-// Puts the program's `rest` in place of what is shown, of which `used` columns are in use, and leaves
-// the cursor in front of it: by backspaces, where these can be trusted.
+// Puts the program's `rest` in place of what is shown, of which `used` columns are in use, and
+// leaves the cursor in front of it: by backspaces, where these can be trusted.
 void row_take_off(const char *rest, int len, int used);
 // Whether one column is up to date, and bringing it so, the cursor behind it.
 bool row_same(int column);

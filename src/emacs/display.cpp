@@ -1,5 +1,5 @@
-// display.cpp: the row that shows the line. draw has the window made as it should be and writes only
-// what differs, each differing column.
+// display.cpp: the row that shows the line. draw has the window made as it should be and writes
+// only what differs, each differing column.
 //
 // A line wider than the window is shown from `offset` on, with a marker in the column right of the
 // window. The window starts at column 0, behind the prompt, or further right. A prompt that can't

@@ -46,8 +46,8 @@ static void step_off() {
     row_move(prompt);
 }
 
-// The row behind the cursor may hold output that the text now covers: it counts as shown, so that the
-// next update blanks it.
+// The row behind the cursor may hold output that the text now covers: it counts as shown, so that
+// the next update blanks it.
 static void take_rest() {
     char rest[kRowColumns];
     const int beyond = row_show_rest(editb.e_plen, rest, e_host->row_rest(rest));

@@ -46,8 +46,8 @@ void rub_out(int count) {
 void forget_window() { Row.stale = true; }
 
 void forget_row() {
+    row_clear();
     forget_window();
-    Row.at = 0;
     Row.used = editb.e_wsize;
     margin_shown() = 0;
 }

@@ -38,8 +38,8 @@ inline constexpr int kPromptSize = 78;
 inline constexpr int kMaxText = kLineCapacity - 1;
 inline constexpr int kGlobals = 9;
 
-// The state words behind editb.e_globals; valid during a call of vi_read. What the row shows is known
-// to edit/row.h: two of the words are idle.
+// The state words behind editb.e_globals; valid during a call of vi_read. What the row shows is
+// known to edit/row.h: two of the words are idle.
 inline int &win_first() { return editb.e_globals[0]; }    // first column in the window
 inline int &last_motion() { return editb.e_globals[2]; }  // motion of the last c, d, y; for `.`
 inline int &margin_new() { return editb.e_globals[3]; }   // marker the line needs: ' ' '<' '>' '*'
@@ -127,8 +127,8 @@ void save_v();
 void restore_v();
 // Keeps what was inserted since e_fcol in e_tmp.
 void save_last();
-// Puts the `len` units at `text` in place of the line, as far as they fit, the cursor on index `cur`
-// as far as there is such a unit.
+// Puts the `len` units at `text` in place of the line, as far as they fit, the cursor on index
+// `cur` as far as there is such a unit.
 void set_line(const genchar *text, int len, int cur);
 inline void set_line(const TextCopy &text, int cur) { set_line(text.unit, text.len, cur); }
 

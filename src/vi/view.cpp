@@ -22,8 +22,8 @@ static void step_off() {
     margin_shown() = ' ';
 }
 
-// The row behind the cursor may hold output that the text now covers: it counts as shown, so that the
-// next refresh blanks it.
+// The row behind the cursor may hold output that the text now covers: it counts as shown, so that
+// the next refresh blanks it.
 static void take_rest() {
     char rest[kRowColumns];
     if (row_show_rest(0, rest, e_host->row_rest(rest)) != 0) margin_shown() = 0;
