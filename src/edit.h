@@ -94,8 +94,8 @@ struct EditView {
     // does after its newline: somebody else has written on the screen meanwhile.
     void (*redraw)();
     // Stores the bytes of the line as it stands, without its newline, at `dst` (kMaxLine) and
-    // returns their number. While a search text or the version is shown, that is the line being kept behind
-    // it.
+    // returns their number. While a search text or the version is shown, that is the line being
+    // kept behind it.
     int (*text)(char *dst);
     // True while the cursor stands in front of the line's end: keys are then taken in bursts.
     bool (*within_line)();
