@@ -27,7 +27,7 @@
 #include "editlib.h"
 #include "emacs.h"
 #include "history.h"
-#include "pass/pass_internal.h"
+#include "pass/row.h"
 #include "require.h"
 #include "shown.h"
 #include "tty.h"

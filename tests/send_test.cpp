@@ -11,7 +11,11 @@
 #include <string>
 
 #include "edit.h"
-#include "pass/pass_internal.h"
+#include "pass.h"
+#include "pass/keyboard.h"
+#include "pass/mode.h"
+#include "pass/output.h"
+#include "pass/waits.h"
 #include "pty.h"
 #include "run.h"
 

@@ -1,6 +1,8 @@
 // child.cpp: the program's state, and job control: morp stops and resumes with it. All of this runs
 // in catchers, which run in waits only. While morp is stopped everything is blocked; what came
 // meanwhile is looked at before the terminal is touched again.
+#include "child.h"
+
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,10 +11,13 @@
 #include <cstdio>
 
 #include "edit.h"
-#include "pass_internal.h"
+#include "edit_wait.h"
+#include "pass.h"
+#include "row.h"
 #include "run.h"
 #include "tty.h"
 #include "wait.h"
+#include "waits.h"
 
 volatile std::sig_atomic_t Resumed = 0;
 static bool Terminal_saved = false;  // suspended_tty belongs to the present suspension

@@ -2,13 +2,20 @@
 // line steps aside, the output is relayed, and the line comes back when output has been quiet for a
 // while or a key is there. The program may also leave line input, which takes the edit away.
 // Signals are served in the wait; the SIGCHLD catcher may leave it for good.
+#include "edit_wait.h"
+
 #include <algorithm>
 
+#include "child.h"
 #include "edit.h"
-#include "edit/host.h"
-#include "pass_internal.h"
+#include "mode.h"
+#include "output.h"
+#include "pace.h"
+#include "pass.h"
+#include "row.h"
 #include "run.h"
 #include "wait.h"
+#include "waits.h"
 
 // Output stays hidden this long after the last piece, so that a program that prints in pieces
 // doesn't make the line flicker.

@@ -1,21 +1,29 @@
 // keyboard.cpp: the user's keys on their way to the program, the in-band toggle of editing, and the
-// keyboard's signals.
-#include <fcntl.h>
+// keyboard's signals. Keys are read between two waits; the editors, and a line on its way, have
+// waits of their own.
+#include "keyboard.h"
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "edit.h"
 #include "edit/decode.h"
 #include "editlib.h"
-#include "pass_internal.h"
+#include "end.h"
+#include "mode.h"
+#include "output.h"
+#include "pace.h"
+#include "pass.h"
+#include "proc.h"
+#include "row.h"
 #include "run.h"
+#include "send.h"
 #include "tty.h"
 #include "wait.h"
+#include "waits.h"
 
 static const char det_str[5] = "~~;1";  // toggles editing
 static constexpr int det_str_len = 4;
@@ -36,53 +44,6 @@ static_assert(sizeof det_buf >= kLineCapacity + kMaxLine);
 bool keyboard_wanted() { return det_len <= kLineCapacity && !Det_line; }
 
 bool keyboard_pending() { return det_len > 0 && matching_det_str == 0; }
-
-// True when /proc says that signal `sig` is in the set that `field` of the program's status names,
-// or when it can't be asked.
-static bool in_signal_set(const char *status, const char *field, int sig) {
-    const char *at = strstr(status, field);
-    if (at == nullptr) return true;
-    const unsigned long long set = strtoull(at + strlen(field), nullptr, 16);
-    return (set >> (sig - 1) & 1) != 0;
-}
-
-// Reads /proc/PID/NAME into `text` (`size` bytes), NUL-terminated. False when it can't be read.
-static bool read_proc(pid_t pid, const char *name, char *text, std::size_t size) {
-    char path[64];
-    (void)snprintf(path, sizeof path, "/proc/%d/%s", static_cast<int>(pid), name);
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
-    const ssize_t n = read(fd, text, size - 1);
-    (void)close(fd);
-    text[n > 0 ? n : 0] = '\0';
-    return n > 0;
-}
-
-// True when the program leaves a stop request to the system.
-static bool program_stops_by_default() {
-    char status[4096];
-    if (!read_proc(Child_pid, "status", status, sizeof status)) return false;
-    return !in_signal_set(status, "SigCgt:", SIGTSTP) && !in_signal_set(status, "SigIgn:", SIGTSTP);
-}
-
-// True when somebody outside morp's process group, in its session, could continue it: then the
-// group is not orphaned. Looks at morp's ancestors.
-static bool can_be_continued() {
-    const pid_t group = getpgrp();
-    const pid_t session = getsid(0);
-    pid_t parent = getppid();
-    while (parent > 1 && getsid(parent) == session) {
-        const pid_t its_group = getpgid(parent);
-        if (its_group > 0 && its_group != group) return true;
-        char stat[512];
-        if (!read_proc(parent, "stat", stat, sizeof stat)) return false;
-        const char *behind_name = strrchr(stat, ')');
-        int next = 0;
-        if (behind_name == nullptr || sscanf(behind_name, ") %*c %d", &next) != 1) return false;
-        parent = next;
-    }
-    return false;
-}
 
 int handle_signal_general(int fd, int sig) {
     if (Child_pid <= 0) return 0;

@@ -2,12 +2,15 @@
 // from the user's wish, the program's terminal, and what the editors hold; it is answered here and
 // nowhere else. Catchers run in waits only, and change none of it: every wait asks once more when
 // it begins.
+#include "mode.h"
+
 #include <unistd.h>
 
 #include "edit.h"
 #include "editlib.h"
-#include "pass_internal.h"
+#include "pass.h"
 #include "run.h"
+#include "send.h"
 #include "tty.h"
 
 // State of the whole run.

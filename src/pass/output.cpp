@@ -1,4 +1,8 @@
 // output.cpp: the program's output, from the master to the screen and to the capture of the prompt.
+// Reads come between two waits; the writes to the screen are waits themselves, in which signals are
+// served, but for SIGCHLD.
+#include "output.h"
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <algorithm>
@@ -6,12 +10,20 @@
 #include <cstring>
 
 #include "edit.h"
-#include "pass_internal.h"
+#include "edit_wait.h"
+#include "mode.h"
+#include "pace.h"
+#include "pass.h"
+#include "row.h"
 #include "run.h"
+#include "send.h"
 #include "wait.h"
+#include "waits.h"
 
 // The prompt capture takes the data in pieces of this size, each up to its first NUL.
 static constexpr int kPrimePiece = 254;
+// Output relayed before a line is written (bytes).
+static constexpr unsigned long kRelayFirst = 65536;
 // What a program leaves behind is relayed up to this size.
 static constexpr unsigned long kLastWords = 1024UL * 1024;
 
@@ -93,6 +105,15 @@ void relay_rest_of_piece(int fd) {
         const int ready = wait_terminals(fd, false, false, left, fds);
         if (progdone != 0 || ready <= 0 || !master_ready(fds)) return;
         (void)relay_packet(fd, 2);  // the header and one byte
+    }
+}
+
+void relay_waiting(int fd) {
+    const unsigned long from = Relayed_bytes;
+    while (Relayed_bytes - from < kRelayFirst) {
+        struct pollfd master = {fd, POLLIN, 0};
+        if (poll(&master, 1, 0) != 1 || (master.revents & POLLIN) == 0) return;
+        (void)handle_fd_stdout(fd);
     }
 }
 

@@ -7,15 +7,22 @@
 #include <unistd.h>
 #include <cerrno>
 
+#include "child.h"
 #include "edit.h"
 #include "edit/chars.h"
+#include "edit_wait.h"
 #include "extended.h"
+#include "keyboard.h"
+#include "mode.h"
 #include "msg.h"
-#include "pass_internal.h"
+#include "output.h"
+#include "ploop.h"
+#include "row.h"
 #include "run.h"
 #include "tty.h"
 #include "utils.h"
 #include "wait.h"
+#include "waits.h"
 
 [[gnu::used]] static const char kVersion[] = "@(#)morp pass 1.0";
 

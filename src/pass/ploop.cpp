@@ -1,13 +1,23 @@
 // ploop.cpp: the main loop: one wait for keyboard and program, and what follows from it.
+// Signals are served in the wait only; the SIGCHLD catcher may leave it for good.
+#include "ploop.h"
+
 #include <unistd.h>
 #include <algorithm>
 #include <iterator>
 
+#include "child.h"
 #include "edit.h"
+#include "edit_wait.h"
 #include "editlib.h"
-#include "pass/pass_internal.h"
+#include "keyboard.h"
+#include "mode.h"
+#include "output.h"
+#include "pace.h"
+#include "pass.h"
 #include "run.h"
 #include "wait.h"
+#include "waits.h"
 
 [[gnu::used]] static const char kVersion[] = "@(#)morp ploop 1.0";
 

@@ -2,12 +2,14 @@
 // program that ends a piece of output with a carriage return leaves the cursor in front of it: the
 // line being edited then stands over that output, which has to be seen again when the line steps
 // aside. Also whether output ended in the middle of something that the terminal takes as one.
+#include "row.h"
+
 #include <unistd.h>
 #include <algorithm>
 #include <cstring>
 
 #include "edit.h"
-#include "pass_internal.h"
+#include "edit/host.h"
 
 // State: the row as the program printed it, one plain character a column, as far as it is known.
 // What is not followed here (tabs, other alphabets, most escape sequences) makes it unknown, mostly

@@ -1,0 +1,12 @@
+// edit_wait.h: the editors' wait.
+#pragma once
+
+#include "edit/host.h"
+
+// What the editors ask of their host (EditHost).
+KeyWait pass_wait_key(long timeout_ns);
+bool pass_key_expected();
+// A wait has just found keys: see pass_key_expected.
+void pass_keys_seen();
+// Program output is about to be written to the screen: a line being edited steps aside.
+void pass_before_output();

@@ -1,0 +1,8 @@
+// proc.h: what /proc tells of the program and of those above morp.
+#pragma once
+
+// True when the program leaves a stop request to the system.
+bool program_stops_by_default();
+// True when somebody outside morp's process group, in its session, could continue it: then the
+// group is not orphaned. Looks at morp's ancestors.
+bool can_be_continued();
