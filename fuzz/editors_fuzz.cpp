@@ -310,7 +310,7 @@ KeyWait wait_key(long) {
     return result;
 }
 
-bool key_expected() { return Run.pasted && !Run.keys.empty(); }
+bool look_for_key() { return Run.pasted && !Run.keys.empty(); }
 
 // Waits for keys as the main loop does. False when nothing comes any more.
 bool wait_between_lines() {
@@ -350,7 +350,7 @@ void set_terminal(int choice) {
 }
 
 void begin(fuzz::Input in) {
-    static constexpr EditHost kHost = {wait_key, key_expected, pass_row_rest, pass_row_column,
+    static constexpr EditHost kHost = {wait_key, look_for_key, pass_row_rest, pass_row_column,
                                        pass_row_new};
     static constexpr std::pair<const char *, int> kStyles[] = {
         {"emacs", kStyleEmacs}, {"gmacs", kStyleGmacs}, {"vi", kStyleVi}};

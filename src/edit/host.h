@@ -16,7 +16,7 @@ struct EditHost {
     KeyWait (*wait_key)(long timeout_ns);
     // In a paste the next key is there already: there is nothing to wait for and nothing to show
     // yet. True when a read of the keyboard may be tried without a wait.
-    bool (*key_expected)();
+    bool (*look_for_key)();
     // Copies what the program has left on the screen's row from its cursor on, printable
     // characters, to `dst` (kRowColumns bytes, not terminated). Returns their number: 0 also where
     // the row isn't known.

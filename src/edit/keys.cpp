@@ -100,7 +100,7 @@ static constexpr int kReadLate = -2;
 static int read_keys(unsigned char *keys, int size, long timeout_ns) {
     // A terminal that is gone fails at once, so this many tries take no time.
     constexpr int kAttempts = 100;
-    if (e_host->key_expected()) {
+    if (e_host->look_for_key()) {
         const ssize_t n = keyboard_read(keys, static_cast<std::size_t>(size));
         if (n > 0) return static_cast<int>(n);
     }

@@ -99,7 +99,7 @@ void pass_keys_seen() { Burst_end_ns = now_ns() + kMillisecond; }
 
 // The wait has served signals and output within the last millisecond, and the program, which is
 // looked at for each key, still reads lines.
-bool pass_key_expected() {
+bool pass_look_for_key() {
     if (progdone != 0 || Resumed != 0 || now_ns() >= Burst_end_ns) return false;
     if (keyboard_waiting() == 0) return false;  // a key typed singly pays for no more than this
     (void)check_fd_mode(master_fd);

@@ -5,8 +5,8 @@
 
 // What the editors ask of their host (EditHost).
 KeyWait pass_wait_key(long timeout_ns);
-bool pass_key_expected();
-// A wait has just found keys: see pass_key_expected.
+bool pass_look_for_key();
+// A wait has just found keys: see pass_look_for_key.
 void pass_keys_seen();
 // Program output is about to be written to the screen: a line being edited steps aside.
 void pass_before_output();

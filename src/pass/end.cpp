@@ -1,6 +1,6 @@
-// end.cpp: the end of input. It goes to the program as its own end of file; only at the third key in
-// a row, or where there is no such thing, the program's terminal is closed. No catcher enters it: it
-// is asked between two waits.
+// end.cpp: the end of input. It goes to the program as its own end of file; only at the third key
+// in a row, or where there is no such thing, the program's terminal is closed. No catcher enters
+// it: it is asked between two waits.
 #include "end.h"
 
 #include <termios.h>

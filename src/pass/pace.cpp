@@ -1,8 +1,8 @@
 // pace.cpp: how far the program is with the line sent last, and when the next one may be written.
 //
 // Lines that come faster than the program takes them wait: typed ahead of a password prompt they
-// would meet the program in the middle of changing its modes. A line is `sent` until the program has
-// read it, then `taken` until the program has printed, or stayed silent for a while, and `done`
+// would meet the program in the middle of changing its modes. A line is `sent` until the program
+// has read it, then `taken` until the program has printed, or stayed silent for a while, and `done`
 // after that. One that isn't read for long is a `busy` program's: further lines are written behind
 // it at once, as many as the system's queue holds. All of that is seen by looks at the slave, which
 // is opened for each of them and kept open only while more lines are on their way.
@@ -81,7 +81,7 @@ void give_peer(int peer) {
 }
 
 // Follows the program's progress with the last line.
-static void look(int fd) {
+static void follow(int fd) {
     if (Line_state == Line::sent || Line_state == Line::busy) {
         if (!unread(fd).any) {
             Line_state = Line::taken;
@@ -110,17 +110,17 @@ void line_idle() {
     Kept_peer = -1;
 }
 
-bool line_settling(int fd) {
+bool line_look(int fd) {
     if (Line_state == Line::done) return false;
     // A program mostly prints something first, which leads to a look; each one costs a slave
     // opened.
     if (Line_state == Line::sent && now_ns() - Sent_ns < kLookEvery) return true;
-    look(fd);
+    follow(fd);
     return Line_state == Line::sent || Line_state == Line::taken;
 }
 
 void line_before_output(int fd) {
-    if (Line_state == Line::sent) look(fd);
+    if (Line_state == Line::sent) follow(fd);
 }
 
 void line_after_output() {
@@ -148,7 +148,7 @@ long line_next_look() {
 static bool await_room(int fd, int len) {
     for (;;) {
         if (Line_state == Line::done) return true;
-        look(fd);
+        follow(fd);
         if (Line_state == Line::busy && unread(fd).bytes + len <= kQueueRoom) return true;
         if (Line_state != Line::done && !relay_once(fd, false, line_next_look())) return false;
     }

@@ -1,9 +1,9 @@
 // pace.h: how far the program is with the line sent last, and when the next one may be written.
 #pragma once
 
-// True while the program has not yet dealt with the line before.
-bool line_settling(int fd);
-// Nanoseconds after which line_settling should be asked again while it is true.
+// Looks how far the program is; true while it has not yet dealt with the line before.
+bool line_look(int fd);
+// Nanoseconds after which the next line_look is due while it is true.
 long line_next_look();
 // Program output is about to be read; has been relayed and is in the capture of the prompt.
 void line_before_output(int fd);

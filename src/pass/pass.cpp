@@ -36,7 +36,7 @@ static void sig_trap_general(int sig) { progdone = sig; }
 
 static constexpr long kHungUpRetry = 100 * kMillisecond;
 
-const EditHost pass_host = {pass_wait_key, pass_key_expected, pass_row_rest, pass_row_column,
+const EditHost pass_host = {pass_wait_key, pass_look_for_key, pass_row_rest, pass_row_column,
                             pass_row_new};
 
 void pass_all(int _fd) {

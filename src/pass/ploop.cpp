@@ -74,7 +74,7 @@ static bool forward_signal(int fd) {
 // True when keys were served.
 static bool serve(int fd, const struct pollfd *fds, bool *held) {
     bool keys = fds[kKeyboardSlot].revents != 0 || (line_begun_ahead() && keyboard_wanted());
-    if (keys && line_settling(fd)) {
+    if (keys && line_look(fd)) {
         *held = true;
         keys = false;
     }
@@ -115,7 +115,7 @@ void pass_loop(int fd) {
     while (Child_dead == 0 && master_fd >= 0) {
         assert_user_mode();
         draw_after_resume();
-        if (held) held = line_settling(fd);
+        if (held) held = line_look(fd);
         const unsigned long relayed = Relayed_bytes;
         struct pollfd fds[2];
         const int ready = wait_terminals(fd, !held && keyboard_wanted() && !line_begun_ahead(),

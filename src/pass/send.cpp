@@ -8,9 +8,9 @@
 // way back. What would wake a reader earlier, or goes behind a line unread, is written whole with
 // echo off.
 //
-// Output is relayed and signals are served while the master takes nothing, and while pace.cpp waits:
-// a keyboard signal then drops the rest of the line. The SIGCHLD catcher may leave such a wait for
-// good, with echo off on a terminal that nobody has any more.
+// Output is relayed and signals are served while the master takes nothing, and while pace.cpp
+// waits: a keyboard signal then drops the rest of the line. The SIGCHLD catcher may leave such a
+// wait for good, with echo off on a terminal that nobody has any more.
 #include "send.h"
 
 #include <unistd.h>
