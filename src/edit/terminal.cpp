@@ -130,12 +130,13 @@ int e_setalt(int fd) {
 }
 
 void e_take_typed(int fd) {
-    if (editb.e_raw != kTtyAlt) return;
+    if (editb.e_raw != kTtyAlt || tty_in_background()) return;
     // Of text without a line end the driver tells nothing. Output that the user has stopped stays
-    // so.
+    // so. Mostly there is nothing, and each line pays for this: no more calls than it takes.
     const struct termios raw = raw_of(ttyparm);
-    if (local_tcset(fd, 0, &raw) != 0) return;
+    if (tcsetattr(fd, TCSANOW, &raw) != 0) return;
     Marked = keyboard_waiting();
+    if (Marked == 0 && tcsetattr(fd, TCSANOW, &nttyparm) == 0 && keyboard_waiting() == 0) return;
     editb.e_raw = kTtyRaw;
     (void)e_setalt(fd);
 }
