@@ -1,4 +1,4 @@
-// edit_bench.cpp: what every byte of output and every key goes through: the capture of the prompt,
+// edit_bench.cpp: what every byte of output and every key goes through: the follower of the output,
 // the map from a line to the screen, the display. What the editors write goes to /dev/null.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -8,6 +8,7 @@
 #include <string>
 
 #include "edit.h"
+#include "edit/prompt.h"
 #include "emacs/emacs_internal.h"
 #include "pass.h"
 #include "vi/vi_internal.h"
@@ -24,12 +25,13 @@ static std::string text_of(int length, bool plain) {
     return text.substr(0, static_cast<std::size_t>(length));
 }
 
-// Output in the pieces that the relay hands over, with a newline every so many bytes, 0 for none.
+// Output, with a newline every so many bytes, 0 for none.
 static void prime(benchmark::State &state) {
     std::string piece = text_of(254, true);
     const std::size_t every = static_cast<std::size_t>(state.range(0));
     for (std::size_t at = every; every != 0 && at < piece.size(); at += every) piece[at] = '\n';
-    for ([[maybe_unused]] const auto _ : state) e_setup_prime(piece.c_str());
+    for ([[maybe_unused]] const auto _ : state)
+        e_setup_prime(piece.data(), static_cast<int>(piece.size()));
     state.SetBytesProcessed(state.iterations() * static_cast<long>(piece.size()));
     e_reset_prime();
 }

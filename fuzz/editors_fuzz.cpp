@@ -3,7 +3,7 @@
 // window goes, the marker and the cursor where they belong; a line that is sent stands on the row
 // that it leaves; the prompt is what the program's output ends in.
 //
-// It runs on a host of its own, of src/pass only row.cpp is linked, and stands in for src/wait.cpp.
+// It runs on a host of its own, without src/pass, and stands in for src/wait.cpp.
 // The terminal's settings are those of a real pseudo-terminal on descriptor 0; its keys and its
 // screen of one row are here. The driver's part of a vi line is modelled without its erasing: bytes
 // are echoed and held until a terminator.
@@ -24,10 +24,10 @@
 
 #include "edit.h"
 #include "edit/host.h"
+#include "edit/prompt.h"
 #include "editlib.h"
 #include "emacs.h"
 #include "history.h"
-#include "pass/row.h"
 #include "require.h"
 #include "shown.h"
 #include "tty.h"
@@ -172,12 +172,11 @@ void check_prompt(const std::pair<std::string, bool> &before, const std::string 
                                        now, [](char c) { return is_printable(byte_of(c)); })));
 }
 
-// What the program has left behind its cursor is followed by src/pass. It may know nothing of it;
-// then nothing is there. Returns the columns in use.
-int follow(std::string_view output) {
-    row_follow(output.data(), static_cast<int>(output.size()));
+// What the program has left behind its cursor, as far as it is known. Else nothing is there. Returns
+// the columns in use.
+int take_rest() {
     char rest[kRowColumns];
-    const std::string known(rest, static_cast<std::size_t>(pass_row_rest(rest)));
+    const std::string known(rest, static_cast<std::size_t>(out_row_rest(rest)));
     char *const from = Run.cells + Run.column;
     fuzz::require(!Run.plain || std::string_view(from, known.size()) == known);
     fuzz::require(std::ranges::all_of(known, [](char c) { return is_printable(byte_of(c)); }));
@@ -207,9 +206,9 @@ void program_writes(std::string_view text) {
         Run.plain = c == '\n' || (Run.plain && plain && Run.column < right_edge);
     }
     const auto before = prompt();
-    e_setup_prime(piece.c_str());
+    e_setup_prime(piece.data(), static_cast<int>(piece.size()));
     check_prompt(before, piece);
-    const int used = follow(piece);
+    const int used = take_rest();
     Run.fresh = true;
     Run.program_row.assign(Run.cells, kColumns);
     Run.program_column = Run.column;
@@ -222,8 +221,8 @@ void program_writes(std::string_view text) {
 void program_writes_between_lines(std::string_view text) {
     program_writes(text);
     char rest[kRowColumns];
-    if (pass_row_rest(rest) == 0) return;
-    row_forget();
+    if (out_row_rest(rest) == 0) return;
+    out_row_forget();
     std::fill(Run.cells + Run.column, Run.cells + kColumns, ' ');
     Run.program_row.assign(Run.cells, kColumns);
 }
@@ -279,12 +278,12 @@ bool happen(int event, KeyWait &result) {
     } else if (event < 246) {
         progdone = SIGINT;
         e_row_stale = 1;
-        row_forget();
+        out_row_forget();
         result = KeyWait::interrupted;
         return true;
     } else if (event < 250) {
         newline();  // where a shell has written
-        row_forget();
+        out_row_forget();
         e_view->redraw();
         e_flush();
         check_row();
@@ -350,15 +349,12 @@ void set_terminal(int choice) {
 }
 
 void begin(fuzz::Input in) {
-    static constexpr EditHost kHost = {wait_key, look_for_key, pass_row_rest, pass_row_column,
-                                       pass_row_new};
+    static constexpr EditHost kHost = {wait_key, look_for_key};
     static constexpr std::pair<const char *, int> kStyles[] = {
         {"emacs", kStyleEmacs}, {"gmacs", kStyleGmacs}, {"vi", kStyleVi}};
     Run = {};
     Run.in = in;
-    row_follow("\n", 1);  // ends what the last run may have left open
     newline();
-    pass_row_new();
     Run.plain = true;
     edit_reset_for_test();
     kread_reset_for_test();
@@ -394,7 +390,7 @@ bool read_line() {
     if (n > 0) {
         const std::string_view sent(buffer, static_cast<std::size_t>(n));
         Run.plain = sent.back() == '\n';
-        Run.plain ? pass_row_new() : row_forget();
+        Run.plain ? out_row_new() : out_row_forget();
         check_sent(sent);
         Run.full = editb.e_raw == kTtyRaw && Run.column != 0 && !Run.plain;
         if (Run.plain || Run.column == 0 || editb.e_raw == kTtyAlt)

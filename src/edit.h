@@ -12,8 +12,6 @@
 inline constexpr int kLookAhead = 84;
 // Most keys taken in one read of the terminal.
 inline constexpr int kReadAhead = 80;
-// Characters of program output kept for the prompt.
-inline constexpr int kPrimeSize = 8192;
 
 // Values of `e_raw`.
 inline constexpr int kTtyCooked = 0;
@@ -116,11 +114,6 @@ extern int e_gone;
 // How often e_getchar has returned in it, the end-of-input key included.
 extern int e_keys_taken;
 
-// 1 while the row still shows the text of an edit that a keyboard signal ended and the program has
-// printed nothing since: the next edit starts with a newline and the prompt. Set by the
-// editors' wait, cleared by e_setup_prime and by e_row_renewed.
-extern int e_row_stale;
-
 // Puts the terminal `fd` into raw mode: every key is delivered as typed, signals stay on. Returns 0
 // when it is raw afterwards, -1 when its settings can't be read or set or echo is off.
 int e_setraw(int fd);
@@ -155,21 +148,9 @@ void e_hold_keys(unsigned char *keys, int n);
 // had collected before the mode was switched: among them a NUL marks an escape key.
 int e_unmark(int c);
 
-// Appends NUL-terminated program output to the prompt capture.
-void e_setup_prime(const char *ptr);
-// Empties the prompt capture.
-void e_reset_prime();
-// The prompt captured so far, beside the one that was there when the capture was emptied last:
-// compared as far as 127 characters from the end go. `none`: there is none now, and was none then.
-enum class PromptNow { none, same, other };
-PromptNow e_compare_prompt();
 // Prepares editb for a new line: descriptor, history bounds, window width, prompt. `prompt_size` is
 // that of the buffer at e_prompt; at most prompt_size - 2 prompt characters are stored.
 void e_setup(int fd, int prompt_size);
-// The prompt part of e_setup alone: fills e_prompt, e_plen, e_crlf and sets e_wsize.
-void e_new_prompt(int prompt_size);
-// The text of the row has been renewed: clears e_row_stale.
-void e_row_renewed();
 
 // Next key, 0 to 255, or a value pushed back; a carriage return is delivered as newline. Waits for
 // the keyboard, relaying program output meanwhile. Leaves through e_env when input ends or fails.
@@ -215,6 +196,4 @@ int e_assert_mode(int fd);
 // To be called when editing is no longer in force and the terminal goes raw for pass-through: what
 // the driver had collected stays marked (see e_unmark).
 void e_leave_editing(int fd);
-// Writes the captured prompt again after a carriage return, when it is printable.
-void e_rewrite_prompt();
 void edit_reset_for_test();

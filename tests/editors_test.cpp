@@ -34,6 +34,7 @@
 #include <string_view>
 
 #include "edit.h"
+#include "edit/prompt.h"
 #include "editlib.h"
 #include "emacs.h"
 #include "harness/cases.h"
@@ -153,7 +154,8 @@ static void check_case(EditorTerminal &terminal, const harness::Fields &c) {
         "name",   "style", "columns", "prompt", "erase",  "kill",  "history", "typed", "stale",
         "cooked", "keys",  "line",    "shown",  "output", "bells", "row",     "col",   "next"};
     for (const auto &[name, text] : c) EXPECT_TRUE(kKnown.contains(name)) << name;
-    e_setup_prime(unescaped(harness::get(c, "prompt")).c_str());
+    const std::string prompt = unescaped(harness::get(c, "prompt"));
+    e_setup_prime(prompt.data(), static_cast<int>(prompt.size()));
     e_row_stale = std::stoi(harness::get(c, "stale", "0"));
     const std::string keys = unescaped(harness::get(c, "typed") + c.at("keys"), "\r");
     const EditorTerminal::Line got = terminal.read(keys, c.contains("cooked"));
@@ -167,7 +169,7 @@ static void check_case(EditorTerminal &terminal, const harness::Fields &c) {
     expect("bells", std::to_string(std::count(got.output.begin(), got.output.end(), '\a')), "", "");
     check_row(c, got.output);
     if (!c.contains("next")) return;
-    e_setup_prime(unescaped(harness::get(c, "prompt")).c_str());
+    e_setup_prime(prompt.data(), static_cast<int>(prompt.size()));
     expect("next", e_compare_prompt() == PromptNow::same ? "same" : "other", "", "");
 }
 

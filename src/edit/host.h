@@ -5,9 +5,6 @@
 // How a wait for a key ended.
 enum class KeyWait { ready, interrupted, taken, late };
 
-// Most columns of a row that are kept, at least those of the widest window and its prompt.
-inline constexpr int kRowColumns = 161;
-
 struct EditHost {
     // The editor's wait: sleeps until the keyboard can be read. Program output is relayed
     // meanwhile, with the editor stepping off its row and coming back (e_view). `ready`: read now.
@@ -17,14 +14,6 @@ struct EditHost {
     // In a paste the next key is there already: there is nothing to wait for and nothing to show
     // yet. True when a read of the keyboard may be tried without a wait.
     bool (*look_for_key)();
-    // Copies what the program has left on the screen's row from its cursor on, printable
-    // characters, to `dst` (kRowColumns bytes, not terminated). Returns their number: 0 also where
-    // the row isn't known.
-    int (*row_rest)(char *dst);
-    // The column of the program's cursor, -1 where the row isn't known.
-    int (*row_column)();
-    // The program's cursor stands on a new, empty row.
-    void (*row_new)();
 };
 // Set before the first line is read.
 extern const EditHost *e_host;

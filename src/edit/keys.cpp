@@ -33,7 +33,9 @@ void edit_reset_keys() {
 void edit_reset_for_test() {
     edit_reset_terminal();
     edit_reset_keys();
+    edit_reset_follower();
     edit_reset_prime();
+    edit_reset_out_row();
 }
 
 static void write_queued() {

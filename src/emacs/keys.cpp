@@ -5,6 +5,7 @@
 
 #include "edit/chars.h"
 #include "edit/decode.h"
+#include "edit/prompt.h"
 #include "emacs_internal.h"
 
 namespace emacs {

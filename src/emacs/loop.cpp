@@ -9,6 +9,7 @@
 
 #include "edit/chars.h"
 #include "edit/decode.h"
+#include "edit/prompt.h"
 #include "emacs.h"
 #include "emacs_internal.h"
 #include "wait.h"

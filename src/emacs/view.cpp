@@ -4,6 +4,7 @@
 
 #include "edit/chars.h"
 #include "edit/host.h"
+#include "edit/prompt.h"
 #include "emacs_internal.h"
 
 namespace emacs {
@@ -13,7 +14,7 @@ static char own_row = 0;
 
 bool drop_unfit_prompt(int text_len) {
     constexpr int kNarrowest = 20;  // window behind a prompt whose columns are known
-    prompt_excess = editb.e_crlf == 0 ? std::max(e_host->row_column() - editb.e_plen, 0) : 0;
+    prompt_excess = editb.e_crlf == 0 ? std::max(out_row_column() - editb.e_plen, 0) : 0;
     const int width = editb.e_wsize - prompt_excess;
     const bool fits = editb.e_plen < width && (prompt_excess == 0 || width >= kNarrowest) &&
                       editb.e_plen <= kMaxPrompt && editb.e_plen + text_len <= kMaxText;
@@ -35,10 +36,10 @@ static void step_off() {
     // What the program prints now starts an empty row; the prompt captured isn't on it.
     if (gone || own_row != 0) {
         e_reset_prime();
-        e_host->row_new();
+        out_row_new();
     }
     char rest[kRowColumns];
-    const int len = e_host->row_rest(rest);
+    const int len = out_row_rest(rest);
     const int room = editb.e_wsize - prompt;
     row_want_output(prompt, rest, len);
     write_differences();
@@ -50,7 +51,7 @@ static void step_off() {
 // the next update blanks it.
 static void take_rest() {
     char rest[kRowColumns];
-    const int beyond = row_show_rest(editb.e_plen, rest, e_host->row_rest(rest));
+    const int beyond = row_show_rest(editb.e_plen, rest, out_row_rest(rest));
     if (beyond != 0) overflow = beyond;
 }
 
@@ -64,7 +65,7 @@ static void come_back() {
     e_new_prompt(kPromptSize);
     if (drop_unfit_prompt(text_len)) {
         e_putchar('\n');
-        e_host->row_new();
+        out_row_new();
     }
 
     editb.e_llimit = capacity - 2 * editb.e_plen;

@@ -11,9 +11,9 @@
 #include <cstdio>
 
 #include "edit.h"
+#include "edit/prompt.h"
 #include "edit_wait.h"
 #include "pass.h"
-#include "row.h"
 #include "run.h"
 #include "tty.h"
 #include "wait.h"
@@ -65,7 +65,7 @@ void sig_trap_sigusr2(int sig) {
 
 void sig_trap_sigcont(int) {
     sig_trap_sigwinch(SIGWINCH);  // a resize reaches the foreground only
-    row_forget();
+    out_row_forget();
     Resumed = 1;
 }
 
@@ -129,7 +129,7 @@ void handle_child_restart(int) {
     (void)kill(-Child_pid, SIGCONT);
     Child_suspended = 0;
     e_row_renewed();  // the shell has written below it
-    row_forget();
+    out_row_forget();
     Resumed = 1;
 }
 

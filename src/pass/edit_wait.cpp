@@ -8,11 +8,12 @@
 
 #include "child.h"
 #include "edit.h"
+#include "edit/host.h"
+#include "edit/prompt.h"
 #include "mode.h"
 #include "output.h"
 #include "pace.h"
 #include "pass.h"
-#include "row.h"
 #include "run.h"
 #include "wait.h"
 #include "waits.h"
@@ -66,7 +67,7 @@ static KeyWait taken_away() {
 static KeyWait interrupted() {
     if (!Stepped_aside) {
         e_row_stale = 1;
-        row_forget();
+        out_row_forget();
     }
     return KeyWait::interrupted;
 }
@@ -84,7 +85,7 @@ static void redraw_after_resume() {
 static bool serve(const struct pollfd *fds, int ready) {
     if (ready > 0 && master_ready(fds)) {
         (void)handle_fd_stdout(master_fd);
-        const long quiet = row_in_sequence() ? kQuietInSequence : kQuiet;
+        const long quiet = out_row_in_sequence() ? kQuietInSequence : kQuiet;
         if (Stepped_aside) Back_ns = now_ns() + quiet;
     }
     const bool key = ready > 0 && fds[kKeyboardSlot].revents != 0;

@@ -11,6 +11,7 @@
 
 #include "edit.h"
 #include "edit/decode.h"
+#include "edit/prompt.h"
 #include "editlib.h"
 #include "end.h"
 #include "mode.h"
@@ -18,7 +19,6 @@
 #include "pace.h"
 #include "pass.h"
 #include "proc.h"
-#include "row.h"
 #include "run.h"
 #include "send.h"
 #include "tty.h"
@@ -78,9 +78,9 @@ static int read_line(int fd) {
     if (n > 0) {
         end_of_input_forget();
         if (buff[n - 1] == '\n')
-            pass_row_new();
+            out_row_new();
         else
-            row_forget();  // it stays on the row
+            out_row_forget();  // it stays on the row
         return n;
     }
     if (progdone != 0) {

@@ -10,18 +10,16 @@
 #include <cstring>
 
 #include "edit.h"
+#include "edit/prompt.h"
 #include "edit_wait.h"
 #include "mode.h"
 #include "pace.h"
 #include "pass.h"
-#include "row.h"
 #include "run.h"
 #include "send.h"
 #include "wait.h"
 #include "waits.h"
 
-// The prompt capture takes the data in pieces of this size, each up to its first NUL.
-static constexpr int kPrimePiece = 254;
 // Output relayed before a line is written (bytes).
 static constexpr unsigned long kRelayFirst = 65536;
 // What a program leaves behind is relayed up to this size.
@@ -38,16 +36,6 @@ static void show(const char *data, int len) {
         fatal_message("morp: write error to stdout");
 }
 
-static void prime(char *data, int len) {
-    for (int at = 0; at < len; at += kPrimePiece) {
-        char *end = data + (len - at > kPrimePiece ? at + kPrimePiece : len);
-        const char kept = *end;
-        *end = '\0';
-        e_setup_prime(data + at);
-        *end = kept;
-    }
-}
-
 static void relay_data(char *data, int len) {
     char late = '\0';
     const int skip = echo_to_drop(data, len, &late);
@@ -57,8 +45,7 @@ static void relay_data(char *data, int len) {
     pass_before_output();
     if (late != '\0') show(&late, 1);
     show(data, len);
-    prime(data, len);
-    row_follow(data, len);
+    e_setup_prime(data, len);
     Relayed_bytes += static_cast<unsigned long>(len);
     line_after_output();
 }
@@ -99,7 +86,7 @@ int handle_fd_stdout(int fd) { return relay_packet(fd, kPacketSize); }
 void relay_rest_of_piece(int fd) {
     constexpr int kMostBytes = 128;
     const long long limit = now_ns() + 50 * kMillisecond;  // a flood needs microseconds
-    for (int i = 0; i < kMostBytes && row_in_piece() && Vesk_on != 0; i++) {
+    for (int i = 0; i < kMostBytes && out_row_in_piece() && Vesk_on != 0; i++) {
         const long left = static_cast<long>(std::max(limit - now_ns(), 0LL));
         struct pollfd fds[2];
         const int ready = wait_terminals(fd, false, false, left, fds);

@@ -17,6 +17,7 @@
 #include <algorithm>
 
 #include "edit.h"
+#include "edit/prompt.h"
 #include "pty.h"
 #include "wait.h"
 #include "waits.h"

@@ -17,7 +17,6 @@
 #include "msg.h"
 #include "output.h"
 #include "ploop.h"
-#include "row.h"
 #include "run.h"
 #include "tty.h"
 #include "utils.h"
@@ -36,8 +35,7 @@ static void sig_trap_general(int sig) { progdone = sig; }
 
 static constexpr long kHungUpRetry = 100 * kMillisecond;
 
-const EditHost pass_host = {pass_wait_key, pass_look_for_key, pass_row_rest, pass_row_column,
-                            pass_row_new};
+const EditHost pass_host = {pass_wait_key, pass_look_for_key};
 
 void pass_all(int _fd) {
     static int fd;  // still valid after the jump

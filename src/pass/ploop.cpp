@@ -8,6 +8,7 @@
 
 #include "child.h"
 #include "edit.h"
+#include "edit/prompt.h"
 #include "edit_wait.h"
 #include "editlib.h"
 #include "keyboard.h"

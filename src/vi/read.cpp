@@ -8,6 +8,7 @@
 #include <csetjmp>
 
 #include "edit/chars.h"
+#include "edit/prompt.h"
 #include "vi.h"
 #include "vi_internal.h"
 #include "wait.h"

@@ -4,6 +4,7 @@
 
 #include "edit/chars.h"
 #include "edit/host.h"
+#include "edit/prompt.h"
 #include "vi_internal.h"
 
 namespace vi {
@@ -14,10 +15,10 @@ static int line_length() { return editb.e_eol + 1 - (end_blank ? 1 : 0); }
 // Works on what the row shows, not on the line.
 static void step_off() {
     const int marked = margin_shown() != ' ' ? editb.e_wsize + 1 : 0;
-    if (own_row) e_host->row_new();
+    if (own_row) out_row_new();
     // Output that the text has covered shows again.
     char rest[kRowColumns];
-    const int len = std::min(e_host->row_rest(rest), editb.e_wsize + 1);
+    const int len = std::min(out_row_rest(rest), editb.e_wsize + 1);
     row_take_off(rest, len, std::max(Row.used, marked));
     margin_shown() = ' ';
 }
@@ -26,7 +27,7 @@ static void step_off() {
 // the next refresh blanks it.
 static void take_rest() {
     char rest[kRowColumns];
-    if (row_show_rest(0, rest, e_host->row_rest(rest)) != 0) margin_shown() = 0;
+    if (row_show_rest(0, rest, out_row_rest(rest)) != 0) margin_shown() = 0;
 }
 
 static void come_back() {
@@ -42,7 +43,7 @@ static void come_back() {
 
     if (own_row) {
         e_putchar('\n');
-        e_host->row_new();
+        out_row_new();
         pr_prompt();
     } else if (editb.e_crlf != 0 && (was_alone || editb.e_plen == kPromptSize - 2)) {
         // The row doesn't hold the prompt from its first column on, or holds more of it than is

@@ -1,9 +1,10 @@
-// prime.cpp: the prompt is not known, it is what the program printed last. The capture holds the
+// prompt.cpp: the prompt is not known, it is what the program printed last. The capture holds the
 // program's output since the last line end or escape, that byte included.
 #include <cstring>
 
 #include "edit.h"
-#include "edit_internal.h"
+#include "edit/edit_internal.h"
+#include "edit/prompt.h"
 #include "history.h"
 
 // State: filled by output, emptied when a line has been finished with a newline.
@@ -25,22 +26,14 @@ void edit_reset_prime() {
 
 static bool restarts(char c) { return c == '\n' || c == '\r' || c == kEscape; }
 
-void e_setup_prime(const char *ptr) {
-    const char *end = ptr + strlen(ptr);
-    if (end != ptr) e_row_stale = 0;
-    const char *from = end;
-    while (from > ptr && !restarts(from[-1])) from--;
-    if (from > ptr) {
-        from--;  // the byte that restarts the capture is its first
-        Prime_ptr = Prime_buf;
+void capture_take(char c) {
+    e_row_stale = 0;
+    if (restarts(c)) Prime_ptr = Prime_buf;
+    if (Prime_ptr == Prime_buf + kPrimeSize - 1) {
+        memmove(Prime_buf, Prime_ptr - kPrimeKept, kPrimeKept);
+        Prime_ptr = Prime_buf + kPrimeKept;
     }
-    for (; from < end; from++) {
-        if (Prime_ptr == Prime_buf + kPrimeSize - 1) {
-            memmove(Prime_buf, Prime_ptr - kPrimeKept, kPrimeKept);
-            Prime_ptr = Prime_buf + kPrimeKept;
-        }
-        *Prime_ptr++ = *from;
-    }
+    *Prime_ptr++ = c;
     *Prime_ptr = '\0';
 }
 

@@ -1,0 +1,45 @@
+// prompt.h: the program's output as far as a line stands on it: the prompt, which is what the program
+// printed last, and the row of its cursor. One follower of the output (follow.cpp) feeds both.
+// Nothing here runs inside a signal catcher.
+#pragma once
+
+// Characters of program output kept for the prompt.
+inline constexpr int kPrimeSize = 8192;
+// Most columns of a row that are kept, at least those of the widest window and its prompt.
+inline constexpr int kRowColumns = 161;
+
+// Takes `len` bytes of program output that are being shown, as they were read: mostly a packet.
+void e_setup_prime(const char *data, int len);
+// True when the output ended within what a terminal takes as one, a carriage return before a newline
+// included; only within an escape sequence or a character.
+bool out_row_in_piece();
+bool out_row_in_sequence();
+
+// Empties the prompt capture.
+void e_reset_prime();
+// The prompt captured so far, beside the one that was there when the capture was emptied last:
+// compared as far as 127 characters from the end go. `none`: there is none now, and was none then.
+enum class PromptNow { none, same, other };
+PromptNow e_compare_prompt();
+// Fills e_prompt, e_plen, e_crlf for a line behind the prompt and sets e_wsize; `prompt_size` is that
+// of the buffer at e_prompt, which gets at most prompt_size - 2 characters.
+void e_new_prompt(int prompt_size);
+// Writes the captured prompt again after a carriage return, when it is printable.
+void e_rewrite_prompt();
+
+// 1 while the row still shows the text of an edit that a keyboard signal ended and the program has
+// printed nothing since: the next edit starts with a newline and the prompt. Set by the
+// editors' wait, cleared by e_setup_prime and by e_row_renewed.
+extern int e_row_stale;
+// The text of the row has been renewed: clears e_row_stale.
+void e_row_renewed();
+
+// Copies what the program has left on the row from its cursor on, printable characters, to `dst`
+// (kRowColumns bytes, not terminated). Returns their number: 0 also where the row isn't known.
+int out_row_rest(char *dst);
+// The column of the program's cursor, -1 where the row isn't known.
+int out_row_column();
+// The program's cursor stands on a new, empty row.
+void out_row_new();
+// Somebody else has written on the row.
+void out_row_forget();
