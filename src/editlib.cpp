@@ -8,7 +8,10 @@
 #include <cstring>
 
 #include "edit.h"
+#include "edit/chars.h"
+#include "edit/decode.h"
 #include "emacs.h"
+#include "extended.h"
 #include "history.h"
 #include "morp_defs.h"
 #include "utils.h"
@@ -50,6 +53,12 @@ static void gather(const char *piece, int len) {
     record_typed();
     emacs_recorded();
     kread_forget();
+}
+
+void kread_begin() {
+    const bool extended = Extended != 0;
+    chars_begin(extended);
+    decode_begin(!extended, opt_flag == kStyleVi ? EscapeKey::key : EscapeKey::prefix);
 }
 
 bool kread_has_line() { return emacs_has_line(); }

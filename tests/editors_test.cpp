@@ -4,6 +4,7 @@
 // vi.txt; a case sets
 //
 //     style, columns, prompt, erase, kill
+//     extended    1: in extended mode, in a locale of UTF-8
 //     history     commands, with "; " between them
 //     typed       keys before those of each case
 //     stale       1: the row still shows an interrupted edit
@@ -34,9 +35,11 @@
 #include <string_view>
 
 #include "edit.h"
+#include "edit/decode.h"
 #include "edit/prompt.h"
 #include "editlib.h"
 #include "emacs.h"
+#include "extended.h"
 #include "harness/cases.h"
 #include "harness/screen.h"
 #include "history.h"
@@ -54,6 +57,9 @@ public:
         setenv("Q_VXHISTFILE", "", 1);
         setenv("Q_VXHISTSIZE", "128", 1);
         setenv("Q_VXEDITOR", harness::get(setting, "style").c_str(), 1);
+        Extended = harness::get(setting, "extended", "0") == "1" ? 1 : 0;
+        Dumb_terminal = 0;
+        setenv("LC_ALL", Extended != 0 ? "C.UTF-8" : "C", 1);
         saved_in_ = dup(STDIN_FILENO);
         saved_err_ = dup(STDERR_FILENO);
         int out[2] = {-1, -1};
@@ -81,6 +87,8 @@ public:
         vi_reset_for_test();
         kread_reset_for_test();
         opt_flag = get_editor_type();
+        decode_reset();
+        kread_begin();
         Vesk_on = 1;
         hist_open();
     }
@@ -151,8 +159,9 @@ static void check_case(EditorTerminal &terminal, const harness::Fields &c) {
     using harness::unescaped;
     // A misspelt column would be a case that expects nothing.
     static const std::set<std::string> kKnown = {
-        "name",   "style", "columns", "prompt", "erase",  "kill",  "history", "typed", "stale",
-        "cooked", "keys",  "line",    "shown",  "output", "bells", "row",     "col",   "next"};
+        "name",    "extended", "style", "columns", "prompt", "erase", "kill",
+        "history", "typed",    "stale", "cooked",  "keys",   "line",  "shown",
+        "output",  "bells",    "row",   "col",     "next"};
     for (const auto &[name, text] : c) EXPECT_TRUE(kKnown.contains(name)) << name;
     const std::string prompt = unescaped(harness::get(c, "prompt"));
     e_setup_prime(prompt.data(), static_cast<int>(prompt.size()));

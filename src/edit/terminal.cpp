@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "edit.h"
+#include "extended.h"
 #include "tty.h"
 #include "utils.h"
 #include "wait.h"
@@ -175,7 +176,8 @@ void e_setcooked(int fd) {
 }
 
 // True where a line begins in the driver's hands.
-static bool driver_begins() { return opt_flag == kStyleVi; }
+// In extended mode every key is the editor's.
+static bool driver_begins() { return opt_flag == kStyleVi && Extended == 0; }
 
 void e_end_edit(int) {
     if (driver_begins()) take_ahead();

@@ -9,9 +9,8 @@
 
 #include "child.h"
 #include "edit.h"
-#include "edit/chars.h"
 #include "edit_wait.h"
-#include "extended.h"
+#include "editlib.h"
 #include "keyboard.h"
 #include "mode.h"
 #include "msg.h"
@@ -43,7 +42,7 @@ void pass_all(int _fd) {
     e_host = &pass_host;
     Between_writes = pass_forward_waiting_signal;
     opt_flag = get_editor_type();
-    chars_begin(Extended != 0);
+    kread_begin();
     want_editing(Mode_vesk_init);
     constexpr int kKeyboardSignals[] = {SIGTSTP, SIGINT, SIGQUIT};
     for (const int sig : kKeyboardSignals) signal_catch(sig, sig_trap_general);

@@ -340,7 +340,7 @@ int vi_read(int fd, unsigned char *shbuf, int nchar) {
     using namespace vi;
     char *const line = reinterpret_cast<char *>(shbuf);
     begin(fd, nchar);
-    if (editb.e_index > 0) return edit_ahead(fd, line);
+    if (e_wanted_mode() == kTtyRaw) return edit_ahead(fd, line);
     if (e_setalt(fd) != 0) return read_plainly(fd, line, capacity);
     // Keys that waited have kept the terminal raw.
     if (editb.e_index > 0 || editb.e_raw == kTtyRaw) return edit_ahead(fd, line);

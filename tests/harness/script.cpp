@@ -24,6 +24,8 @@ static Options options_of(const Fields &settings, const std::string &style,
                     .prompt = unescaped(get(settings, "prompt", ">\\s")),
                     .rows = std::stoi(get(settings, "rows", "24")),
                     .cols = std::stoi(get(settings, "columns", "80"))};
+    if (get(settings, "extended", "0") == "1")
+        options.env = {{"Q_VXEXTENDED", "1"}, {"LC_ALL", "C.UTF-8"}};
     if (settings.contains("outer")) options.outer = {"sh", "-c", settings.at("outer")};
     options.program = words_of(get(settings, "program"));
     for (std::string &word : options.program) word = unescaped(word);
@@ -264,7 +266,7 @@ void check_sessions(const Section &section) {
                 Fields fields = c.fields;
                 fields["style"] = style;
                 fields["mode"] = mode;
-                fields["own"] = style == "vi" ? "alt" : "raw";
+                fields["own"] = style == "vi" && get(fields, "extended") != "1" ? "alt" : "raw";
                 for (int n = std::stoi(get(fields, "times", "1")); n > 0; n--)
                     check_session(section, fields, style, mode);
             }

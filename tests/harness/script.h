@@ -4,6 +4,7 @@
 // what the row, or the section, sets. The settings:
 //
 //     style            emacs (the rule), gmacs, vi; several words stand for one session each
+//     extended         1: extended mode, in a locale of UTF-8
 //     mode             the same: 1 with editing (the rule), 0 without
 //     rows, columns    of the terminal
 //     args             further options of morp
