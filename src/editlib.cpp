@@ -59,6 +59,7 @@ void kread_begin() {
     const bool extended = Extended != 0;
     chars_begin(extended);
     decode_begin(!extended, opt_flag == kStyleVi ? EscapeKey::key : EscapeKey::prefix);
+    emacs_begin(extended);
 }
 
 bool kread_has_line() { return emacs_has_line(); }

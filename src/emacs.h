@@ -1,6 +1,8 @@
 // emacs.h: the emacs-like line editor and its gmacs variant.
 #pragma once
 
+// Chooses the commands, once a run.
+void emacs_begin(bool extended);
 // Reads and edits one line from the terminal `fd` in `line` (kKeyboardBuffer bytes), of which
 // `scend` (at most kLineCapacity) may be used. Returns its length, newline included (a full line
 // has none); 0 when input ended, a keyboard signal ended the edit or the edit was taken away

@@ -123,6 +123,7 @@ After leftarrow(Command &command);
 After rightarrow(Command &command);
 After upper_case(Command &command);
 After find_character(Command &command);
+After delete_ahead(Command &command);
 After transpose(Command &command);
 After insert(Command &command);
 After multiply_count(Command &command);
@@ -157,6 +158,8 @@ void give_fetched_back();
 // Carries out the command typed as ESC and the key `ch`; `count` is the pending count, -1 none.
 // Returns the count for the command after it, -1 none (escape.cpp).
 int escape(int ch, int count);
+// Chooses the commands behind ESC, once a run.
+void escape_begin(bool extended);
 // The next key of a command; an escape key of the user's own is one of its own (loop.cpp).
 int next_key();
 // Lets the user type a text in place of the line and puts the history line that holds it there, or

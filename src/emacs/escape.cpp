@@ -105,6 +105,23 @@ static constexpr EscapeBinding kEscapeBindings[] = {
     {ctrl('H'), erase_word}, {127, erase_word},  {'>', newest},     {'<', oldest},
 };
 
+// The key quotes the ESC, and is then obeyed itself.
+static int quote_escape(int ch) {
+    e_ungetchar(ch);
+    e_ungetchar(kEscape);
+    e_ungetchar('\\');
+    return -1;
+}
+
+static int ring(int /*ch*/) {
+    e_ringbell();
+    return -1;
+}
+
+static int (*unbound)(int ch) = quote_escape;  // chosen once a run
+
+void escape_begin(bool extended) { unbound = extended ? ring : quote_escape; }
+
 int escape(int ch, int count) {
     int value = 0;
     const bool digit = is_digit(ch);
@@ -115,11 +132,7 @@ int escape(int ch, int count) {
     }
     for (const EscapeBinding &binding : kEscapeBindings)
         if (binding.key == ch) return binding.run(count < 0 ? 1 : count);
-    // An unbound key quotes the ESC, and is then obeyed itself.
-    e_ungetchar(ch);
-    e_ungetchar(kEscape);
-    e_ungetchar('\\');
-    return -1;
+    return unbound(ch);
 }
 
 }  // namespace emacs

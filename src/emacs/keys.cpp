@@ -51,7 +51,8 @@ static int index_of(int c, int from, int to) {
 }
 
 After find_character(Command &command) {
-    const int c = e_gettyped();
+    const int c = e_gettyped() & ~kPasted;
+    if (c >= kKeyBase) e_ringbell();
     command.i = editb.e_cur;
     int found = index_of(c, text_ahead(editb.e_cur, 1), editb.e_eol);
     if (found < 0) found = index_of(c, 0, editb.e_cur);
@@ -82,6 +83,10 @@ After transpose(Command &command) {
         exchange(far, middle, command.i);
     }
     return After::update;
+}
+
+After delete_ahead(Command &command) {
+    return command.i < editb.e_eol ? delete_(command) : After::next_key;
 }
 
 After insert(Command &command) {

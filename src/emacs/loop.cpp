@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
+#include <span>
 
 #include "edit/chars.h"
 #include "edit/decode.h"
@@ -26,6 +27,13 @@ histloc location = {0, 0};
 int CntrlO = 0;
 TERMINAL terminal = CRT;
 
+// The command of ESC and `key` on a key of its own.
+template <int key>
+static After as_escape(Command &command) {
+    adjust = escape(key, command.oadjust);
+    return After::next_key;
+}
+
 // The user's erase, kill and end-of-file characters come before this table.
 struct Binding {
     int key;
@@ -43,6 +51,19 @@ static constexpr Binding kBindings[] = {
     {kKeyUp, uparrow},           {kKeyDown, downarrow},       {kKeyRight, rightarrow},
     {kKeyLeft, leftarrow},
 };
+// Before that table in extended mode.
+static constexpr Binding kExtendedBindings[] = {
+    {kKeyHome, line_start},                // to the start of the line
+    {kKeyEnd, line_end},                   // to its end
+    {kCtrl | kKeyLeft, as_escape<'b'>},    // to the start of a word
+    {kAlt | kKeyLeft, as_escape<'b'>},     // to the start of a word
+    {kCtrl | kKeyRight, as_escape<'f'>},   // to the end of a word
+    {kAlt | kKeyRight, as_escape<'f'>},    // to the end of a word
+    {kKeyDelete, delete_ahead},            // deletes the character under the cursor
+    {kCtrl | kKeyDelete, as_escape<'d'>},  // deletes to the end of a word
+    {kPasted | ctrl('J'), end_line},       // a line end in the clipboard ends the line
+};
+static std::span<const Binding> first_bindings;  // chosen once a run
 
 void keep_line() {
     kept.any = true;
@@ -98,11 +119,22 @@ static After escape_command(Command &command) {
     return After::next_key;
 }
 
+static const Binding *find_binding(std::span<const Binding> bindings, int key) {
+    const auto found = std::ranges::find(bindings, key, &Binding::key);
+    return found == bindings.end() ? nullptr : &*found;
+}
+
+// A key of the decoder's that is no character, and stands for nothing here.
+static bool strange_key(int c) { return c >= kKeyBase && (c & kPasted) == 0; }
+
 static After run(Command &command) {
-    if (command.c > 0 && (command.c & kAlt) != 0) return escape_command(command);
-    for (const Binding &binding : kBindings)
-        if (binding.key == command.c) return binding.run(command);
-    return insert(command);
+    const Binding *binding = find_binding(first_bindings, command.c);
+    if (binding == nullptr) binding = find_binding(kBindings, command.c);
+    if (binding != nullptr) return binding->run(command);
+    if (!strange_key(command.c)) return insert(command);
+    if ((command.c & kAlt) != 0 && !strange_key(command.c & ~kAlt)) return escape_command(command);
+    e_ringbell();
+    return After::next_key;
 }
 
 int next_key() {
@@ -185,6 +217,13 @@ static int read_plainly(int fd, char *line, int room) {
 }
 
 }  // namespace emacs
+
+void emacs_begin(bool extended) {
+    using namespace emacs;
+    first_bindings = {};
+    if (extended) first_bindings = kExtendedBindings;
+    escape_begin(extended);
+}
 
 void emacs_reset_for_test() {
     emacs::location = {0, 0};
