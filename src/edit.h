@@ -139,7 +139,9 @@ void e_setcooked(int fd);
 // stack where the style wants it. The terminal stays raw; the main loop switches it, so that no key
 // falls into a cooked moment.
 void e_end_edit(int fd);
-// Usable columns: COLUMNS - 1 within 20 to 160, or 79 when COLUMNS is not set. `fd` is not used.
+// Usable columns: COLUMNS - 1 within 20 to 160, or 79 when COLUMNS is not set. In extended mode the
+// terminal's columns less one, at most 1,000, and 79 for a terminal narrower than 6; COLUMNS, from 5
+// on, where the size is unknown. `fd` is not used.
 int e_window(int fd);
 // Puts the `n` keys as read (at most what the read-ahead stack has room for; overwritten) behind
 // those held. In the vi style a plain NUL is dropped: no line can hold it.

@@ -10,6 +10,7 @@
 #include "edit.h"
 #include "edit/chars.h"
 #include "edit/decode.h"
+#include "edit/prompt.h"
 #include "emacs.h"
 #include "extended.h"
 #include "history.h"
@@ -58,6 +59,7 @@ static void gather(const char *piece, int len) {
 void kread_begin() {
     const bool extended = Extended != 0;
     chars_begin(extended);
+    rows_begin(extended);
     decode_begin(!extended, opt_flag == kStyleVi ? EscapeKey::key : EscapeKey::prefix);
     emacs_begin(extended);
 }

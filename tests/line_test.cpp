@@ -11,9 +11,11 @@
 
 #include "edit.h"
 #include "edit/chars.h"
+#include "edit/prompt.h"
 #include "edit/row.h"
 #include "edit/text.h"
 #include "extended.h"
+#include "tty.h"
 
 static void choose(const char *locale) {
     setenv("LC_ALL", locale == nullptr ? "C" : locale, 1);
@@ -205,4 +207,55 @@ TEST(Row, CellsOfUncertainWidth) {
     }
     Extended = 0;
     choose(nullptr);
+}
+
+TEST(Row, WindowOfTheTerminal) {
+    struct Width {
+        unsigned short terminal;
+        const char *columns;
+        int window;
+    };
+    static constexpr Width kWidths[] = {
+        {80, "200", 79}, {6, nullptr, 5}, {5, nullptr, 79},  {1001, nullptr, 1000},
+        {0, "200", 199}, {0, "3", 5},     {5000, "9", 1000}, {0, nullptr, 79},
+    };
+    Extended = 1;
+    for (const Width &width : kWidths) {
+        SCOPED_TRACE(width.terminal);
+        Tty_original.tty_winsize.ws_col = width.terminal;
+        unsetenv("COLUMNS");
+        if (width.columns != nullptr) setenv("COLUMNS", width.columns, 1);
+        EXPECT_EQ(e_window(0), width.window);
+    }
+    Tty_original.tty_winsize.ws_col = 0;
+    unsetenv("COLUMNS");
+    Extended = 0;
+}
+
+// The program's switch of bracketed paste is seen in whatever piece of output it comes.
+TEST(Row, PasteModeOfTheProgram) {
+    const std::string flood = std::string(3000, 'x') + "\n";
+    const struct {
+        const char *name;
+        std::string output;
+        bool on;
+    } kSteps[] = {
+        {"another mode", "\033[?12004h\033[2004h\033[?2004;1$p", false},
+        {"among others", "\033[?1;2004;25h", true},
+        {"another off", "\033[?25l\033[?20040l", true},
+        {"off in a flood", flood + "\033[?2004l" + flood, false},
+        {"in two pieces", flood + "\033[?20", false},
+        {"... the rest", "04h" + flood, true},
+        {"within a string", "\033]0;\033[?2004l\007", false},
+        {"in a long row", "\033[?2004h" + std::string(3000, 'x'), true},
+        {"a fresh start", "\033c", false},
+    };
+    rows_begin(true);
+    edit_reset_for_test();
+    for (const auto &step : kSteps) {
+        SCOPED_TRACE(step.name);
+        e_setup_prime(step.output.data(), static_cast<int>(step.output.size()));
+        EXPECT_EQ(program_paste_mode(), step.on);
+    }
+    rows_begin(false);
 }

@@ -7,6 +7,10 @@ void edit_reset_follower();
 void edit_reset_prime();
 void edit_reset_out_row();
 
+// Extended mode, chosen once by rows_begin: a row, and the prompt on it, may hold colours and
+// characters of any width.
+extern bool Rich_rows;
+
 // What the follower of the program's output feeds (follow.cpp): the capture with each byte,
 void capture_take(char c);
 // the row with each byte that is part of no sequence, each control sequence's final byte and its

@@ -17,7 +17,10 @@ static constexpr std::size_t kPrimeKept = 2730;
 // State: the end of the prompt that was there before.
 static char Last_prompt[128];
 
+bool Rich_rows = false;
 int e_row_stale = 0;
+
+void rows_begin(bool extended) { Rich_rows = extended; }
 
 void edit_reset_prime() {
     e_reset_prime();

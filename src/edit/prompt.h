@@ -8,12 +8,20 @@ inline constexpr int kPrimeSize = 8192;
 // Most columns of a row that are kept, at least those of the widest window and its prompt.
 inline constexpr int kRowColumns = 161;
 
+// Chooses, for the whole run, what a row is taken to hold: plain characters, or, in extended mode,
+// what terminals show of colours and characters of any width.
+void rows_begin(bool extended);
+
 // Takes `len` bytes of program output that are being shown, as they were read: mostly a packet.
 void e_setup_prime(const char *data, int len);
 // True when the output ended within what a terminal takes as one, a carriage return before a newline
 // included; only within an escape sequence or a character.
 bool out_row_in_piece();
 bool out_row_in_sequence();
+
+// True while the program has bracketed paste switched on (ESC [ ? 2004 h), as far as its output has
+// been shown: the state to leave the terminal in wherever no editor reads the keys.
+bool program_paste_mode();
 
 // Empties the prompt capture.
 void e_reset_prime();

@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "edit.h"
+#include "edit/row.h"
 #include "extended.h"
 #include "tty.h"
 #include "utils.h"
@@ -216,11 +217,16 @@ int e_unmark(int c) {
 
 int e_columns() { return Tty_original.tty_winsize.ws_col; }
 
+// In extended mode the terminal is asked, and COLUMNS only where it doesn't know.
 int e_window(int) {
-    constexpr long kNarrowest = 20;
-    constexpr long kWidest = 160;
+    constexpr int kUsual = 79;
+    constexpr int kTooNarrow = 5;
+    const int known = Extended != 0 ? e_columns() : 0;
+    if (known > 0) return known > kTooNarrow ? std::min(known - 1, kWidestWindow) : kUsual;
+    const long narrowest = Extended != 0 ? kTooNarrow : 20;
+    const long widest = Extended != 0 ? kWidestWindow : 160;
     const char *columns = getenv("COLUMNS");
-    if (columns == nullptr) return 79;
+    if (columns == nullptr) return kUsual;
     const long n = strtol(columns, nullptr, 10);
-    return static_cast<int>(std::clamp(n, kNarrowest + 1, kWidest + 1) - 1);
+    return static_cast<int>(std::clamp(n, narrowest + 1, widest + 1) - 1);
 }
