@@ -91,7 +91,7 @@ struct EditView {
     // Writes prompt and line again from the row's first column (a carriage return first), as ^L
     // does after its newline: somebody else has written on the screen meanwhile.
     void (*redraw)();
-    // Stores the bytes of the line as it stands, without its newline, at `dst` (kMaxLine) and
+    // Stores the bytes of the line as it stands, without its newline, at `dst` (kLineBuffer) and
     // returns their number. While a search text or the version is shown, that is the line being
     // kept behind it.
     int (*text)(char *dst);
@@ -104,7 +104,7 @@ extern const EditView *e_view;
 
 // The line of an edit that ended because the program left line input: e_taken_len bytes, -1
 // when the last edit ended in any other way.
-extern char e_taken[kMaxLine];
+extern char e_taken[kLineBuffer];
 extern int e_taken_len;
 
 // 1 when the last kread returned 0 because nothing was there to read any more: no end of input.

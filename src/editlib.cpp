@@ -58,6 +58,7 @@ static void gather(const char *piece, int len) {
 
 void kread_begin() {
     const bool extended = Extended != 0;
+    limits_begin(extended);
     chars_begin(extended);
     rows_begin(extended);
     decode_begin(!extended, opt_flag == kStyleVi ? EscapeKey::key : EscapeKey::prefix);

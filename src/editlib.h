@@ -4,7 +4,7 @@
 // Chooses, once a run and before the first line, what characters and keys are: by the style in
 // opt_flag and, in extended mode, by the user's locale.
 void kread_begin();
-// Reads one line from `fd` into `line` (kKeyboardBuffer bytes; `n`, at most kLineCapacity, are
+// Reads one line from `fd` into `line` (kLineBuffer bytes; `n`, at most Limits.capacity, are
 // used) with the editor of the style in opt_flag. Returns its length in bytes, 0 when input ended
 // or a keyboard signal ended the edit, negative on failure. A descriptor other than the user's
 // terminal (0) is read plainly.

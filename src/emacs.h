@@ -3,8 +3,8 @@
 
 // Chooses the commands, once a run.
 void emacs_begin(bool extended);
-// Reads and edits one line from the terminal `fd` in `line` (kKeyboardBuffer bytes), of which
-// `scend` (at most kLineCapacity) may be used. Returns its length, newline included (a full line
+// Reads and edits one line from the terminal `fd` in `line` (kLineBuffer bytes), of which
+// `scend` (at most Limits.capacity) may be used. Returns its length, newline included (a full line
 // has none); 0 when input ended, a keyboard signal ended the edit or the edit was taken away
 // (e_taken); -1 on a failed read.
 int emacs_read(int fd, char *line, int scend);

@@ -4,8 +4,21 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "morp_defs.h"
+
 int Extended = 0;
 int Dumb_terminal = 0;
+
+static constexpr LineLimits kShortLines = {kLineCapacity, kLineCapacity - 1, kKeyboardBuffer - 1,
+                                           kKeyboardBuffer, kMaxLine};
+static constexpr int kLongText =
+    kLineBuffer - 2;  // newline or NUL behind it, and one byte to spare
+static constexpr LineLimits kLongLines = {kLongText + 1, kLongText, kLongText,
+                                          kLongText + kKeyboardBuffer, kLongText + 1};
+
+LineLimits Limits = kShortLines;
+
+void limits_begin(bool extended) { Limits = extended ? kLongLines : kShortLines; }
 
 void extended_begin() {
     const char *value = getenv("Q_VXEXTENDED");

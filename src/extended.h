@@ -12,3 +12,16 @@ extern int Dumb_terminal;
 // Looks at Q_VXEXTENDED: anything but nothing or "0" switches the mode on. To be called at start,
 // before the program is started.
 void extended_begin();
+
+// How long a line may get, in bytes.
+struct LineLimits {
+    int capacity;  // what kread delivers at most, its newline included
+    int text;      // of text that a line ever holds
+    int room;      // of text that an editor's buffer takes for a moment
+    int joint;     // prompt and text in an emacs style stay below it
+    int copy;      // a copy of a history command, its NUL included
+};
+extern LineLimits Limits;
+
+// Chooses them, for the whole run: a terminal's queue takes 4,095 bytes, newline included.
+void limits_begin(bool extended);

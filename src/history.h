@@ -42,11 +42,11 @@ long hist_position(int n);
 // none.
 histloc hist_find(const char *string, int index1, int flag, int direction);
 // Copies command `command` into `s1`: its line `line` (from 0), or all lines when -1, the final
-// newline dropped. Stores at most 257 characters and a NUL, so `s1` holds kMaxLine bytes; null only
-// counts. Returns the lines passed, -1 without a history.
+// newline dropped. Stores at most Limits.copy - 1 characters and a NUL (258 bytes, kLineBuffer in extended
+// mode); null only counts. Returns the lines passed, -1 without a history.
 int hist_copy(char *s1, int command, int line);
 // The `word`-th word (from 1) of the newest command, NUL-terminated inside the work buffer `s1`
-// (kMaxLine bytes); the last one when there are fewer or `word` is below 1. Null without a history.
+// (as large); the last one when there are fewer or `word` is below 1. Null without a history.
 char *hist_word(char *s1, int word);
 // The place `lines` lines away from (`command`, `line`). Past the newest command: fixind + 1; past
 // the oldest in reach: his_command -1. his_line is 0 in both cases.

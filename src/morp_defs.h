@@ -9,9 +9,12 @@ inline constexpr int kStyleGmacs = 1;
 inline constexpr int kStyleEmacs = 2;
 inline constexpr int kStyleVi = 8;
 
-// Units that a line being edited ever has room for.
+// Units that a line being edited ever has room for; bytes of a buffer that takes a line, or the copy
+// of one, in either mode. How much of it a mode uses: Limits in extended.h.
 inline constexpr int kLineUnits = 4096;
-// A copy of a history command: at most 257 bytes and a NUL. So many columns an image has.
+inline constexpr int kLineBuffer = 4096;
+// A copy of a history command: at most 257 bytes and a NUL. So many columns an image has, and a
+// search text in vi style bytes.
 inline constexpr int kMaxLine = 258;
 // A screen image: 258 columns, one character that runs over, and room for padding.
 inline constexpr int kMaxImage = 516;

@@ -9,7 +9,9 @@ extern int Vesk_on_desired;  // editing wanted by the user
 extern int Vesk_on;          // editing in force
 extern int
     Pty_raw_or_cbreak;  // 1: the program's terminal lacked canonical input or echo when last seen
-extern char buff[kKeyboardBuffer];
+// Keys or a line on their way, with room for the beginning of a mark that was held back.
+inline constexpr int kPassBuffer = kLineBuffer + 16;
+extern char buff[kPassBuffer];
 
 // What the editors ask of the pass-through; pass_all makes it their host.
 extern const EditHost pass_host;

@@ -20,3 +20,4 @@ SESSIONS(output);
 SESSIONS(programs);
 SESSIONS(emacs);
 SESSIONS(vi);
+SESSIONS(extended);

@@ -115,10 +115,10 @@ public:
         const std::string_view typed = keys.substr(ahead ? 1 : 0);
         EXPECT_EQ(write(keys_, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
         if (ahead) e_ungetchar(byte_of(keys[0]));
-        char line[kKeyboardBuffer + 1] = {};
-        line[kKeyboardBuffer] = '!';  // nobody may write here
-        const int result = kread(STDIN_FILENO, line, kLineCapacity);
-        EXPECT_EQ(line[kKeyboardBuffer], '!');
+        char line[kLineBuffer + 1] = {};
+        line[kLineBuffer] = '!';  // nobody may write here
+        const int result = kread(STDIN_FILENO, line, Limits.capacity);
+        EXPECT_EQ(line[kLineBuffer], '!');
         char bytes[32768];
         const ssize_t n = ::read(out_, bytes, sizeof bytes);
         return {result,

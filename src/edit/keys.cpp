@@ -18,7 +18,7 @@ static char Out_buf[1024];
 static std::size_t Out_len = 0;
 
 const EditHost *e_host = nullptr;
-char e_taken[kMaxLine];
+char e_taken[kLineBuffer];
 int e_taken_len = -1;
 int e_nothing = 0;
 int e_gone = 0;

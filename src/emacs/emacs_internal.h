@@ -3,7 +3,7 @@
 //
 // The line is that of edit/text.h; every position (e_cur, e_eol, the mark e_fchar) counts from its
 // start. The prompt is the display's business alone. Text and prompt together stay below
-// kKeyboardBuffer - 1: e_llimit takes the prompt off twice, once for the room that it takes on the
+// Limits.joint - 1: e_llimit takes the prompt off twice, once for the room that it takes on the
 // row and once for what the text has less for it.
 //
 // Program output may arrive in any wait for a key and bring another prompt (see view.cpp), so no
@@ -15,6 +15,7 @@
 #include "edit.h"
 #include "edit/row.h"
 #include "edit/text.h"
+#include "extended.h"
 #include "history.h"
 #include "morp_defs.h"
 
@@ -27,7 +28,6 @@ inline constexpr int CODE_KILL = -5;
 
 inline constexpr int kPromptSize = 256;  // bytes of the prompt buffer
 inline constexpr int kSearchSize = 256;  // bytes of the search text
-inline constexpr int kMaxText = 255;     // characters of text that a line ever holds
 // The longest prompt that leaves room for one whole burst of keys.
 inline constexpr int kMaxPrompt = 87;
 
@@ -63,7 +63,7 @@ struct Command {
 static_assert(std::is_trivially_destructible_v<Command>);  // e_getchar leaves by a jump
 
 // State of the line read; reset at its start.
-extern int capacity;    // bytes of the buffer that may be used, at most kLineCapacity
+extern int capacity;    // bytes of the buffer that may be used, at most Limits.capacity
 extern int adjust;      // count for the next command, -1 none
 extern char backslash;  // 1 while the character just inserted is a backslash
 // The line behind a search text or the version, from `keep_line` to `restore_line`. The text counts

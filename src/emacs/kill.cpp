@@ -86,7 +86,7 @@ After control_x(Command &command) {
 
 After yank(Command & /*command*/) {
     const int len = editb.e_tmp->len;
-    if (editb.e_eol + len > std::min(editb.e_llimit, kMaxText - editb.e_plen)) {
+    if (editb.e_eol + len > std::min(editb.e_llimit, Limits.text - editb.e_plen)) {
         e_ringbell();
         return After::next_key;
     }

@@ -198,7 +198,7 @@ static int leave(int fd, int result) {
 // Hands the line on as bytes; `whole`: with its newline.
 static int deliver(int fd, char *line, bool whole) {
     e_flush();
-    int len = bytes_from_units(line, kLineCapacity - 1, editb.e_inbuf, text_len());
+    int len = bytes_from_units(line, Limits.capacity - 1, editb.e_inbuf, text_len());
     if (whole) line[len++] = '\n';
     return leave(fd, len);
 }
@@ -242,9 +242,9 @@ int emacs_read(int fd, char *line, int scend) {
     editb.e_prompt = prompt;
     editb.e_tmp = &stack;
     editb.e_search = string;
-    text_begin(kKeyboardBuffer - 1, kKeyboardBuffer - 1);
+    text_begin(Limits.room, Limits.room);
     stack.len = 0;
-    capacity = std::min(scend, kLineCapacity);
+    capacity = std::min(scend, Limits.capacity);
 
     if (e_setraw(fd) != 0) {
         (void)std::fflush(stderr);

@@ -13,10 +13,10 @@ static bool fetched = false;
 static histloc fetched_from = {0, 0};
 
 bool copy_history_line(TextCopy &copy) {
-    char bytes[kMaxLine];
+    char bytes[kLineBuffer];
     if (hist_copy(bytes, editb.e_hline, editb.e_hloff) < 0) return false;
     // Behind the longest line newline and NUL still fit.
-    const int room = std::min(kMaxText, kKeyboardBuffer - 2 - editb.e_plen);
+    const int room = std::min(Limits.text, Limits.joint - 2 - editb.e_plen);
     const int len = static_cast<int>(std::strlen(bytes));
     if (len > room) e_ringbell();
     copy.len = units_from_bytes(copy.unit, room, bytes, len);

@@ -15,7 +15,7 @@ static constexpr int kLead = 2;  // the caret and the R
 
 // The most characters that a search text may have: search buffer and line buffer bound it.
 static int text_limit() {
-    return std::min(kSearchSize - 1, kKeyboardBuffer - 1 - kLead - editb.e_plen);
+    return std::min(kSearchSize - 1, Limits.joint - 1 - kLead - editb.e_plen);
 }
 
 // Puts `c` at index `n` of the text, the cursor behind it.

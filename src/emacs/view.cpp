@@ -17,7 +17,7 @@ bool drop_unfit_prompt(int text_len) {
     prompt_excess = editb.e_crlf == 0 ? std::max(out_row_column() - editb.e_plen, 0) : 0;
     const int width = editb.e_wsize - prompt_excess;
     const bool fits = editb.e_plen < width && (prompt_excess == 0 || width >= kNarrowest) &&
-                      editb.e_plen <= kMaxPrompt && editb.e_plen + text_len <= kMaxText;
+                      editb.e_plen <= kMaxPrompt && editb.e_plen + text_len <= Limits.text;
     own_row = fits ? 0 : 1;
     if (fits) return false;
     editb.e_prompt[0] = '\r';
@@ -87,7 +87,7 @@ static void redraw() {
 
 static int text(char *dst) {
     const int len = kept.any ? kept.text.len : text_len();
-    return bytes_from_units(dst, kMaxLine, kept.any ? kept.text.unit : editb.e_inbuf, len);
+    return bytes_from_units(dst, Limits.copy, kept.any ? kept.text.unit : editb.e_inbuf, len);
 }
 
 static bool within_line() { return editb.e_cur < editb.e_eol; }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "extended.h"
 #include "history/history_internal.h"
 #include "morp_defs.h"
 
@@ -33,7 +34,7 @@ struct Copy {
             if (line >= 0) return true;
         }
         if (to == nullptr || (line >= 0 && count != line)) return true;
-        if (stored == kMaxLine) {
+        if (stored == Limits.copy) {
             cut = true;
             return false;
         }
@@ -44,7 +45,7 @@ struct Copy {
         if (to == nullptr) return;
         // The last place is for the NUL, whether or not more was to come.
         if (!cut && stored > 0 && to[stored - 1] == '\n') stored--;
-        to[std::min(stored, kMaxLine - 1)] = '\0';
+        to[std::min(stored, Limits.copy - 1)] = '\0';
     }
 };
 

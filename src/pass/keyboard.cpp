@@ -14,6 +14,7 @@
 #include "edit/prompt.h"
 #include "editlib.h"
 #include "end.h"
+#include "extended.h"
 #include "mode.h"
 #include "output.h"
 #include "pace.h"
@@ -30,7 +31,7 @@ static constexpr int det_str_len = 4;
 
 // State: keys not yet given to the program: a held beginning of the toggle, what the master did not
 // take, and the new input. det_ptr is past a toggle just recognised.
-static char det_buf[520];
+static char det_buf[2 * kPassBuffer];
 static int det_len = 0;
 static char *det_ptr = det_buf;
 static int matching_det_str = 0;
@@ -39,9 +40,9 @@ static bool Det_line = false;  // what the master did not take is a finished lin
 unsigned long Signals_forwarded = 0;
 
 // What is pending when the keyboard is read, and a line taken from an editor.
-static_assert(sizeof det_buf >= kLineCapacity + kMaxLine);
+static_assert(sizeof det_buf >= kPassBuffer + kLineBuffer);
 
-bool keyboard_wanted() { return det_len <= kLineCapacity && !Det_line; }
+bool keyboard_wanted() { return det_len <= Limits.capacity && !Det_line; }
 
 bool keyboard_pending() { return det_len > 0 && matching_det_str == 0; }
 
@@ -73,7 +74,7 @@ static int read_line(int fd) {
     e_taken_len = -1;
     e_nothing = e_gone = e_keys_taken = 0;
     Input_flushed = 0;
-    const int n = kread(STDIN_FILENO, buff, kLineCapacity);
+    const int n = kread(STDIN_FILENO, buff, Limits.capacity);
     if (n < 0) fatal_message("morp: kread error from stdin");
     if (n > 0) {
         end_of_input_forget();
@@ -101,12 +102,12 @@ static int read_line(int fd) {
 static int read_keys() {
     int n = 0;
     end_of_input_forget();
-    while (editb.e_index > 0 && n <= kLineCapacity - kKeyBytes) {
+    while (editb.e_index > 0 && n <= Limits.capacity - kKeyBytes) {
         n += decode_bytes_of(editb.e_lbuf[--editb.e_index], buff + n);
     }
     if (n > 0) return n;
     errno = 0;
-    n = static_cast<int>(keyboard_read(buff, kLineCapacity));
+    n = static_cast<int>(keyboard_read(buff, static_cast<std::size_t>(Limits.capacity)));
     if (n > 0) {
         for (int i = 0; i < n; i++) buff[i] = static_cast<char>(e_unmark(byte_of(buff[i])));
         return n;

@@ -158,8 +158,9 @@ static bool await_room(int fd, int len) {
 bool await_turn(int fd, int len, int *peer) {
     if (!await_room(fd, len)) return false;
     *peer = take_peer(fd);
-    if (*peer >= 0 && Line_state == Line::done && unread_on(*peer).bytes + len > kQueueRoom) {
-        // Keys passed through before fill the queue.
+    const Unread before = *peer >= 0 && Line_state == Line::done ? unread_on(*peer) : Unread{};
+    if (before.bytes > 0 && before.bytes + len > kQueueRoom) {
+        // Keys passed through before fill the queue. An empty one takes a line of any length.
         (void)close(*peer);
         Line_state = Line::busy;
         if (!await_room(fd, len)) return false;

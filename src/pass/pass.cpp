@@ -25,7 +25,7 @@
 [[gnu::used]] static const char kVersion[] = "@(#)morp pass 1.0";
 
 // State of the whole run.
-char buff[kKeyboardBuffer];
+char buff[kPassBuffer];
 char buffo[kPacketSize + 1];
 int nread = 0;
 int Master_hung_up = 0;

@@ -44,12 +44,12 @@ static void bring_line_back(Visit &visit, bool shown_saved) {
 }
 
 static void load_line() {
-    char bytes[kMaxLine];
-    genchar units[kMaxLine];
+    char bytes[kLineBuffer];
+    genchar units[kLineBuffer];
     if (hist_copy(bytes, editb.e_hline, -1) < 0) bytes[0] = '\0';
     const int len = static_cast<int>(strlen(bytes));
-    if (len > kMaxText) e_ringbell();  // it is cut
-    set_line(units, units_from_bytes(units, kMaxLine, bytes, len), 0);
+    if (len > Limits.text) e_ringbell();  // it is cut
+    set_line(units, units_from_bytes(units, kLineBuffer, bytes, len), 0);
     refresh(MODE_CONTROL);
 }
 
@@ -125,9 +125,9 @@ static int accept(Visit &) { return RESULT_ENTER; }
 static int accept_as_comment(Visit &) {
     if (editb.e_cur != -1) {
         // A comment that lost its last character does less harm than a command that lost its mark.
-        if (editb.e_eol + 1 >= kMaxText) {
-            text_take(kMaxText - 1, text_len() - (kMaxText - 1));
-            editb.e_eol = kMaxText - 2;
+        if (editb.e_eol + 1 >= Limits.text) {
+            text_take(Limits.text - 1, text_len() - (Limits.text - 1));
+            editb.e_eol = Limits.text - 2;
         }
         editb.e_cur = -1;
         insert('#');

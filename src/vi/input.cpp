@@ -16,7 +16,7 @@ bool line_full() {
 }
 
 void insert(int c) {
-    if (editb.e_eol + 1 >= kMaxText) return;
+    if (editb.e_eol + 1 >= Limits.text) return;
     const genchar unit = static_cast<genchar>(c & ~kPasted);
     if (!text_put(editb.e_cur + 1, &unit, 1)) return;
     editb.e_eol++;
@@ -140,8 +140,8 @@ static After obey(int c, int &mode) {
 // A full line goes to the program as it is, marked as to be continued where there is room for that.
 static void end_full_line() {
     const int last = editb.e_eol;
-    if (last >= 0 && char_at(last) != '\\' && last + 1 < kMaxText) {
-        (void)text_put(last + 1, U"\\", 1);  // there is room up to kMaxText
+    if (last >= 0 && char_at(last) != '\\' && last + 1 < Limits.text) {
+        (void)text_put(last + 1, U"\\", 1);  // there is room up to Limits.text
         editb.e_eol++;
         if (editb.e_cur == last) editb.e_cur++;
     }

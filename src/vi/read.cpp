@@ -20,9 +20,9 @@ namespace vi {
 // Below this many columns a window behind the prompt is of no use.
 static constexpr int kNarrowest = 10;
 // Highest e_llimit: with the last character there, a backslash and the newline still fit.
-static constexpr int kHighestLimit = kLineCapacity - 3;
+static int highest_limit() { return Limits.capacity - 3; }
 
-// What one line needs; zeroed for each.
+// What one line needs, empty at its start.
 struct Buffers {
     char prompt[80];
     char Lsearch[kMaxLine];
@@ -63,8 +63,8 @@ struct Cooked {
 static void set_home() { Row.home = {editb.e_prompt, editb.e_plen, editb.e_crlf != 0, false}; }
 
 static void set_limits() {
-    const int room = std::min(capacity, kLineCapacity - editb.e_plen);
-    editb.e_llimit = std::clamp(room - 2, 0, kHighestLimit);
+    const int room = std::min(capacity, Limits.capacity - editb.e_plen);
+    editb.e_llimit = std::clamp(room - 2, 0, highest_limit());
     editb.e_wsize -= editb.e_plen;
     Row.width = editb.e_wsize;
     set_home();
@@ -80,7 +80,7 @@ void drop_prompt() {
 }
 
 void fit_prompt(int text_len) {
-    if (editb.e_wsize - editb.e_plen < kNarrowest || editb.e_plen + text_len > kMaxText)
+    if (editb.e_wsize - editb.e_plen < kNarrowest || editb.e_plen + text_len > Limits.text)
         drop_prompt();
     else
         set_limits();
@@ -96,8 +96,10 @@ static void first_call() {
 }
 
 static void begin(int fd, int nchar) {
-    Line = {};
-    text_begin(kKeyboardBuffer - 1, kKeyboardBuffer - 1);
+    Line.prompt[0] = Line.Lsearch[0] = '\0';
+    Line.Physical[0] = 0;
+    Line.Ubuf.len = Line.ubuf.len = 0;  // longer than a line mostly is: not written to in vain
+    text_begin(Limits.room, Limits.room);
     Row.start = 0;
     Row.cut = -1;
     editb.e_prompt = Line.prompt;
@@ -107,7 +109,7 @@ static void begin(int fd, int nchar) {
     editb.e_ubuf = &Line.ubuf;
     editb.e_tmp = &Last_text;
     editb.e_globals = Globals;
-    capacity = std::min(nchar, kLineCapacity);
+    capacity = std::min(nchar, Limits.capacity);
     view_mode = MODE_INPUT;
     refresh_owed = end_blank = searching = own_row = after_escape = false;
     first_call();
@@ -175,11 +177,11 @@ static bool ends_in(int c) {
 
 // Hands the line on as bytes. Returns their number.
 static int hand_on(char *line) {
-    return bytes_from_units(line, kLineCapacity, editb.e_inbuf, text_len());
+    return bytes_from_units(line, Limits.capacity, editb.e_inbuf, text_len());
 }
 
 static int with_newline(char *line) {
-    const int len = bytes_from_units(line, kLineCapacity - 1, editb.e_inbuf, text_len());
+    const int len = bytes_from_units(line, Limits.capacity - 1, editb.e_inbuf, text_len());
     line[len] = '\n';
     e_reset_prime();
     return len + 1;

@@ -213,8 +213,8 @@ static int toggle_case(Change &) {
 
 static int append_word(Change &) {
     save_v();
-    char words[kMaxLine] = {};
-    genchar units[kMaxLine];
+    char words[kLineBuffer];
+    genchar units[kLineBuffer];
     const char *word = hist_word(words, repeat_set != 0 ? editb.e_repeat : -1);
     if (word == nullptr || *word == '\0') {
         e_ringbell();
@@ -222,7 +222,7 @@ static int append_word(Change &) {
         return RESULT_GOOD;
     }
     append(' ', MODE_APPEND);
-    const int len = units_from_bytes(units, kMaxLine, word, static_cast<int>(strlen(word)));
+    const int len = units_from_bytes(units, kLineBuffer, word, static_cast<int>(strlen(word)));
     for (int i = 0; i < len; i++) append(static_cast<int>(units[i]), MODE_APPEND);
     return MODE_APPEND;
 }

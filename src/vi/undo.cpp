@@ -6,7 +6,7 @@
 namespace vi {
 
 void set_line(const genchar *text, int len, int cur) {
-    editb.e_eol = text_set(text, std::min(len, kMaxText)) - 1;
+    editb.e_eol = text_set(text, std::min(len, Limits.text)) - 1;
     editb.e_cur = std::min(std::max(cur, 0), editb.e_eol);
 }
 

@@ -12,6 +12,7 @@
 #include "edit.h"
 #include "edit/row.h"
 #include "edit/text.h"
+#include "extended.h"
 #include "morp_defs.h"
 
 namespace vi {
@@ -34,8 +35,6 @@ inline constexpr int kNoRefresh = 256;
 inline constexpr int kNothingSaved = -2;
 // Size that e_setup is given for the prompt buffer.
 inline constexpr int kPromptSize = 78;
-// Most characters of a line; with its newline it fills what kread delivers.
-inline constexpr int kMaxText = kLineCapacity - 1;
 inline constexpr int kGlobals = 9;
 
 // The state words behind editb.e_globals; valid during a call of vi_read. What the row shows is

@@ -66,8 +66,8 @@ static void redraw() {
 }
 
 static int text(char *dst) {
-    if (searching) return bytes_from_units(dst, kMaxLine, editb.e_ubuf->unit, editb.e_ubuf->len);
-    return bytes_from_units(dst, kMaxLine, editb.e_inbuf, line_length());
+    if (searching) return bytes_from_units(dst, Limits.copy, editb.e_ubuf->unit, editb.e_ubuf->len);
+    return bytes_from_units(dst, Limits.copy, editb.e_inbuf, line_length());
 }
 
 static bool within_line() { return editb.e_cur < editb.e_eol; }
