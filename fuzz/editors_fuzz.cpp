@@ -446,6 +446,7 @@ int screen_write(Screen, const char *data, std::size_t len) {
     return 0;
 }
 void screen_drain() {}
+long long now_ns() { return 0; }
 void wait_window_open(Window) {}
 void wait_window_close() {}
 // Only for a terminal that can't be made raw, which this one always can.

@@ -9,6 +9,7 @@
 
 #include "edit.h"
 #include "edit/chars.h"
+#include "edit/complete.h"
 #include "edit/decode.h"
 #include "edit/prompt.h"
 #include "emacs.h"
@@ -61,6 +62,7 @@ void kread_begin() {
     limits_begin(extended);
     chars_begin(extended);
     rows_begin(extended);
+    complete_begin(extended);
     decode_begin(!extended, opt_flag == kStyleVi ? EscapeKey::key : EscapeKey::prefix);
     emacs_begin(extended);
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 // A place in the history. `his_command` -1 means none (`his_line` is 0 then).
 struct histloc {
@@ -48,6 +49,9 @@ int hist_copy(char *s1, int command, int line);
 // The `word`-th word (from 1) of the newest command, NUL-terminated inside the work buffer `s1`
 // (as large); the last one when there are fewer or `word` is below 1. Null without a history.
 char *hist_word(char *s1, int word);
+// Hands the text of each command in reach to `take`, the newest first, of a long one the first 64 KiB,
+// until it returns false. `take` calls nothing here.
+void hist_each(bool (*take)(std::string_view command));
 // The place `lines` lines away from (`command`, `line`). Past the newest command: fixind + 1; past
 // the oldest in reach: his_command -1. his_line is 0 in both cases.
 histloc hist_locate(int command, int line, int lines);

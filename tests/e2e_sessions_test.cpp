@@ -21,3 +21,4 @@ SESSIONS(programs);
 SESSIONS(emacs);
 SESSIONS(vi);
 SESSIONS(extended);
+SESSIONS(complete);

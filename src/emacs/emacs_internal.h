@@ -126,6 +126,7 @@ After find_character(Command &command);
 After delete_ahead(Command &command);
 After transpose(Command &command);
 After insert(Command &command);
+After complete_word(Command &command);
 After multiply_count(Command &command);
 After refresh(Command &command);
 After show_version(Command &command);

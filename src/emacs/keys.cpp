@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "edit/chars.h"
+#include "edit/complete.h"
 #include "edit/decode.h"
 #include "edit/prompt.h"
 #include "emacs_internal.h"
@@ -101,6 +102,18 @@ After insert(Command &command) {
     editb.e_cur++;
     draw(APPEND);
     return After::next_key;
+}
+
+After complete_word(Command &command) {
+    const int room = std::max(editb.e_llimit - 2 - editb.e_eol, 0);
+    const Completion done = complete_at(command.i, room);
+    if (done.tab == Tab::text) return insert(command);
+    if (done.tab == Tab::done) return After::next_key;
+    const int typed = command.i - done.from;
+    (void)text_over(done.from, done.unit, typed);  // where letters change case
+    put_units(command.i, done.unit + typed, done.n - typed);
+    command.i += done.n - typed;
+    return After::update;
 }
 
 After multiply_count(Command &command) {

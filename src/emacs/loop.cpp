@@ -61,6 +61,7 @@ static constexpr Binding kExtendedBindings[] = {
     {kAlt | kKeyRight, as_escape<'f'>},    // to the end of a word
     {kKeyDelete, delete_ahead},            // deletes the character under the cursor
     {kCtrl | kKeyDelete, as_escape<'d'>},  // deletes to the end of a word
+    {ctrl('I'), complete_word},            // completes the word before the cursor
     {kPasted | ctrl('J'), end_line},       // a line end in the clipboard ends the line
 };
 static std::span<const Binding> first_bindings;  // chosen once a run

@@ -11,6 +11,7 @@
 
 #include "edit.h"
 #include "edit/prompt.h"
+#include "edit/seen.h"
 #include "edit_wait.h"
 #include "mode.h"
 #include "pace.h"
@@ -60,6 +61,7 @@ static int relay_packet(int fd, std::size_t size) {
         return Child_dead != 0 ? -1 : 0;
     }
     const int in_force = Vesk_on;
+    const int silent = Pty_raw_or_cbreak;
     (void)check_fd_mode(fd);  // editing goes on as before when the settings can't be read
     const int header = static_cast<unsigned char>(buffo[0]);
     if (header == TIOCPKT_DATA) {
@@ -68,6 +70,11 @@ static int relay_packet(int fd, std::size_t size) {
             pass_before_output();
             assert_user_mode();
         }
+        // What was printed without echo, or may have been, may hold a secret.
+        if (silent == 0 && Pty_raw_or_cbreak == 0)
+            seen_take(buffo + 1, nread - 1);
+        else
+            seen_break();
         if (nread > 1) relay_data(buffo + 1, nread - 1);
     } else {
         // The system reports a status before the data that were there first. Only output that was

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "edit/chars.h"
+#include "edit/complete.h"
 #include "edit/decode.h"
 #include "vi_internal.h"
 
@@ -51,6 +52,20 @@ static After text_key(int c, int &mode) {
         mode = MODE_APPEND;
     }
     append(c, mode);
+    return After::refresh;
+}
+
+// Text is overwritten by a TAB as by any other key, and a search text holds one.
+static After tab_key(int &mode) {
+    if (mode != MODE_APPEND) return text_key('\t', mode);
+    const int at = editb.e_cur + 1;
+    const int room = std::max(editb.e_llimit - 1 - columns_of(editb.e_eol + 1), 0);
+    const Completion done = complete_at(at, room);
+    if (done.tab == Tab::text) return text_key('\t', mode);
+    if (done.tab == Tab::done) return After::next_key;
+    const int typed = at - done.from;
+    (void)text_over(done.from, done.unit, typed);  // where letters change case
+    for (int i = typed; i < done.n; i++) insert(static_cast<int>(done.unit[i]));
     return After::refresh;
 }
 
@@ -128,6 +143,8 @@ static After obey(int c, int &mode) {
             return erase_word();
         case '\n':
             return finish(mode);
+        case '\t':
+            return tab_key(mode);
         case kEscape:
             if (mode != MODE_SEARCH) return After::commands;
             e_ringbell();
