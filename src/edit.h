@@ -28,9 +28,12 @@ inline constexpr int kEditFailed = -4;
 struct TextCopy;
 struct edit {
     // The terminal and its keys. These stay from line to line.
-    int e_kill;          // the user's line-kill, erase and end-of-file characters, 0 to 255,
-    int e_erase;         //   kNoKey when the terminal has none;
-    int e_eof;           //   taken whenever raw or alternative mode is entered
+    int e_kill;    // the user's line-kill, erase and end-of-file characters, 0 to 255,
+    int e_erase;   //   kNoKey when the terminal has none;
+    int e_eof;     //   taken whenever raw or alternative mode is entered
+    int e_werase;  // the same for word erase, quote and reprint in vi style without the
+    int e_lnext;   //   driver's part, which would obey them; kNoKey elsewhere
+    int e_reprint;
     int e_raw;           // mode of the terminal: kTtyCooked, kTtyRaw, kTtyAlt
     int e_ttyspeed;      // 1 slow (600 baud or less), 2 fast, 0 before the first switch
     int e_fd;            // descriptor being edited
@@ -163,6 +166,8 @@ int e_getbyte(long timeout_ns);
 // The same for a key that the one before, a ^V, has quoted: in the vi style, where a NUL ends the
 // input elsewhere, it is delivered as 0.
 int e_getquoted();
+// True where a line begins in the driver's hands, in alternative mode.
+bool e_driver_begins();
 // True when e_getchar will deliver a key without a wait. A NUL behind a ^V that has not quoted it
 // is dropped, with what follows.
 bool e_key_held();

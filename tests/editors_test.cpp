@@ -3,8 +3,8 @@
 // line they are read one by one, within it in bursts. The cases are in cases/emacs.txt and
 // vi.txt; a case sets
 //
-//     style, columns, prompt, erase, kill
-//     extended    1: in extended mode, in a locale of UTF-8
+//     style, columns, prompt, erase, kill, werase, lnext
+//     extended    1: in extended mode, in a locale of UTF-8; "0 1": without it, and with it
 //     history     commands, with "; " between them
 //     typed       keys before those of each case
 //     stale       1: the row still shows an interrupted edit
@@ -31,6 +31,7 @@
 #include <cstdlib>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -72,7 +73,9 @@ public:
         t.c_cc[VERASE] = key(setting, "erase", "^?");
         t.c_cc[VKILL] = key(setting, "kill", "^U");
         // The driver leaves ^V in the line, and what would be a signal is a key.
-        for (const int special : {VLNEXT, VINTR, VQUIT, VSUSP}) t.c_cc[special] = 0;
+        for (const int special : {VINTR, VQUIT, VSUSP}) t.c_cc[special] = 0;
+        t.c_cc[VLNEXT] = setting.contains("lnext") ? key(setting, "lnext", "") : cc_t{0};
+        t.c_cc[VWERASE] = key(setting, "werase", "^W");
         tcsetattr(slave, TCSANOW, &t);
         Tty_original.tty_termios = t;
         dup2(slave, STDIN_FILENO);
@@ -107,7 +110,7 @@ public:
         std::string output;
     };
     Line read(std::string_view keys, bool cooked = false) {
-        const bool vi = opt_flag == kStyleVi;
+        const bool vi = e_driver_begins();
         if (vi) e_setalt(STDIN_FILENO);
         if (!cooked) e_setraw(STDIN_FILENO);
         // A vi line begins in raw mode only with a key typed ahead.
@@ -159,9 +162,9 @@ static void check_case(EditorTerminal &terminal, const harness::Fields &c) {
     using harness::unescaped;
     // A misspelt column would be a case that expects nothing.
     static const std::set<std::string> kKnown = {
-        "name",    "extended", "style", "columns", "prompt", "erase", "kill",
-        "history", "typed",    "stale", "cooked",  "keys",   "line",  "shown",
-        "output",  "bells",    "row",   "col",     "next"};
+        "name",   "extended", "style",   "columns", "prompt", "erase",  "kill",
+        "werase", "lnext",    "history", "typed",   "stale",  "cooked", "keys",
+        "line",   "shown",    "output",  "bells",   "row",    "col",    "next"};
     for (const auto &[name, text] : c) EXPECT_TRUE(kKnown.contains(name)) << name;
     const std::string prompt = unescaped(harness::get(c, "prompt"));
     e_setup_prime(prompt.data(), static_cast<int>(prompt.size()));
@@ -182,10 +185,12 @@ static void check_case(EditorTerminal &terminal, const harness::Fields &c) {
     expect("next", e_compare_prompt() == PromptNow::same ? "same" : "other", "", "");
 }
 
-static void check_cases(const harness::Section &section) {
+static void check_cases(const harness::Section &section, const std::string &extended) {
+    SCOPED_TRACE("extended = " + extended);
     std::optional<EditorTerminal> terminal;
-    for (const harness::Case &c : section.cases()) {
+    for (harness::Case c : section.cases()) {
         SCOPED_TRACE(c.where);
+        c.fields["extended"] = extended;
         if (!c.fields.at("name").starts_with("...")) {
             terminal.reset();
             terminal.emplace(c.fields);
@@ -195,9 +200,14 @@ static void check_cases(const harness::Section &section) {
     }
 }
 
+static void check_modes(const harness::Section &section) {
+    std::istringstream modes(harness::get(section.settings, "extended", "0"));
+    for (std::string mode; modes >> mode;) check_cases(section, mode);
+}
+
 class Editors : public testing::TestWithParam<harness::Section> {};
 
-TEST_P(Editors, DoAsWritten) { check_cases(GetParam()); }
+TEST_P(Editors, DoAsWritten) { check_modes(GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(emacs, Editors, testing::ValuesIn(harness::sections_of("emacs.txt")),
                          harness::kNamed);

@@ -262,10 +262,15 @@ int e_getkey() {
 
 int e_gettyped() { return Bytes ? e_getchar() : e_getkey(); }
 
-int e_getsequence() { return byte_sequence(); }
+int e_getsequence() { return Bytes ? byte_sequence() : kKeyUnknown; }
+
+bool e_is_text(int code) {
+    const int c = code & ~kPasted;
+    return c > 0 && c < kKeyBase && (Bytes || code != kEscape);
+}
 
 int e_gettext() {
-    if (Bytes) return e_getchar();
+    if (Bytes) return e_getquoted();
     const EscapeKey kept = Escape;
     Escape = EscapeKey::key;
     const int key = e_getkey();

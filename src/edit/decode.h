@@ -47,6 +47,9 @@ int e_gettext();
 // The next key where an escape key stands for itself: as e_getkey, but with bytes as keys no
 // sequence is known.
 int e_gettyped();
+// Whether a code of e_gettyped is text where some is expected: no key of a terminal, and not the
+// escape key where that can be told from the beginning of a sequence. A NUL never is.
+bool e_is_text(int code);
 // With bytes as keys, reads what follows an escape that e_gettyped has given: the code of the
 // whole.
 int e_getsequence();

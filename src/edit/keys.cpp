@@ -129,7 +129,8 @@ static int read_keys(unsigned char *keys, int size, long timeout_ns) {
     longjmp(editb.e_env, how);  // NOLINT(cert-err52-cpp)
 }
 
-static bool ends_input(int key) { return key == 0 && opt_flag == kStyleVi; }
+// In vi style a NUL is the end of the input, unless every key is the editor's.
+static bool ends_input(int key) { return key == 0 && e_driver_begins(); }
 
 // Puts `count` keys just read on the empty stack. What ends the input is lost with what follows,
 // but behind a ^V it may turn out to be quoted, as the first key is when `quoted`.

@@ -60,11 +60,25 @@ static struct termios alternative_of(const struct termios &user) {
     return t;
 }
 
+// In extended mode every key is the editor's.
+bool e_driver_begins() { return opt_flag == kStyleVi && Extended == 0; }
+
+static void take_special_characters() {
+    const auto special = [](int name, bool wanted) {
+        return wanted ? tty_special(ttyparm, name) : kNoKey;
+    };
+    const bool own = opt_flag == kStyleVi && !e_driver_begins();
+    editb.e_eof = special(VEOF, true);
+    editb.e_erase = special(VERASE, true);
+    editb.e_kill = special(VKILL, true);
+    editb.e_werase = special(VWERASE, own);
+    editb.e_lnext = special(VLNEXT, own);
+    editb.e_reprint = special(VREPRINT, own);
+}
+
 // Applies `t`, whose user settings are in ttyparm, as mode `mode`. Returns 0, or -1.
 static int enter_mode(int fd, const struct termios &t, int mode) {
-    editb.e_eof = tty_special(ttyparm, VEOF);
-    editb.e_erase = tty_special(ttyparm, VERASE);
-    editb.e_kill = tty_special(ttyparm, VKILL);
+    take_special_characters();
     nttyparm = t;
     if (local_tcset(fd, 0, &nttyparm) != 0) return -1;
     if (mode == kTtyRaw) {
@@ -176,16 +190,12 @@ void e_setcooked(int fd) {
     }
 }
 
-// True where a line begins in the driver's hands.
-// In extended mode every key is the editor's.
-static bool driver_begins() { return opt_flag == kStyleVi && Extended == 0; }
-
 void e_end_edit(int) {
-    if (driver_begins()) take_ahead();
+    if (e_driver_begins()) take_ahead();
 }
 
 int e_wanted_mode() {
-    return e_view == nullptr && driver_begins() && editb.e_index == 0 ? kTtyAlt : kTtyRaw;
+    return e_view == nullptr && e_driver_begins() && editb.e_index == 0 ? kTtyAlt : kTtyRaw;
 }
 
 int e_assert_mode(int fd) {

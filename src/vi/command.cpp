@@ -1,7 +1,4 @@
 // command.cpp: command mode: counts, motions, commands on the text, moves in the history.
-#include <cstring>
-#include <type_traits>
-
 #include "edit/chars.h"
 #include "edit/decode.h"
 #include "history.h"
@@ -9,106 +6,56 @@
 
 namespace vi {
 
-// One stay in command mode: the command, and the line being edited while the history is shown.
-struct Visit {
-    int key;
-    int column;      // cursor of the kept line; -1: none kept, or an empty one
-    TextCopy *undo;  // e_ubuf, which points at `kept` while that is saved or brought back
-    TextCopy kept;
-};
-static_assert(std::is_trivially_destructible_v<Visit>);
+// State: the bell has rung for what is being pasted.
+static bool paste_rung = false;
 
-// To be called before the history position changes: leaving the edited line keeps it.
-static void keep_line(Visit &visit) {
-    if (editb.e_hline != editb.e_hismax) return;
-    const int saved = editb.e_ucol;
-    editb.e_ubuf = &visit.kept;
-    save_v();
-    visit.column = editb.e_ucol;
-    editb.e_ubuf = visit.undo;
-    editb.e_ucol = saved;
-}
-
-// `shown_saved`: the line it replaces is saved for undo already.
-static void bring_line_back(Visit &visit, bool shown_saved) {
-    if (visit.column == -1) {
-        if (!shown_saved) save_v();
-        set_line(nullptr, 0, 0);
-    } else {
-        editb.e_ubuf = &visit.kept;
-        editb.e_ucol = visit.column;
-        restore_v();
-        editb.e_ubuf = visit.undo;
-    }
-    refresh(MODE_CONTROL);
-}
-
-static void load_line() {
-    char bytes[kLineBuffer];
-    genchar units[kLineBuffer];
-    if (hist_copy(bytes, editb.e_hline, -1) < 0) bytes[0] = '\0';
-    const int len = static_cast<int>(strlen(bytes));
-    if (len > Limits.text) e_ringbell();  // it is cut
-    set_line(units, units_from_bytes(units, kLineBuffer, bytes, len), 0);
-    refresh(MODE_CONTROL);
-}
-
-static int previous_line(Visit &visit) {
-    keep_line(visit);
-    editb.e_hline -= editb.e_repeat;
-    if (editb.e_hline <= editb.e_hismin) {
-        editb.e_hline = editb.e_hismin + 1;
-        e_ringbell();
-        return RESULT_GOOD;
-    }
-    save_v();
-    load_line();
+static int previous_line(int) {
+    walk_older(MODE_CONTROL);
     return RESULT_GOOD;
 }
 
-static int next_line(Visit &visit) {
-    const bool away = editb.e_hline < editb.e_hismax;
-    editb.e_hline += editb.e_repeat;
-    if (editb.e_hline > editb.e_hismax) {
-        editb.e_hline = editb.e_hismax;
-        e_ringbell();
-        if (away) bring_line_back(visit, false);
-    } else if (editb.e_hline == editb.e_hismax) {
-        bring_line_back(visit, false);
-    } else {
-        save_v();
-        load_line();
-    }
+static int next_line(int) {
+    walk_newer(MODE_CONTROL);
     return RESULT_GOOD;
 }
 
-static int go_to_line(Visit &visit) {
+static int older_alike(int) {
+    walk_older_alike(MODE_CONTROL);
+    return RESULT_GOOD;
+}
+
+static int newer_alike(int) {
+    walk_newer_alike(MODE_CONTROL);
+    return RESULT_GOOD;
+}
+
+static int go_to_line(int) {
     const int target = repeat_set != 0 ? editb.e_repeat : editb.e_hismin + 1;
     if (target <= editb.e_hismin || target > editb.e_hismax) {
         e_ringbell();
         return RESULT_GOOD;
     }
-    keep_line(visit);
+    walk_keep(MODE_CONTROL);
     editb.e_hline = target;
     if (target == editb.e_hismax) {
-        bring_line_back(visit, false);
+        walk_back(false, MODE_CONTROL);
     } else {
         save_v();
-        load_line();
+        walk_show(MODE_CONTROL);
     }
     return RESULT_GOOD;
 }
 
-static int search_history(Visit &visit) {
+static int search_history(int key) {
     save_v();
-    keep_line(visit);
-    const int result = search(visit.key);
+    walk_keep(MODE_CONTROL);
+    const int result = search(key);
     if (result == 0) {
         forget_window();
         if (editb.e_hline == editb.e_hismax)
-            bring_line_back(visit, true);
+            walk_back(true, MODE_CONTROL);
         else
-            load_line();
+            walk_show(MODE_CONTROL);
         return RESULT_GOOD;
     }
     if (result == -1) e_ringbell();
@@ -120,9 +67,9 @@ static int search_history(Visit &visit) {
     return RESULT_GOOD;
 }
 
-static int accept(Visit &) { return RESULT_ENTER; }
+static int accept(int) { return RESULT_ENTER; }
 
-static int accept_as_comment(Visit &) {
+static int accept_as_comment(int) {
     if (editb.e_cur != -1) {
         // A comment that lost its last character does less harm than a command that lost its mark.
         if (editb.e_eol + 1 >= Limits.text) {
@@ -136,15 +83,19 @@ static int accept_as_comment(Visit &) {
     return RESULT_ENTER;
 }
 
-static int redraw(Visit &) {
+void next_row() {
     e_putchar('\n');
     pr_prompt();
     renew_row();
+}
+
+static int redraw(int) {
+    next_row();
     refresh(MODE_CONTROL);
     return RESULT_GOOD;
 }
 
-static int undo_all(Visit &) {
+static int undo_all(int) {
     if (editb.e_cur == -1) {
         e_ringbell();
         return RESULT_GOOD;
@@ -155,7 +106,7 @@ static int undo_all(Visit &) {
     return RESULT_GOOD;
 }
 
-static int undo(Visit &) {
+static int undo(int) {
     restore_v();
     refresh(MODE_CONTROL);
     return RESULT_GOOD;
@@ -163,14 +114,51 @@ static int undo(Visit &) {
 
 struct Command {
     int key;
-    int (*run)(Visit &visit);
+    int (*run)(int key);
 };
 static constexpr Command kCommands[] = {
-    {'\n', accept},        {ctrl('L'), redraw},   {'#', accept_as_comment}, {'j', next_line},
-    {'+', next_line},      {'k', previous_line},  {'-', previous_line},     {'/', search_history},
-    {'?', search_history}, {'n', search_history}, {'N', search_history},    {'G', go_to_line},
-    {'U', undo_all},       {'u', undo},           {kKeyUp, previous_line},  {kKeyDown, next_line},
+    {'\n', accept},
+    {ctrl('L'), redraw},
+    {'#', accept_as_comment},
+    {'j', next_line},
+    {'+', next_line},
+    {'k', previous_line},
+    {'-', previous_line},
+    {'/', search_history},
+    {'?', search_history},
+    {'n', search_history},
+    {'N', search_history},
+    {'G', go_to_line},
+    {'U', undo_all},
+    {'u', undo},
+    {kKeyPageUp, older_alike},  // the older command that begins as the line does, up to the cursor
+    {kKeyPageDown, newer_alike},  // the newer one
 };
+
+// Keys of the terminal that do what a command of one character does.
+struct Synonym {
+    int key;
+    int command;
+};
+static constexpr Synonym kSynonyms[] = {
+    {kKeyLeft, 'h'},           // a character to the left
+    {kKeyRight, 'l'},          // a character to the right
+    {kKeyUp, 'k'},             // the older command
+    {kKeyDown, 'j'},           // the newer command, or the edited line
+    {kKeyHome, '0'},           // the start of the line
+    {kKeyEnd, '$'},            // its last character
+    {kKeyDelete, 'x'},         // takes the character under the cursor
+    {kCtrl | kKeyLeft, 'b'},   // a word to the left
+    {kAlt | kKeyLeft, 'b'},    // the same
+    {kCtrl | kKeyRight, 'w'},  // a word to the right
+    {kAlt | kKeyRight, 'w'},   // the same
+};
+
+int command_of(int key) {
+    for (const Synonym &synonym : kSynonyms)
+        if (synonym.key == key) return synonym.command;
+    return key;
+}
 
 static const Command *find_command(int key) {
     for (const Command &command : kCommands)
@@ -178,12 +166,11 @@ static const Command *find_command(int key) {
     return nullptr;
 }
 
-static int run_command(int c, Visit &visit) {
+static int run_command(int c) {
     int result = RESULT_GOOD;
     const Command *command = find_command(c);
-    visit.key = c;
     if (command != nullptr)
-        result = command->run(visit);
+        result = command->run(c);
     else
         e_ringbell();
     editb.e_repeat = 1;
@@ -196,12 +183,39 @@ static void enter() {
         editb.e_saved = 1;
     }
     save_last();
-    editb.e_hline = editb.e_hismax;
+    if (!fetched) editb.e_hline = editb.e_hismax;
+    fetched = false;
     editb.e_fcol = 0;
     editb.e_repeat = 1;
     if (editb.e_cur == -1 && editb.e_eol >= 0) editb.e_cur = 0;
-    sync_cursor();
+    // What was typed may join what stands behind it now.
+    const bool joins = start_at(editb.e_cur + 1) <= editb.e_cur;
+    editb.e_cur = start_at(editb.e_cur);
+    Row.cut = -1;
+    if (joins)
+        refresh(MODE_CONTROL);
+    else
+        sync_cursor();
 }
+
+// Whether `key` is part of something pasted. It is no command: the bell rings once for all of it.
+static bool drop_pasted(int key) {
+    const bool pasted = (key & kPasted) != 0 && key > 0;
+    if (pasted && !paste_rung) e_ringbell();
+    paste_rung = pasted;
+    return pasted;
+}
+
+// A key behind the first of a command. One that is pasted makes the command fail, which rings.
+static int rest_of_command(int key) {
+    if (key < 0 || (key & kPasted) == 0) return key;
+    paste_rung = true;
+    return kKeyUnknown;
+}
+
+static int key_behind_count() { return rest_of_command(e_getkey()); }
+
+int command_argument() { return rest_of_command(e_gettyped()); }
 
 // The first key of a command. The escape key of an arrow key may have ended the driver's part,
 // which leaves the bracket and the letter.
@@ -213,7 +227,12 @@ static int command_key() {
         e_ungetchar(c);
         if (c == '[') e_ungetchar(kEscape);
     }
-    return e_getkey();
+    int key = 0;
+    do {
+        key = e_getkey();
+    } while (drop_pasted(key));
+    if (key != kKeyPageUp && key != kKeyPageDown) prefix_len = -1;
+    return command_of(key);
 }
 
 static int line_start() {
@@ -222,12 +241,12 @@ static int line_start() {
     return RESULT_GOOD;
 }
 
-static int obey(int c, Visit &visit) {
+static int obey(int c) {
     repeat_set = 0;
     if (c == '0') return line_start();
     if (is_digit(c)) {
         editb.e_mode = editb.e_repeat;
-        c = getcount(c, e_getkey);
+        c = command_of(getcount(c, key_behind_count));
         if (c == '.') editb.e_mode = editb.e_repeat;
     }
     const int moved = mvcursor(c);
@@ -242,7 +261,7 @@ static int obey(int c, Visit &visit) {
         editb.e_repeat = editb.e_mode;
     }
     const int result = textmod(c, again ? c : 0);
-    if (result == RESULT_BAD) return run_command(c, visit);
+    if (result == RESULT_BAD) return run_command(c);
     last_cmd = c;
     editb.e_mode = editb.e_repeat;
     editb.e_repeat = 1;
@@ -250,14 +269,14 @@ static int obey(int c, Visit &visit) {
 }
 
 int cntlmode() {
-    Visit visit;
-    visit.column = -1;
-    visit.undo = editb.e_ubuf;
-    visit.kept.len = 0;
     enter();
     for (;;) {
-        const int result = obey(command_key(), visit);
+        const int result = obey(command_key());
         if (result != RESULT_GOOD) return result;
+        const int at = start_at(editb.e_cur);
+        if (at == editb.e_cur) continue;
+        editb.e_cur = at;
+        sync_cursor();
     }
 }
 

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "edit/chars.h"
 #include "vi_internal.h"
 
 namespace vi {
@@ -69,11 +68,10 @@ int delmotion(int motion, int mode) {
     int end = editb.e_cur;
     // A change leaves the blanks behind the word.
     if (mode == 'c')
-        while (end > begin && unit_blank(char_at(end - 1))) end--;
+        while (end > begin && blank_at(end - 1)) end--;
     editb.e_cur = std::min(begin, end);
-    int count = std::max(begin, end) - editb.e_cur;
-    if (!exclusive(motion)) count++;
-    delete_(count, mode);
+    const int last = std::max(begin, end);
+    delete_((exclusive(motion) ? last : end_at(last)) - editb.e_cur, mode);
     if (mode == 'y') editb.e_cur = begin;
     return 0;
 }

@@ -8,16 +8,27 @@
 
 namespace vi {
 
-static int step(int by, int n) {
-    const int bound = by > 0 ? editb.e_eol : editb.e_fcol;
-    if (by > 0 ? editb.e_cur >= bound : editb.e_cur <= bound) return -1;
-    const int to = editb.e_cur + by * n;
-    editb.e_cur = by > 0 ? std::min(to, bound) : std::max(to, bound);
+int start_at(int i) {
+    return i < 0 || i >= line_units() ? i : cluster_start(editb.e_inbuf, line_units(), i);
+}
+
+int end_at(int i) {
+    return i < 0 || i >= line_units() ? i + 1 : cluster_end(editb.e_inbuf, line_units(), i);
+}
+
+static int left(int, int n) {
+    if (editb.e_cur <= editb.e_fcol) return -1;
+    for (; n > 0 && editb.e_cur > editb.e_fcol; n--) editb.e_cur = start_at(editb.e_cur - 1);
+    editb.e_cur = std::max(editb.e_cur, editb.e_fcol);
     return 0;
 }
 
-static int left(int, int n) { return step(-1, n); }
-static int right(int, int n) { return step(1, n); }
+static int right(int, int n) {
+    const int last = start_at(editb.e_eol);
+    if (editb.e_cur >= last) return -1;
+    for (; n > 0 && editb.e_cur < last; n--) editb.e_cur = end_at(editb.e_cur);
+    return 0;
+}
 
 static int line_start(int, int) {
     editb.e_cur = std::min(0, editb.e_eol);
@@ -25,14 +36,14 @@ static int line_start(int, int) {
 }
 
 static int line_end(int, int) {
-    editb.e_cur = editb.e_eol;
+    editb.e_cur = start_at(editb.e_eol);
     return 0;
 }
 
 static int first_word(int, int) {
     int i = editb.e_fcol;
-    while (i < editb.e_eol && unit_blank(char_at(i))) i++;
-    editb.e_cur = std::min(i, editb.e_eol);
+    while (i < editb.e_eol && blank_at(i)) i++;
+    editb.e_cur = start_at(std::min(i, editb.e_eol));
     return 0;
 }
 
@@ -40,6 +51,7 @@ static int over_words(void (*scan)(int, int), int key, int n) {
     const int start = editb.e_cur;
     if (start < 0) return -1;
     scan(n, key);
+    editb.e_cur = start_at(editb.e_cur);
     return editb.e_cur == start ? -1 : 0;
 }
 
@@ -47,40 +59,41 @@ static int word_forward(int key, int n) { return over_words(forward, key, n); }
 static int word_back(int key, int n) { return over_words(backword, key, n); }
 static int word_end(int key, int n) { return over_words(endword, key, n); }
 
+// Looks for a base.
 static int find(int key, int n) {
     if (key != ';' && key != ',') {
+        const int wanted = command_argument();
+        if (!e_is_text(wanted)) return -1;
         last_find = key;
-        editb.e_fchar = e_gettyped();
+        editb.e_fchar = wanted;
     }
     if (last_find == 0 || editb.e_fchar < 0) return -1;
     const bool forwards = (last_find == 'f' || last_find == 't') == (key != ',');
-    const int by = forwards ? 1 : -1;
     int i = editb.e_cur;
     for (; n > 0; n--) {
         do {
-            i += by;
+            i = forwards ? end_at(i) : start_at(i - 1);
             if (i < 0 || i > editb.e_eol) return -1;
         } while (static_cast<int>(char_at(i)) != editb.e_fchar);
     }
-    if (last_find == 't' || last_find == 'T') i -= by;
+    if (last_find == 't' || last_find == 'T') i = forwards ? start_at(i - 1) : end_at(i);
     editb.e_cur = i;
     return 0;
 }
 
 // Behind an operator the sequence of an arrow key is read here, and read anew when it is repeated.
-static int sequence(int, int) { return mvcursor(e_getsequence()); }
+static int sequence(int, int) { return mvcursor(command_of(e_getsequence())); }
 
 struct Motion {
     int key;
     int (*run)(int key, int n);
 };
 static constexpr Motion kMotions[] = {
-    {'h', left},         {ctrl('H'), left},   {'l', right},     {' ', right},
-    {'0', line_start},   {'^', first_word},   {'$', line_end},  {'w', word_forward},
-    {'W', word_forward}, {'b', word_back},    {'B', word_back}, {'e', word_end},
-    {'E', word_end},     {'f', find},         {'F', find},      {'t', find},
-    {'T', find},         {';', find},         {',', find},      {kKeyLeft, left},
-    {kKeyRight, right},  {kEscape, sequence},
+    {'h', left},       {ctrl('H'), left},   {'l', right},     {' ', right},
+    {'0', line_start}, {'^', first_word},   {'$', line_end},  {'w', word_forward},
+    {'b', word_back},  {'W', word_forward}, {'B', word_back}, {'e', word_end},
+    {'E', word_end},   {'f', find},         {'F', find},      {'t', find},
+    {'T', find},       {';', find},         {',', find},      {kEscape, sequence},
 };
 
 int mvcursor(int motion) {

@@ -1,8 +1,8 @@
-// read.cpp: vi_read. The terminal driver collects and echoes the first part of a line (alternative
-// mode). A newline or the end-of-file key ends the line there; the escape key, or a quoted
-// terminator, hands it to the editor: the terminal goes raw, and input mode and command mode take
-// over. Keys typed ahead begin in raw mode at once. When a raw line is done the terminal stays raw:
-// the main loop switches it.
+// read.cpp: vi_read. In extended mode all keys are the editor's. Else the terminal driver collects
+// and echoes the first part of a line (alternative mode). A newline or the end-of-file key ends the
+// line there; the escape key, or a quoted terminator, hands it to the editor: the terminal goes
+// raw, and input mode and command mode take over. Keys typed ahead begin in raw mode at once. When
+// a raw line is done the terminal stays raw: the main loop switches it.
 #include <algorithm>
 #include <cerrno>
 #include <csetjmp>
@@ -111,6 +111,7 @@ static void begin(int fd, int nchar) {
     editb.e_globals = Globals;
     capacity = std::min(nchar, Limits.capacity);
     view_mode = MODE_INPUT;
+    prefix_len = -1;
     refresh_owed = end_blank = searching = own_row = after_escape = false;
     first_call();
     e_setup(fd, kPromptSize);
@@ -301,6 +302,27 @@ static int deliver_keys(char *line, int room) {
     return len;
 }
 
+// The row is as the program has left it, unless an abandoned text stands there.
+static void show_begin() {
+    const bool fresh = own_row || e_row_stale != 0;
+    e_row_renewed();
+    if (!fresh) {
+        take_rest();
+        return;
+    }
+    e_putchar('\n');
+    if (editb.e_crlf != 0) pr_prompt();
+    row_clear();
+}
+
+// The whole line, from its first key on.
+static int edit_all(int fd, char *line) {
+    if (e_setraw(fd) != 0) return read_plainly(fd, line, capacity);
+    set_up();
+    show_begin();
+    return edit_raw(fd, line, MODE_APPEND);
+}
+
 static int edit_ahead(int fd, char *line) {
     if (e_setraw(fd) != 0) return deliver_keys(line, capacity);
     set_up();
@@ -342,6 +364,7 @@ int vi_read(int fd, unsigned char *shbuf, int nchar) {
     using namespace vi;
     char *const line = reinterpret_cast<char *>(shbuf);
     begin(fd, nchar);
+    if (!e_driver_begins()) return edit_all(fd, line);
     if (e_wanted_mode() == kTtyRaw) return edit_ahead(fd, line);
     if (e_setalt(fd) != 0) return read_plainly(fd, line, capacity);
     // Keys that waited have kept the terminal raw.

@@ -29,7 +29,7 @@ int search(int mode) {
     char pattern[kMaxLine];
     const int len = bytes_from_units(pattern, kMaxLine - 1, editb.e_inbuf + 1, editb.e_eol);
     pattern[std::max(len, 0)] = '\0';
-    if (!typed || editb.e_cur == 0) {
+    if (!typed || editb.e_eol == 0) {
         del_line(RESULT_BAD);
         strcpy(pattern, editb.e_search);
     }

@@ -17,18 +17,18 @@ struct Change {
 
 // Whether the character can be overwritten on the screen alone: one column before and after, and
 // what stands behind it too, where the cursor may go next.
-static bool one_column(int c, int increment) {
+static bool one_column(genchar c, int increment) {
     if (ocur_virt() == -1 || editb.e_cur < 0 || editb.e_cur >= editb.e_eol) return false;
     if (Row.at >= editb.e_wsize) return false;
     if (increment == 1 && Row.at == editb.e_wsize - 1) return false;
     if (columns_of(editb.e_cur + increment) >= kMaxLine) return false;  // behind the image's end
-    return unit_plain(static_cast<genchar>(c)) && unit_plain(char_at(editb.e_cur)) &&
+    return unit_plain(c) && unit_plain(char_at(editb.e_cur)) &&
            unit_plain(char_at(editb.e_cur + 1)) && text_back(editb.e_cur + 1, 1) == editb.e_cur;
 }
 
 void replace(int c, int increment) {
-    if (one_column(c, increment)) {
-        const genchar stored = static_cast<genchar>(c);
+    const genchar stored = static_cast<genchar>(c & ~kPasted);
+    if (one_column(stored, increment)) {
         (void)text_over(editb.e_cur, &stored, 1);
         row_overwrite(stored, increment);
         editb.e_cur += increment;
@@ -36,10 +36,20 @@ void replace(int c, int increment) {
         e_flush();
         return;
     }
-    delete_(1, RESULT_BAD);
+    const int taken = end_at(editb.e_cur) - editb.e_cur;
+    const int freed = editb.e_cur < 0 ? 0 : bytes_of_units(editb.e_inbuf + editb.e_cur, taken);
+    if (bytes_of_units(&stored, 1) > freed + text_room()) {
+        e_ringbell();
+        return;
+    }
+    delete_(taken, RESULT_BAD);
     insert(c);
     if (increment == 1 && editb.e_cur < editb.e_eol) editb.e_cur++;
     refresh(MODE_CONTROL);
+}
+
+void cursor_behind() {
+    if (editb.e_cur > -1) editb.e_cur = end_at(editb.e_cur) - 1;
 }
 
 // Puts `text` in behind the cursor, as often as `count` says or as there is room.
@@ -48,12 +58,14 @@ static void put_text(const TextCopy &text, int count) {
         for (int i = 0; i < text.len; i++) append(static_cast<int>(text.unit[i]), MODE_APPEND);
     // Nothing went in before the first character: the line is not empty for that.
     if (editb.e_cur == -1 && editb.e_eol >= 0) editb.e_cur = 0;
+    editb.e_cur = start_at(editb.e_cur);
     refresh(MODE_CONTROL);
 }
 
 static int put_after(const TextCopy &text, int count) {
     if (text.len == 0) return RESULT_BAD;
     save_v();
+    cursor_behind();
     put_text(text, count);
     return RESULT_GOOD;
 }
@@ -71,6 +83,7 @@ static int append_text(Change &change) {
     if (change.again) return put_after(*editb.e_tmp, change.count);
     save_v();
     if (editb.e_cur != -1) {
+        cursor_behind();
         editb.e_fcol = editb.e_cur + 1;
         // A row that waits for its refresh may have been stepped along before.
         if (Row.at < editb.e_wsize) row_step();
@@ -80,7 +93,7 @@ static int append_text(Change &change) {
 }
 
 static int append_at_end(Change &change) {
-    editb.e_cur = editb.e_eol;
+    editb.e_cur = start_at(editb.e_eol);
     sync_cursor();
     return append_text(change);
 }
@@ -117,10 +130,10 @@ static int last_typed() {
 }
 
 static int replace_one(Change &change) {
-    const int c = change.again ? last_typed() : e_gettyped();
-    if (editb.e_cur == -1 || c == '\0') return RESULT_BAD;
+    const int c = change.again ? last_typed() : command_argument();
+    if (editb.e_cur == -1 || !(change.again ? c != 0 : e_is_text(c))) return RESULT_BAD;
     editb.e_tmp->len = std::max(editb.e_tmp->len, 1);
-    editb.e_tmp->unit[0] = static_cast<genchar>(c & ~kPasted);
+    editb.e_tmp->unit[0] = static_cast<genchar>(c);
     save_v();
     replace(c, 0);
     return RESULT_GOOD;
@@ -138,15 +151,15 @@ static int substitute(const Change &change) {
 
 static int substitute_chars(Change &change) {
     save_v();
-    delete_(change.count, RESULT_BAD);
+    delete_(text_ahead(editb.e_cur, change.count) - editb.e_cur, RESULT_BAD);
     return substitute(change);
 }
 
 // The motion behind an operator: the next key, or the one behind a count.
 static int read_motion(const Change &change) {
     if (change.again) return last_motion();
-    const int c = e_gettyped();
-    return is_digit(c) && c != '0' ? getcount(c, e_gettyped) : c;
+    const int c = command_argument();
+    return command_of(is_digit(c) && c != '0' ? getcount(c, command_argument) : c);
 }
 
 static int change_over(Change &change, int motion) {
@@ -168,6 +181,7 @@ static int delete_over(int motion) {
         if (delmotion(motion, 'd') != 0) return RESULT_BAD;
         const bool deleted = editb.e_eol != last;
         if (deleted && editb.e_cur < editb.e_eol) editb.e_cur++;
+        editb.e_cur = start_at(editb.e_cur);
     }
     refresh(MODE_CONTROL);
     return RESULT_GOOD;
@@ -207,7 +221,16 @@ static int toggle_case(Change &) {
     if (editb.e_cur == -1) return RESULT_BAD;
     save_v();
     const genchar unit = char_at(editb.e_cur);
-    replace(static_cast<int>(unit_upper(unit) ? unit_to_lower(unit) : unit_to_upper(unit)), 1);
+    const genchar other = unit_upper(unit) ? unit_to_lower(unit) : unit_to_upper(unit);
+    const int next = end_at(editb.e_cur);
+    if (next - editb.e_cur == 1) {
+        replace(static_cast<int>(other), 1);
+        return RESULT_GOOD;
+    }
+    // What is joined to it stays.
+    if (!text_over(editb.e_cur, &other, 1)) e_ringbell();
+    if (next <= editb.e_eol) editb.e_cur = next;
+    refresh(MODE_CONTROL);
     return RESULT_GOOD;
 }
 
@@ -221,6 +244,7 @@ static int append_word(Change &) {
         refresh(MODE_CONTROL);
         return RESULT_GOOD;
     }
+    cursor_behind();
     append(' ', MODE_APPEND);
     const int len = units_from_bytes(units, kLineBuffer, word, static_cast<int>(strlen(word)));
     for (int i = 0; i < len; i++) append(static_cast<int>(units[i]), MODE_APPEND);

@@ -67,8 +67,12 @@ extern bool end_blank;     // a blank stands behind the line, counted in e_eol (
 extern bool searching;     // the line is a search text, the edited one is in e_ubuf
 extern bool own_row;       // the line stands on a row of its own, the prompt left alone
 extern bool after_escape;  // the escape key that ended the driver's part was the last key
+extern bool fetched;       // input mode has fetched the line, and nothing has changed it since
+extern int prefix_len;     // units that walk_older_alike looks for, -1: what is before the cursor
 
 inline genchar char_at(int i) { return editb.e_inbuf[i]; }
+// Units of the line, without the blank behind it.
+inline int line_units() { return editb.e_eol + 1 - (end_blank ? 1 : 0); }
 
 // read.cpp
 // Gives up the prompt where it leaves no room: a window under 10 columns, or prompt and `text_len`
@@ -91,26 +95,56 @@ int getcount(int c, int (*next)());
 // Whether the line, or the columns that show it, have reached e_llimit.
 bool line_full();
 
+// walk.cpp: through the history, with the cursor as `mode`, MODE_CONTROL or MODE_INPUT, wants it.
+// To be called before e_hline changes: leaving the edited line keeps it.
+void walk_keep(int mode);
+// Brings the edited line back; `shown_saved`: the line it replaces is saved for undo already.
+void walk_back(bool shown_saved, int mode);
+// Shows command e_hline.
+void walk_show(int mode);
+// e_repeat commands up or down. They ring where there are no more.
+void walk_older(int mode);
+void walk_newer(int mode);
+// To the next command that begins with the line's first prefix_len units; the cursor stays.
+void walk_older_alike(int mode);
+void walk_newer_alike(int mode);
+
 // command.cpp Obeys commands until the line is accepted (RESULT_ENTER) or input goes on
 // (MODE_APPEND, MODE_INSERT, MODE_REPLACE).
 int cntlmode();
+// The command that the key of a terminal stands for; any other key is returned as it is.
+int command_of(int key);
+// Leaves the row for the next one, with the prompt on it.
+void next_row();
+// Reads a key that belongs to a command already begun, as e_gettyped; kKeyUnknown for a pasted one.
+int command_argument();
 
 // textmod.cpp Carries out `c` if it is a command that changes or yanks text; `mode` is 0, or `c`
 // when it is being repeated. RESULT_GOOD, RESULT_BAD when it is none or can't be done, or an input
 // mode.
 int textmod(int c, int mode);
-// Overwrites the character under the cursor; with `increment` 1 the cursor moves on.
+// Overwrites the cluster under the cursor; with `increment` 1 the cursor moves on.
 void replace(int c, int increment);
+// Moves the cursor to the last unit of the cluster it is on, behind which text goes in.
+void cursor_behind();
 
 // motion.cpp Moves the cursor by the motion key `motion`, e_repeat times. 0; -1 when it is no
 // motion or can't be made (the cursor stays).
 int mvcursor(int motion);
+// The start of the cluster that holds the unit `i`, and one past the cluster that begins at `i`.
+// Outside of the line, and for the blank behind it, each index is one.
+int start_at(int i);
+int end_at(int i);
 
 // words.cpp: over `nwords` words; an upper-case motion letter takes everything but blanks for a
 // word.
 void forward(int nwords, int cmd);
 void backword(int nwords, int cmd);
 void endword(int nwords, int cmd);
+bool blank_at(int i);
+// The start of the small word before index `at`, not before `first`; that of the next one behind.
+int word_before(int at, int first);
+int word_after(int at);
 
 // delete.cpp Takes `nchars` characters from the cursor on: `mode` 'c' deletes them, 'y' copies them
 // to yankbuf, any other does both. The cursor goes before the span. Rings before e_fcol.
@@ -164,6 +198,9 @@ void show_line();
 // Searches the history; `mode` is one of / ? n N. 0 when e_hline is the command found, -1 when none
 // was, -2 when the search was abandoned.
 int search(int mode);
+
+// view.cpp: the program's output on the row behind the cursor counts as shown.
+void take_rest();
 
 extern const EditView view;
 

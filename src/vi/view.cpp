@@ -23,9 +23,8 @@ static void step_off() {
     margin_shown() = ' ';
 }
 
-// The row behind the cursor may hold output that the text now covers: it counts as shown, so that
-// the next refresh blanks it.
-static void take_rest() {
+// The text is about to cover it: the next refresh blanks it.
+void take_rest() {
     char rest[kRowColumns];
     if (row_show_rest(0, rest, out_row_rest(rest)) != 0) margin_shown() = 0;
 }
