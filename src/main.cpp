@@ -110,10 +110,12 @@ int morp_main(int argc, char **argv) {
     signal_catch(SIGWINCH, sig_trap_sigwinch);
     publish_history_name(program[0]);
     Child_pid = pid;
-    if (!pty_program_started()) {
+    const int failure = pty_start_status();
+    if (failure != 0) {
         pass_last_words();
-        finish(1);
+        finish(Extended != 0 ? failure : 1);
     }
     pass_all(master_fd);
+    if (Extended != 0) finish_as_program();
     finish(0);
 }

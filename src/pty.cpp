@@ -66,12 +66,12 @@ int pty_open_peer(int master) {
     return name == nullptr ? -1 : open(name, kFlags);
 }
 
-// In the child: reports a failed start, whose message has been composed, and ends.
-[[noreturn]] static void child_fail(int report) {
+// In the child: reports a failed start, whose message has been composed, and ends. `status`: see
+// pty_start_status.
+[[noreturn]] static void child_fail(int report, unsigned char status) {
     perror(Message_buf);
-    const char failed = 1;
     // Whoever else is the parent by now must not be ended.
-    if (write(report, &failed, 1) != 1 && Parent > 1 && getppid() == Parent)
+    if (write(report, &status, 1) != 1 && Parent > 1 && getppid() == Parent)
         (void)kill(Parent, SIGTERM);
     _exit(1);
 }
@@ -82,12 +82,12 @@ int pty_open_peer(int master) {
     pty_slavefd = pty_slave(master);
     if (pty_slavefd < 0) {
         message_format("%s: can't open pty slave (\"%s\")", Program_name, pty_dname_slave());
-        child_fail(report);
+        child_fail(report, 1);
     }
     (void)close(master);
     if (tty_info_set(pty_slavefd, &Tty_original) != 0) {
         message_format("%s: problem setting 'stty' settings on pty", Program_name);
-        child_fail(report);
+        child_fail(report, 1);
     }
     // With a standard descriptor closed at the start, the slave or the pipe may sit on one of them.
     if (report <= STDERR_FILENO) report = fcntl(report, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -96,12 +96,14 @@ int pty_open_peer(int master) {
     for (int fd = 0; fd <= STDERR_FILENO && placed; fd++) placed = dup2(pty_slavefd, fd) == fd;
     if (!placed) {
         message_format("%s: dup error when trying to create shell", Program_name);
-        child_fail(report);
+        child_fail(report, 1);
     }
     signals_restore();
     (void)execvp(argv_p[0], argv_p);
+    const int err = errno;
     message_format("%s: execvp error when trying to create shell", Program_name);
-    child_fail(report);
+    errno = err;
+    child_fail(report, err == ENOENT ? 127 : 126);
 }
 
 pid_t pty_fork(int *mfd, char **argv_p) {
@@ -128,18 +130,18 @@ pid_t pty_fork(int *mfd, char **argv_p) {
     return pid;
 }
 
-bool pty_program_started() {
-    char failed = 0;
+int pty_start_status() {
+    unsigned char status = 0;
     ssize_t n = 0;
     do {
         struct pollfd fd = {Start_pipe, POLLIN, 0};
         n = -1;
         if (wait_ready(&fd, 1, kNoTimeout) > 0)
-            n = read(Start_pipe, &failed, 1);
+            n = read(Start_pipe, &status, 1);
         else if (errno != EINTR)
             break;
     } while (n < 0 && (errno == EINTR || errno == EAGAIN));
     (void)close(Start_pipe);
     Start_pipe = -1;
-    return n <= 0;
+    return n > 0 ? status : 0;
 }

@@ -18,9 +18,10 @@ void pty_pkt_enable(int fd);
 // Tty_original. Stores the master (close-on-exec, non-blocking) through `mfd` and returns the
 // child's process id. Failures end the process.
 pid_t pty_fork(int *mfd, char **argv_p);
-// Waits until the child has become the program, signals served. False when it could not: its
-// message is on the slave or on standard error then, and it ends.
-bool pty_program_started();
+// Waits until the child has become the program, signals served. 0 when it has; else its message is
+// on the slave or on standard error, it ends, and the result is the exit status that tells why: 127
+// when the program was not found, 126 when it could not be run, 1 for anything else.
+int pty_start_status();
 // Opens the slave of `master` a second time, without making it anybody's controlling terminal, for
 // reading and writing, non-blocking and close-on-exec. -1 when that can't be done.
 int pty_open_peer(int master);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "morp_defs.h"
+#include "run.h"
 
 [[gnu::used]] static const char kVersion[] = "@(#)morp utils 1.0";
 
@@ -35,6 +36,7 @@ int get_editor_type() {
 char *e_movstr(const char *a, char *b) { return stpcpy(b, a); }
 
 void e_failed(const char *name, const char *message) {
+    if (Before_end != nullptr) Before_end();
     (void)fprintf(stderr, "%s : %s\n", name != nullptr ? name : "",
                   message != nullptr ? message : "");
     exit(2);

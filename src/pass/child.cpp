@@ -31,7 +31,9 @@ enum_child_state check_child_state() {
         const int sig = WSTOPSIG(status);
         return sig == SIGTSTP || sig == SIGSTOP ? e_StateStopped : e_StateRunning;
     }
-    return WIFEXITED(status) || WIFSIGNALED(status) ? e_StateGone : e_StateRunning;
+    if (!WIFEXITED(status) && !WIFSIGNALED(status)) return e_StateRunning;
+    Child_status = status;
+    return e_StateGone;
 }
 
 // A line being edited leaves the row to what the program said last.
