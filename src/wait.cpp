@@ -211,6 +211,25 @@ void screen_finish_write() {
     }
 }
 
+bool screen_write_now(Screen to, const char *data, std::size_t len) {
+    constexpr int kPatienceMs = 100;
+    const Channel &channel = to == Screen::program ? Program_screen : Editor_screen;
+    // Of a write that may be sleeping it isn't known how far it has come.
+    if (Rest.len > 0 && !Rest.to->own) return false;
+    screen_finish_write();
+    if (Rest.len > 0) return false;
+    while (len > 0) {
+        struct pollfd fd = {channel.fd, POLLOUT, 0};
+        if (poll(&fd, 1, kPatienceMs) != 1 || (fd.revents & POLLOUT) == 0) return false;
+        const ssize_t n = write(channel.fd, data, len);
+        if (n < 0 && errno != EAGAIN && errno != EINTR) return false;
+        if (n <= 0) continue;
+        data += n;
+        len -= static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
 void screen_drain() {
     int unsent = 0;
     // Nothing unsent is the rule on a pseudo-terminal, and one call cheaper than a drain in a

@@ -21,7 +21,8 @@ static int Parameter = 0;  // of a control sequence: 0 none, its only byte, -1 m
 
 // State: the terminal's modes that the program has switched, of a control sequence its numbers.
 static constexpr int kBracketedPaste = 2004;
-static bool Paste_mode = false;    // the program wants pastes to be marked
+static bool Paste_mode = false;  // the program wants pastes to be marked
+static unsigned long Paste_switches = 0;
 static bool Private_mode = false;  // the sequence began with a question mark
 static int Number = 0;             // the parameter being read, never above kHighestNumber
 static bool Names_paste = false;   // one of those before it is kBracketedPaste
@@ -33,6 +34,13 @@ void edit_reset_follower() {
 }
 
 bool program_paste_mode() { return Paste_mode; }
+
+unsigned long program_paste_switches() { return Paste_switches; }
+
+static void switch_paste_mode(bool on) {
+    Paste_mode = on;
+    Paste_switches++;
+}
 
 static Piece begin_piece(int c) {
     if (c == kEscape) return Piece::escape;
@@ -60,12 +68,12 @@ static void parameter_byte(int c) {
 // The final byte of a control sequence.
 static void switch_mode(int c) {
     const bool paste = Parameter != 0 && Private_mode && (Names_paste || Number == kBracketedPaste);
-    if (paste && (c == 'h' || c == 'l')) Paste_mode = c == 'h';
+    if (paste && (c == 'h' || c == 'l')) switch_paste_mode(c == 'h');
 }
 
 static Piece after_escape(int c) {
     Parameter = 0;
-    if (c == 'c') Paste_mode = false;  // the terminal begins anew
+    if (c == 'c') switch_paste_mode(false);  // the terminal begins anew
     if (c == '[') return Piece::control;
     if (c != 0 && std::strchr("]PX^_", c) != nullptr) return Piece::string;
     return c >= 0x20 && c <= 0x2f ? Piece::escape : Piece::whole;

@@ -22,6 +22,8 @@ bool out_row_in_sequence();
 // True while the program has bracketed paste switched on (ESC [ ? 2004 h), as far as its output has
 // been shown: the state to leave the terminal in wherever no editor reads the keys.
 bool program_paste_mode();
+// How often it has switched it, on, off or to what it was.
+unsigned long program_paste_switches();
 
 // Empties the prompt capture.
 void e_reset_prime();

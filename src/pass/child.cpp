@@ -13,6 +13,7 @@
 #include "edit.h"
 #include "edit/prompt.h"
 #include "edit_wait.h"
+#include "marks.h"
 #include "pass.h"
 #include "run.h"
 #include "tty.h"
@@ -84,6 +85,7 @@ static void drop_pending(int sig) {
 static void leave_terminal() {
     Terminal_saved = !tty_in_background();
     if (Terminal_saved) {
+        marks_leave();
         if (tty_info_get(STDIN_FILENO, &suspended_tty) != 0)
             fatal_message("morp: can't get tty mode");
         tty_size_refresh(STDIN_FILENO, &Tty_original);
@@ -92,6 +94,7 @@ static void leave_terminal() {
     } else if (tty_is_untouched() && tty_info_get(STDIN_FILENO, &suspended_tty) == 0) {
         // A shell that is stopped by the same key may have given the terminal away already; with
         // SIGTTOU blocked the call goes through all the same.
+        marks_leave();
         Terminal_saved = tcsetattr(STDIN_FILENO, TCSANOW, &Tty_original.tty_termios) == 0;
     }
 }

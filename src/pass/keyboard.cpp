@@ -15,6 +15,7 @@
 #include "editlib.h"
 #include "end.h"
 #include "extended.h"
+#include "marks.h"
 #include "mode.h"
 #include "output.h"
 #include "pace.h"
@@ -105,12 +106,12 @@ static int read_keys() {
     while (editb.e_index > 0 && n <= Limits.capacity - kKeyBytes) {
         n += decode_bytes_of(editb.e_lbuf[--editb.e_index], buff + n);
     }
-    if (n > 0) return n;
+    if (n > 0) return marks_take_out(buff, n);
     errno = 0;
     n = static_cast<int>(keyboard_read(buff, static_cast<std::size_t>(Limits.capacity)));
     if (n > 0) {
         for (int i = 0; i < n; i++) buff[i] = static_cast<char>(e_unmark(byte_of(buff[i])));
-        return n;
+        return marks_take_out(buff, n);
     }
     if (n < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
     fatal_message("morp: read error from stdin");

@@ -8,6 +8,7 @@
 
 #include "edit.h"
 #include "editlib.h"
+#include "marks.h"
 #include "pass.h"
 #include "run.h"
 #include "send.h"
@@ -55,9 +56,10 @@ void assert_user_mode() {
         set_raw();
         kread_forget();
     } else {
-        if (e_assert_mode(STDIN_FILENO) == 0) return;
+        if (e_assert_mode(STDIN_FILENO) == 0) return marks_assert(true);
         if (e_view != nullptr) fatal("can't set tty mode to raw");  // an editor works with it
         set_cooked();
     }
     e_leave_editing(STDIN_FILENO);
+    marks_assert(false);
 }

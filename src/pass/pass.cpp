@@ -11,7 +11,9 @@
 #include "edit.h"
 #include "edit_wait.h"
 #include "editlib.h"
+#include "extended.h"
 #include "keyboard.h"
+#include "marks.h"
 #include "mode.h"
 #include "msg.h"
 #include "output.h"
@@ -43,6 +45,7 @@ void pass_all(int _fd) {
     Between_writes = pass_forward_waiting_signal;
     opt_flag = get_editor_type();
     kread_begin();
+    marks_begin(Extended != 0 && Dumb_terminal == 0);
     want_editing(Mode_vesk_init);
     constexpr int kKeyboardSignals[] = {SIGTSTP, SIGINT, SIGQUIT};
     for (const int sig : kKeyboardSignals) signal_catch(sig, sig_trap_general);
