@@ -80,7 +80,7 @@ extern int opt_flag;  // editing style
 // The editor's side of output that arrives while it waits for a key. An editor registers its view
 // once its terminal is raw, its record is set up and e_env is armed, and unregisters it (null)
 // before it returns; between the two, every call below may come from within e_getchar (only from
-// there), so nothing that an editor keeps across e_getchar may depend on the prompt's length or the
+// there, and from complete_at), so nothing that an editor keeps across e_getchar may depend on the prompt's length or the
 // row's image unless come_back corrects it.
 struct EditView {
     // Takes the text off the screen, so that the row is as the program left it: the prompt, the

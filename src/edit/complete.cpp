@@ -30,33 +30,95 @@ static bool blanks_only(int at) {
     return std::all_of(editb.e_inbuf, editb.e_inbuf + at, unit_blank);
 }
 
-// Looks for candidates of the word in [from, at). Returns where what they go on with begins.
-static int find_candidates(int from, int at) {
-    const genchar *const word = editb.e_inbuf + from;
-    const int n = at - from;
+// The index behind a quote that is open at `at`, -1 for none. An apostrophe within a word is none.
+static int open_quote(int at) {
+    const genchar *const line = editb.e_inbuf;
+    int start = -1;
+    for (int i = 0; i < at; i++) {
+        const bool apart = i == 0 || unit_blank(line[i - 1]) || ends_word(line[i - 1]);
+        if (start >= 0)
+            start = line[i] == line[start - 1] ? -1 : start;
+        else if (line[i] == '"' || (line[i] == '\'' && apart))
+            start = i + 1;
+    }
+    return start;
+}
+
+// What the candidates are to stand for: the units from `from` on. `names`: they are files, and
+// `quote` ends the name of one, 0 none.
+struct Place {
+    int from;
+    bool names;
+    genchar quote;
+};
+
+static bool is_path(int from, int at) {
+    const genchar *const line = editb.e_inbuf;
+    return from < at && (line[from] == '~' || std::find(line + from, line + at, U'/') != line + at);
+}
+
+// Names behind a quote have their blanks and all else.
+static Place find_names(int word, int quoted, int at) {
+    const genchar *const line = editb.e_inbuf;
+    if (quoted >= 0) {
+        const genchar quote = line[quoted - 1];
+        const int from = quoted + offer_names(line + quoted, at - quoted, quote);
+        if (candidates_found() > 0) return {from, true, quote};
+    }
+    return {word + offer_names(line + word, at - word, 0), true, 0};
+}
+
+static Place find_candidates(int at) {
+    const int word = word_start(at);
+    const int quoted = open_quote(at);
+    const bool path = is_path(word, at) || (quoted >= 0 && is_path(quoted, at));
+    Place place = {word, false, 0};
     time_begin();
-    offer_listed(word, n);
-    if (candidates_found() > 0 || n == 0) return from;
-    offer_used(word, n);
-    return from;
+    offer_listed(editb.e_inbuf + word, at - word);
+    if (candidates_found() > 0) return place;
+    if (path) place = find_names(word, quoted, at);
+    if (candidates_found() > 0) return place;
+    // All words there are would be candidates of nothing.
+    if (word < at) offer_used(editb.e_inbuf + word, at - word);
+    if (candidates_found() > 0) return {word, false, 0};
+    return find_names(word, quoted, at);
 }
 
-// What goes in where [from, at) stands.
-static Completion what_goes_in(int from, int at) {
+// What goes in where the units from `place` to `at` stand.
+static Completion what_goes_in(const Place &place, int at) {
+    static genchar goes_in[kMostBytes + 1];
     const Units shared = candidates_shared();
-    const bool same = shared.len == at - from &&
-                      std::equal(shared.unit, shared.unit + shared.len, editb.e_inbuf + from);
-    return {same ? Tab::done : Tab::replace, from, shared.unit, shared.len};
+    genchar *end = std::copy_n(shared.unit, shared.len, goes_in);
+    if (place.names && candidates_found() == 1) {
+        if (names_folder())
+            *end++ = '/';
+        else if (place.quote != 0)
+            *end++ = place.quote;
+    }
+    const genchar *const line = editb.e_inbuf;
+    const bool same = std::equal(goes_in, end, line + place.from, line + at);
+    return {same ? Tab::done : Tab::replace, place.from, goes_in, static_cast<int>(end - goes_in)};
 }
 
-static Completion complete_word(int at, int room) {
-    const int from = find_candidates(word_start(at), at);
-    Completion completion = {Tab::done, from, nullptr, 0};
-    if (candidates_found() > 0) completion = what_goes_in(from, at);
-    if (completion.tab == Tab::replace && completion.n - (at - from) > room)
-        completion.tab = Tab::done;
-    if (completion.tab == Tab::done) e_ringbell();
-    return completion;
+// True where the line has no room for it. Units of other case may take other room.
+static bool too_long(const Completion &completion, int at, int room) {
+    const int typed = at - completion.from;
+    const int more = bytes_of_units(completion.unit, completion.n) -
+                     bytes_of_units(editb.e_inbuf + completion.from, typed);
+    return completion.n - typed > room || more > text_room();
+}
+
+// `again`: the key before was a TAB, and nothing has been typed since.
+static Completion complete_word(int at, int room, bool again) {
+    const Place place = find_candidates(at);
+    const Completion none = {Tab::done, at, nullptr, 0};
+    const Completion completion = candidates_found() > 0 ? what_goes_in(place, at) : none;
+    if (completion.tab == Tab::replace && !too_long(completion, at, room)) return completion;
+    if (completion.tab == Tab::done && again && candidates_found() > 1)
+        show_candidates();
+    else
+        e_ringbell();
+    return none;
 }
 
 }  // namespace complete
@@ -71,7 +133,8 @@ Completion complete_at(int at, int room) {
     const bool more = editb.e_index > 0 || keyboard_waiting() > 0;
     if (!Wanted || more || blanks_only(at)) return {Tab::text, at, nullptr, 0};
     if (editb.e_inbuf[at - 1] == '\\') return {Tab::replace, at - 1, U"\t", 1};
-    const Completion completion = complete_word(at, room);
+    const bool again = e_keys_taken == Last_keys + 1 && at == Last_at;
+    const Completion completion = complete_word(at, room, again);
     Last_keys = e_keys_taken;
     Last_at = completion.tab == Tab::replace ? completion.from + completion.n : at;
     return completion;

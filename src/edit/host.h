@@ -14,6 +14,9 @@ struct EditHost {
     // In a paste the next key is there already: there is nothing to wait for and nothing to show
     // yet. True when a read of the keyboard may be tried without a wait.
     bool (*look_for_key)();
+    // Opens the working directory of the program that is in the foreground, where file names that
+    // the user types are looked up: a descriptor for openat, or -1. Null: it is morp's own.
+    int (*open_folder)() = nullptr;
 };
 // Set before the first line is read.
 extern const EditHost *e_host;

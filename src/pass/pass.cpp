@@ -18,6 +18,7 @@
 #include "msg.h"
 #include "output.h"
 #include "ploop.h"
+#include "proc.h"
 #include "run.h"
 #include "tty.h"
 #include "utils.h"
@@ -36,7 +37,7 @@ static void sig_trap_general(int sig) { progdone = sig; }
 
 static constexpr long kHungUpRetry = 100 * kMillisecond;
 
-const EditHost pass_host = {pass_wait_key, pass_look_for_key};
+const EditHost pass_host = {pass_wait_key, pass_look_for_key, open_program_folder};
 
 void pass_all(int _fd) {
     static int fd;  // still valid after the jump

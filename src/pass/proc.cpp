@@ -3,12 +3,14 @@
 #include "proc.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/types.h>
 #include <unistd.h>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 #include "run.h"
 
@@ -54,4 +56,17 @@ bool can_be_continued() {
         parent = next;
     }
     return false;
+}
+
+int open_program_folder() {
+    pid_t group = 0;
+    if (ioctl(master_fd, TIOCGPGRP, &group) != 0) group = 0;
+    for (const pid_t pid : {group, Child_pid}) {
+        if (pid <= 1) continue;
+        char path[64];
+        (void)snprintf(path, sizeof path, "/proc/%d/cwd", static_cast<int>(pid));
+        const int fd = open(path, O_PATH | O_DIRECTORY | O_CLOEXEC);
+        if (fd >= 0) return fd;
+    }
+    return -1;
 }

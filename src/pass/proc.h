@@ -6,3 +6,6 @@ bool program_stops_by_default();
 // True when somebody outside morp's process group, in its session, could continue it: then the
 // group is not orphaned. Looks at morp's ancestors.
 bool can_be_continued();
+// Opens the working directory of the process that leads the foreground group of the program's
+// terminal, or that of the program: a descriptor for openat alone. -1 where /proc tells neither.
+int open_program_folder();

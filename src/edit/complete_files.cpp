@@ -1,0 +1,136 @@
+// complete_files.cpp: names of files to complete with. A folder is read in blocks that the system
+// fills, without a copy of all its names, and as long as there is time.
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "edit/chars.h"
+#include "edit/complete_internal.h"
+#include "edit/host.h"
+
+namespace complete {
+
+// State of one completion.
+static bool Sole_folder = false;
+
+// Stores the home folder of `user` (empty: the user's own) at `dst`. Other users are looked for in
+// the local file alone: a look-up might ask the network. Returns its length, 0 for none.
+static std::size_t home_of(std::string_view user, char *dst, std::size_t size) {
+    char text[64 * 1024];
+    std::string_view home;
+    if (user.empty()) {
+        const char *own = getenv("HOME");
+        if (own != nullptr) home = own;
+    } else {
+        const int fd = open("/etc/passwd", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        const ssize_t n = fd < 0 ? 0 : read(fd, text, sizeof text);
+        if (fd >= 0) (void)close(fd);  // nothing was written
+        std::string_view left(text, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+        while (!left.empty() && home.empty()) {
+            const std::string_view line = left.substr(0, left.find('\n'));
+            left.remove_prefix(std::min(left.size(), line.size() + 1));
+            if (line.substr(0, line.find(':')) != user) continue;
+            const std::size_t end = std::min(line.rfind(':'), line.size());
+            const std::size_t start = line.substr(0, end).rfind(':');
+            if (start < end) home = line.substr(start + 1, end - start - 1);
+        }
+    }
+    if (home.size() >= size) return 0;
+    home.copy(dst, home.size());
+    return home.size();
+}
+
+// Opens the folder that the path `path` names, in the program's view. -1 where there is none.
+static int open_folder(std::string_view path) {
+    char name[PATH_MAX];
+    std::size_t len = 0;
+    if (!path.empty() && path[0] == '~') {
+        const std::string_view user = path.substr(1, path.find('/') - 1);
+        len = home_of(user, name, sizeof name);
+        if (len == 0) return -1;
+        path.remove_prefix(user.size() + 1);
+    }
+    if (path.size() + 2 > sizeof name - len || path.find('\0') != path.npos) return -1;
+    path.copy(name + len, path.size());
+    len += path.size();
+    if (len == 0) name[len++] = '.';
+    name[len] = '\0';
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+    if (name[0] == '/') return open(name, kFlags);
+    const int base = e_host->open_folder != nullptr ? e_host->open_folder() : -1;
+    const int fd = openat(base < 0 ? AT_FDCWD : base, name, kFlags);
+    if (base >= 0) (void)close(base);  // nothing was written
+    return fd;
+}
+
+// What begins with a dot is hidden, unless the word says so.
+static bool is_hidden(std::string_view name, std::string_view word) {
+    if (name == "." || name == "..") return name != word;
+    return name[0] == '.' && (word.empty() || word[0] != '.');
+}
+
+// Whether the sole candidate in `folder` is one, whose type the folder gives as `type`.
+static bool is_folder(int folder, int type) {
+    if (type == DT_DIR) return true;
+    if (type != DT_LNK && type != DT_UNKNOWN) return false;
+    const std::string_view *sole = nullptr;
+    (void)candidates_sorted(&sole);
+    char name[kMostBytes + 1];
+    name[sole->copy(name, kMostBytes)] = '\0';
+    struct stat is = {};
+    return fstatat(folder, name, &is, AT_NO_AUTOMOUNT) == 0 && S_ISDIR(is.st_mode);
+}
+
+// Offers the names of `folder`; those with a line end or the character `quote` could not be written.
+static void read_names(int folder, std::string_view word, genchar quote) {
+    static char block[64 * 1024];
+    const char unfit[] = {'\n', '\r', quote != 0 ? static_cast<char>(quote) : '\n', '\0'};
+    int type = DT_UNKNOWN;
+    while (!late()) {
+        const ssize_t size = getdents64(folder, block, sizeof block);
+        if (size <= 0) break;  // its end; what can't be read is not there
+        for (ssize_t at = 0; at < size;) {
+            const auto *entry = reinterpret_cast<const dirent64 *>(block + at);
+            at += entry->d_reclen;
+            const std::string_view name = entry->d_name;
+            if (is_hidden(name, word) || name.find_first_of(unfit) != name.npos) continue;
+            if (candidates_offer(name, 0)) type = entry->d_type;
+        }
+    }
+    Sole_folder = candidates_found() == 1 && is_folder(folder, type);
+}
+
+int offer_names(const genchar *path, int n, genchar quote) {
+    char bytes[PATH_MAX];
+    const genchar *const slash =
+        std::find(std::make_reverse_iterator(path + n), std::make_reverse_iterator(path), U'/')
+            .base();
+    const int folder_units = static_cast<int>(slash - path);
+    Sole_folder = false;
+    candidates_begin(path + folder_units, n - folder_units, false);
+    const int len = bytes_from_units(bytes, sizeof bytes, path, n);
+    if (len < bytes_of_units(path, n)) return folder_units;  // no path is that long
+    const std::string_view all(bytes, static_cast<std::size_t>(len));
+    const std::size_t folder_len = all.rfind('/') + 1;
+    if (folder_len == 0 && all.starts_with('~')) {
+        // The home folder itself, which only lacks its "/".
+        const int fd = open_folder(all);
+        if (fd >= 0) Sole_folder = candidates_offer(all, 0);
+        if (fd >= 0) (void)close(fd);
+        return folder_units;
+    }
+    const int fd = open_folder(all.substr(0, folder_len));
+    if (fd < 0) return folder_units;
+    read_names(fd, all.substr(folder_len), quote);
+    (void)close(fd);  // nothing was written
+    return folder_units;
+}
+
+bool names_folder() { return Sole_folder; }
+
+}  // namespace complete
