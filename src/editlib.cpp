@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "edit.h"
 #include "edit/chars.h"
@@ -30,6 +31,9 @@ static char beenhere = 0;  // 1 from the first edited read on
 static char Typed[4095];
 static int Typed_len = 0;
 
+// State: chosen once a run.
+static bool Repeats_recorded = true;
+
 void kread_forget() { Typed_len = 0; }
 
 void kread_reset_for_test() {
@@ -37,12 +41,21 @@ void kread_reset_for_test() {
     kread_forget();
 }
 
+static bool is_newest(std::string_view command) {
+    static char newest[kLineBuffer];
+    if (fc_fix == nullptr) return false;
+    hist_eof();  // another run may have recorded one
+    return hist_copy(newest, fc_fix->fixind - 1, -1) >= 0 && command == newest;
+}
+
 // Records the typed line without its trailing white space; a line of white space only is not
-// recorded.
+// recorded, nor in extended mode one that is the newest command.
 static void record_typed() {
     int kept = Typed_len;
     while (kept > 0 && is_blank(byte_of(Typed[kept - 1]))) kept--;
-    if (kept > 0) hist_record(Typed, static_cast<std::size_t>(kept));
+    const std::size_t len = static_cast<std::size_t>(kept);
+    if (kept == 0 || (!Repeats_recorded && is_newest({Typed, len}))) return;
+    hist_record(Typed, len);
 }
 
 // Adds what the editor hands on; with the newline it makes a command.
@@ -65,6 +78,7 @@ void kread_begin() {
     complete_begin(extended);
     decode_begin(!extended, opt_flag == kStyleVi ? EscapeKey::key : EscapeKey::prefix);
     emacs_begin(extended);
+    Repeats_recorded = !extended;
 }
 
 bool kread_has_line() { return emacs_has_line(); }

@@ -13,8 +13,8 @@ static constexpr LineLimits kShortLines = {kLineCapacity, kLineCapacity - 1, kKe
                                            kKeyboardBuffer, kMaxLine};
 static constexpr int kLongText =
     kLineBuffer - 2;  // newline or NUL behind it, and one byte to spare
-static constexpr LineLimits kLongLines = {kLongText + 1, kLongText, kLongText,
-                                          kLongText + kKeyboardBuffer, kLongText + 1};
+static constexpr LineLimits kLongLines = {kLongText + 1, kLongText, kLongText, 2 * kLineBuffer,
+                                          kLongText + 2};
 
 LineLimits Limits = kShortLines;
 

@@ -42,6 +42,7 @@ static EscapeKey Escape = EscapeKey::prefix;
 
 // State: the paste and the character under way, which outlive a line.
 static bool Pasting = false;
+static int Pastes = 0;             // that have begun
 static bool After_return = false;  // a newline now belongs to the carriage return before it
 static Decoder Character;
 static char Mark_begun[kMarkLength];  // the beginning of a mark among keys that pass
@@ -63,6 +64,7 @@ void decode_reset() {
 }
 
 bool decode_in_paste() { return Pasting; }
+int decode_pastes() { return Pastes; }
 
 void e_ungetkey(int code) { e_ungetchar(code > 255 ? code | kHeld : code); }
 
@@ -107,6 +109,11 @@ static bool is_plain(const Control &control) {
     return control.kind == '[' && control.count == 0 && control.prefix == 0 && !control.strange;
 }
 
+static void begin_paste() {
+    Pasting = true;
+    Pastes++;
+}
+
 static int control_key(char kind) {
     const Control control = read_control(kind);
     if (is_plain(control) && control.final == '[') {
@@ -118,7 +125,7 @@ static int control_key(char kind) {
         return kKeyUnknown;
     }
     if (control.final == '~' && control.prefix == 0 && !control.strange && control.count == 1) {
-        if (control.value[0] == 200) Pasting = true;
+        if (control.value[0] == 200) begin_paste();
         if (control.value[0] == 200 || control.value[0] == 201) return kKeyNothing;
     }
     const int key = key_of(control);

@@ -62,6 +62,8 @@ int decode_bytes_of(int held, char *dst);
 
 // True between the marks of a paste.
 bool decode_in_paste();
+// How many pastes have begun: the number of the one under way, or of the last.
+int decode_pastes();
 // `len` keys are on their way to the program, which has not asked for marks around a paste: takes
 // them out, also one that is split over two calls. Returns the bytes left. `keys` holds
 // kMarkLength - 1 bytes more than `len`.

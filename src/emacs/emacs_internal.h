@@ -83,10 +83,13 @@ extern TERMINAL terminal;
 extern int prevdirection;         // of the last search: -1 older, 1 newer
 extern char string[kSearchSize];  // last search text
 
+// The bound on the line's end behind the prompt that it has now; one that no line reaches where a
+// full line isn't handed on.
+int line_limit();
 void keep_line();
 void restore_line();
-// Change the line, e_eol with it. Where the units don't fit nothing goes in.
-void put_units(int at, const genchar *units, int n);
+// Change the line, e_eol with it. Where the units don't fit it rings, and nothing goes in.
+bool put_units(int at, const genchar *units, int n);
 void take_units(int at, int n);
 // Applies a count of `value` times `factor` plus `add`, none negative; stops at kMaxCount.
 constexpr int grow_count(int value, int factor, int add) {
@@ -127,6 +130,8 @@ After delete_ahead(Command &command);
 After transpose(Command &command);
 After insert(Command &command);
 After complete_word(Command &command);
+After undo(Command &command);
+After control_x_or_undo(Command &command);
 After multiply_count(Command &command);
 After refresh(Command &command);
 After show_version(Command &command);
@@ -145,7 +150,16 @@ After yank(Command &command);
 // The history (recall.cpp).
 After uparrow(Command &command);
 After downarrow(Command &command);
+After older(Command &command);
+After newer(Command &command);
+After older_match(Command &command);
+After newer_match(Command &command);
 After search_history(Command &command);
+// Forgets the line that was being edited.
+void begin_walk();
+// To be called before the place in the history changes: the line being edited, where it is shown,
+// comes back with its cursor when a walk ends there.
+void keep_newest();
 // Copies the line at (e_hline, e_hloff), cut to the room behind the prompt, into `copy`; rings when
 // it had to be cut. False, and nothing is copied, without a history.
 bool copy_history_line(TextCopy &copy);

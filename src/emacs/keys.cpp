@@ -7,6 +7,7 @@
 #include "edit/complete.h"
 #include "edit/decode.h"
 #include "edit/prompt.h"
+#include "emacs/undo.h"
 #include "emacs_internal.h"
 
 namespace emacs {
@@ -96,17 +97,18 @@ After insert(Command &command) {
         draw(FINAL);
         return After::full;
     }
+    const bool pasted = (command.c & kPasted) != 0;
+    undo_typing(pasted ? decode_pastes() : 0);
     const genchar unit = static_cast<genchar>(command.c & ~kPasted);
+    if (!put_units(editb.e_cur, &unit, 1)) return After::next_key;
     backslash = command.c == '\\' ? 1 : 0;
-    put_units(editb.e_cur, &unit, 1);
     editb.e_cur++;
     draw(APPEND);
     return After::next_key;
 }
 
 After complete_word(Command &command) {
-    const int room = std::max(editb.e_llimit - 2 - editb.e_eol, 0);
-    const Completion done = complete_at(command.i, room);
+    const Completion done = complete_at(command.i, text_room());
     if (done.tab == Tab::text) return insert(command);
     if (done.tab == Tab::done) return After::next_key;
     const int typed = command.i - done.from;
@@ -114,6 +116,26 @@ After complete_word(Command &command) {
     put_units(command.i, done.unit + typed, done.n - typed);
     command.i += done.n - typed;
     return After::update;
+}
+
+After undo(Command &command) {
+    keep_newest();
+    for (int n = 0; n < command.count; n++) {
+        if (undo_step()) continue;
+        e_ringbell();
+        break;
+    }
+    command.i = editb.e_cur;
+    return After::update;
+}
+
+After control_x_or_undo(Command &command) {
+    const int key = e_gettyped();
+    if (key == ctrl('U')) return undo(command);
+    e_ungetkey(key);
+    if ((key & kPasted) == 0) return control_x(command);
+    e_ringbell();
+    return After::next_key;
 }
 
 After multiply_count(Command &command) {

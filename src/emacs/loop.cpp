@@ -12,6 +12,7 @@
 #include "edit/decode.h"
 #include "edit/prompt.h"
 #include "emacs.h"
+#include "emacs/undo.h"
 #include "emacs_internal.h"
 #include "wait.h"
 
@@ -62,9 +63,19 @@ static constexpr Binding kExtendedBindings[] = {
     {kKeyDelete, delete_ahead},            // deletes the character under the cursor
     {kCtrl | kKeyDelete, as_escape<'d'>},  // deletes to the end of a word
     {ctrl('I'), complete_word},            // completes the word before the cursor
+    {ctrl('P'), older},                    // the command before
+    {kKeyUp, older},                       // the command before
+    {ctrl('N'), newer},                    // the command behind
+    {kKeyDown, newer},                     // the command behind
+    {kKeyPageUp, older_match},             // the one before that begins as the line does
+    {kKeyPageDown, newer_match},           // the one behind that begins so
+    {ctrl('_'), undo},                     // takes the last change back
+    {ctrl('X'), control_x_or_undo},        // ^X ^X, and ^X ^U for the same
     {kPasted | ctrl('J'), end_line},       // a line end in the clipboard ends the line
 };
-static std::span<const Binding> first_bindings;  // chosen once a run
+// State: chosen once a run.
+static std::span<const Binding> first_bindings;
+static bool full_line_ends = true;  // else a key that finds no room rings
 
 void keep_line() {
     kept.any = true;
@@ -78,9 +89,13 @@ void restore_line() {
     kept.any = false;
 }
 
-void put_units(int at, const genchar *units, int n) {
-    if (!text_put(at, units, n)) e_ringbell();
+int line_limit() { return full_line_ends ? capacity - 2 * editb.e_plen : kLineUnits + 2; }
+
+bool put_units(int at, const genchar *units, int n) {
+    const bool fits = text_put(at, units, n);
+    if (!fits) e_ringbell();
     editb.e_eol = text_len();
+    return fits;
 }
 
 void take_units(int at, int n) {
@@ -128,11 +143,24 @@ static const Binding *find_binding(std::span<const Binding> bindings, int key) {
 // A key of the decoder's that is no character, and stands for nothing here.
 static bool strange_key(int c) { return c >= kKeyBase && (c & kPasted) == 0; }
 
+// What was typed, or a change, may have joined characters around the cursor: it goes behind them.
+static int between_clusters(int at) {
+    const int start = cluster_start(editb.e_inbuf, text_len(), at);
+    return start == at ? at : text_ahead(start, 1);
+}
+
 static After run(Command &command) {
     const Binding *binding = find_binding(first_bindings, command.c);
     if (binding == nullptr) binding = find_binding(kBindings, command.c);
+    if (binding == nullptr && !strange_key(command.c)) return insert(command);
+
+    undo_command();
+    command.i = between_clusters(command.i);
+    if (command.i != editb.e_cur) {
+        editb.e_cur = command.i;
+        draw(UPDATE);
+    }
     if (binding != nullptr) return binding->run(command);
-    if (!strange_key(command.c)) return insert(command);
     if ((command.c & kAlt) != 0 && !strange_key(command.c & ~kAlt)) return escape_command(command);
     e_ringbell();
     return After::next_key;
@@ -156,7 +184,7 @@ static After edit_keys() {
             case After::next_key:
                 break;
             case After::update:
-                editb.e_cur = command.i;
+                editb.e_cur = between_clusters(command.i);
                 draw(UPDATE);
                 break;
             case After::drawline:
@@ -180,12 +208,14 @@ static void begin_line() {
     }
     e_row_renewed();
 
-    editb.e_llimit = capacity - 2 * editb.e_plen;
+    editb.e_llimit = line_limit();
     editb.e_cur = editb.e_eol = editb.e_fchar = 0;
     draw(FIRST);
     adjust = -1;
     backslash = 0;
     kept.any = false;
+    undo_line();
+    begin_walk();
     fetch_next_line();
 }
 
@@ -223,7 +253,9 @@ void emacs_begin(bool extended) {
     using namespace emacs;
     first_bindings = {};
     if (extended) first_bindings = kExtendedBindings;
+    full_line_ends = !extended;
     escape_begin(extended);
+    undo_begin(extended);
 }
 
 void emacs_reset_for_test() {

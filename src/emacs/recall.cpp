@@ -12,6 +12,9 @@ namespace emacs {
 static bool fetched = false;
 static histloc fetched_from = {0, 0};
 
+// State: the line being edited, while a command takes its place.
+static KeptLine newest = {false, 0, {}};
+
 bool copy_history_line(TextCopy &copy) {
     char bytes[kLineBuffer];
     if (hist_copy(bytes, editb.e_hline, editb.e_hloff) < 0) return false;
@@ -62,6 +65,105 @@ After uparrow(Command &command) {
     }
     return show_location();
 }
+
+// --- Walks that bring the line being edited back ---
+
+void begin_walk() { newest.any = false; }
+
+void keep_newest() {
+    if (editb.e_hline != editb.e_hismax) return;
+    newest.any = true;
+    newest.cur = editb.e_cur;
+    text_copy(newest.text);
+}
+
+static After newest_back(Command &command) {
+    editb.e_hline = editb.e_hismax;
+    editb.e_hloff = 0;
+    editb.e_eol = text_set(newest.text.unit, newest.any ? newest.text.len : 0);
+    command.i = newest.any ? newest.cur : 0;
+    return After::update;
+}
+
+// Whether the line at `place` can be shown whole.
+static bool recallable(histloc place) {
+    static char bytes[kLineBuffer];
+    return hist_copy(bytes, place.his_command, place.his_line) >= 0 &&
+           static_cast<int>(std::strlen(bytes)) <= Limits.text;
+}
+
+// The first place that can be shown from `place` on, by single steps in the direction `step`;
+// his_command -1 when none is left, e_hismax for the line being edited.
+static histloc shown_from(histloc place, int step) {
+    while (place.his_command >= std::max(editb.e_hismin, 0) && place.his_command < editb.e_hismax) {
+        if (recallable(place)) return place;
+        place = hist_locate(place.his_command, place.his_line, step);
+    }
+    return {place.his_command < editb.e_hismin ? -1 : std::min(place.his_command, editb.e_hismax),
+            0};
+}
+
+static After walk(Command &command, int lines) {
+    histloc to = hist_locate(editb.e_hline, editb.e_hloff, lines);
+    const bool past_oldest = to.his_command < editb.e_hismin;
+    bool past_newest = to.his_command > editb.e_hismax;
+    if (past_newest && editb.e_hline < editb.e_hismax)
+        past_newest =
+            hist_locate(editb.e_hline, editb.e_hloff, lines - 1).his_command > editb.e_hismax;
+    to = past_oldest ? shown_from({oldest_command(), 0}, 1) : shown_from(to, lines < 0 ? -1 : 1);
+    const bool none = to.his_command < 0;
+    if (past_oldest || past_newest || none) e_ringbell();
+    if (none) return After::next_key;
+
+    keep_newest();
+    if (to.his_command == editb.e_hismax) return newest_back(command);
+    location = to;
+    return show_location();
+}
+
+After older(Command &command) { return walk(command, -command.count); }
+
+After newer(Command &command) { return walk(command, command.count); }
+
+// The command next to `number` in the direction `step` that begins with `prefix`; behind the newest
+// of them the line being edited; -1 for none.
+static int next_match(const char *prefix, int number, int step) {
+    const int none = step > 0 && number < editb.e_hismax ? editb.e_hismax : -1;
+    for (;;) {
+        const histloc found = hist_find(prefix, number, 0, step);
+        number = found.his_command;
+        if (number < 0 || number >= editb.e_hismax) return none;
+        const bool first_line = found.his_line == 0 && hist_position(number) >= 0;
+        if (first_line && recallable({number, 0})) return number;
+    }
+}
+
+// The text before the cursor is the prefix, and stays before it.
+static After walk_matches(Command &command, int step) {
+    static char prefix[kLineBuffer];
+    prefix[bytes_from_units(prefix, kLineBuffer - 1, editb.e_inbuf, command.i)] = '\0';
+    int number = editb.e_hline;
+    int left = command.count;
+    for (; left > 0; left--) {
+        const int next = next_match(prefix, number, step);
+        if (next < 0) break;
+        number = next;
+    }
+    if (left > 0) e_ringbell();
+    if (number == editb.e_hline) return After::next_key;
+
+    keep_newest();
+    if (number == editb.e_hismax) return newest_back(command);
+    location = {number, 0};
+    (void)show_location();
+    editb.e_eol = text_len();
+    command.i = std::min(command.i, editb.e_eol);
+    return After::update;
+}
+
+After older_match(Command &command) { return walk_matches(command, -1); }
+
+After newer_match(Command &command) { return walk_matches(command, 1); }
 
 After search_history(Command &command) {
     search(command.count);

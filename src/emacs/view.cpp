@@ -68,7 +68,7 @@ static void come_back() {
         out_row_new();
     }
 
-    editb.e_llimit = capacity - 2 * editb.e_plen;
+    editb.e_llimit = line_limit();
     // A prompt that has grown must not end the line.
     if (!was_full) editb.e_llimit = std::max(editb.e_llimit, editb.e_eol + 2);
     draw(FIRST);
