@@ -100,9 +100,18 @@ struct EscapeBinding {
     int (*run)(int value);  // returns the count for the next command, -1 none
 };
 static constexpr EscapeBinding kEscapeBindings[] = {
-    {' ', mark_here},        {'p', copy_region}, {'f', word_right}, {'d', delete_word},
-    {'c', upper_word},       {'l', lower_word},  {'b', word_left},  {'h', erase_word},
-    {ctrl('H'), erase_word}, {127, erase_word},  {'>', newest},     {'<', oldest},
+    {' ', mark_here},         // set the mark
+    {'p', copy_region},       // copy from the mark to the cursor
+    {'f', word_right},        // word forward
+    {'d', delete_word},       // delete to the end of the word
+    {'c', upper_word},        // change the word to upper case
+    {'l', lower_word},        // change the word to lower case
+    {'b', word_left},         // word back
+    {'h', erase_word},        // delete to the start of the word
+    {ctrl('H'), erase_word},  // delete to the start of the word
+    {127, erase_word},        // delete to the start of the word
+    {'>', newest},            // newest line
+    {'<', oldest},            // oldest line
 };
 
 // The key quotes the ESC, and is then obeyed itself.

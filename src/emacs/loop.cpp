@@ -41,16 +41,34 @@ struct Binding {
     After (*run)(Command &command);
 };
 static constexpr Binding kBindings[] = {
-    {CODE_KILL, kill_line},      {CODE_ERASE, erase},         {CODE_EOF, end_of_file},
-    {ctrl('@'), set_mark},       {ctrl('A'), line_start},     {ctrl('B'), leftarrow},
-    {ctrl('C'), upper_case},     {ctrl('D'), delete_},        {ctrl('E'), line_end},
-    {ctrl('F'), rightarrow},     {ctrl('J'), end_line},       {ctrl('K'), kill_to_end},
-    {ctrl('L'), refresh},        {ctrl('N'), downarrow},      {ctrl('O'), end_line_get_next},
-    {ctrl('P'), uparrow},        {ctrl('R'), search_history}, {ctrl('T'), transpose},
-    {ctrl('U'), multiply_count}, {ctrl('V'), show_version},   {ctrl('W'), delete_region},
-    {ctrl('X'), control_x},      {ctrl('Y'), yank},           {ctrl(']'), find_character},
-    {kKeyUp, uparrow},           {kKeyDown, downarrow},       {kKeyRight, rightarrow},
-    {kKeyLeft, leftarrow},
+    {CODE_KILL, kill_line},          // delete the line
+    {CODE_ERASE, erase},             // delete the character before the cursor
+    {CODE_EOF, end_of_file},         // end of input, on an empty line
+    {ctrl('@'), set_mark},           // set the mark
+    {ctrl('A'), line_start},         // to the start of the line
+    {ctrl('B'), leftarrow},          // character back
+    {ctrl('C'), upper_case},         // change the character to upper case
+    {ctrl('D'), delete_},            // delete the character under the cursor
+    {ctrl('E'), line_end},           // to the end of the line
+    {ctrl('F'), rightarrow},         // character forward
+    {ctrl('J'), end_line},           // enter the line
+    {ctrl('K'), kill_to_end},        // delete to the end of the line, or to a column
+    {ctrl('L'), refresh},            // draw the line again
+    {ctrl('N'), downarrow},          // newer line
+    {ctrl('O'), end_line_get_next},  // enter the line, fetch the one after it
+    {ctrl('P'), uparrow},            // older line
+    {ctrl('R'), search_history},     // search the history
+    {ctrl('T'), transpose},          // exchange two characters
+    {ctrl('U'), multiply_count},     // multiply the count by four
+    {ctrl('V'), show_version},       // show the version
+    {ctrl('W'), delete_region},      // delete from the mark to the cursor
+    {ctrl('X'), control_x},          // twice: exchange cursor and mark
+    {ctrl('Y'), yank},               // put in what was deleted last
+    {ctrl(']'), find_character},     // to the next c, around the end
+    {kKeyUp, uparrow},               // older line
+    {kKeyDown, downarrow},           // newer line
+    {kKeyRight, rightarrow},         // character forward
+    {kKeyLeft, leftarrow},           // character back
 };
 // Before that table in extended mode.
 static constexpr Binding kExtendedBindings[] = {

@@ -117,20 +117,20 @@ struct Command {
     int (*run)(int key);
 };
 static constexpr Command kCommands[] = {
-    {'\n', accept},
-    {ctrl('L'), redraw},
-    {'#', accept_as_comment},
-    {'j', next_line},
-    {'+', next_line},
-    {'k', previous_line},
-    {'-', previous_line},
-    {'/', search_history},
-    {'?', search_history},
-    {'n', search_history},
-    {'N', search_history},
-    {'G', go_to_line},
-    {'U', undo_all},
-    {'u', undo},
+    {'\n', accept},             // enter the line
+    {ctrl('L'), redraw},        // draw the line again
+    {'#', accept_as_comment},   // enter the line as a comment
+    {'j', next_line},           // newer line
+    {'+', next_line},           // newer line
+    {'k', previous_line},       // older line
+    {'-', previous_line},       // older line
+    {'/', search_history},      // search towards older lines
+    {'?', search_history},      // search towards newer lines
+    {'n', search_history},      // search again
+    {'N', search_history},      // search again, the other way
+    {'G', go_to_line},          // to the line with the number before it, to the oldest without
+    {'U', undo_all},            // undo all changes
+    {'u', undo},                // undo the last change
     {kKeyPageUp, older_alike},  // the older command that begins as the line does, up to the cursor
     {kKeyPageDown, newer_alike},  // the newer one
 };

@@ -89,11 +89,26 @@ struct Motion {
     int (*run)(int key, int n);
 };
 static constexpr Motion kMotions[] = {
-    {'h', left},       {ctrl('H'), left},   {'l', right},     {' ', right},
-    {'0', line_start}, {'^', first_word},   {'$', line_end},  {'w', word_forward},
-    {'b', word_back},  {'W', word_forward}, {'B', word_back}, {'e', word_end},
-    {'E', word_end},   {'f', find},         {'F', find},      {'t', find},
-    {'T', find},       {';', find},         {',', find},      {kEscape, sequence},
+    {'h', left},          // character left
+    {ctrl('H'), left},    // character left
+    {'l', right},         // character right
+    {' ', right},         // character right
+    {'0', line_start},    // to the first column
+    {'^', first_word},    // to the first character that is not blank
+    {'$', line_end},      // to the last character
+    {'w', word_forward},  // word forward
+    {'W', word_forward},  // word between blanks forward
+    {'b', word_back},     // word back
+    {'B', word_back},     // word between blanks back
+    {'e', word_end},      // end of a word
+    {'E', word_end},      // end of a word between blanks
+    {'f', find},          // to the next c
+    {'F', find},          // the same, back
+    {'t', find},          // up to the next c
+    {'T', find},          // the same, back
+    {';', find},          // the last find again
+    {',', find},          // the last find, the other way
+    {kEscape, sequence},  // an arrow key behind an operator
 };
 
 int mvcursor(int motion) {

@@ -256,11 +256,26 @@ struct TextCommand {
     int (*run)(Change &change);
 };
 static constexpr TextCommand kCommands[] = {
-    {'A', append_at_end},     {'C', change_to_end}, {'D', delete_to_end},    {'I', insert_at_start},
-    {'P', put_yanked_before}, {'R', overwrite},     {'S', change_line},      {'X', delete_before},
-    {'Y', yank_to_end},       {'_', append_word},   {'a', append_text},      {'c', change_motion},
-    {'d', delete_motion},     {'i', insert_text},   {'p', put_yanked_after}, {'r', replace_one},
-    {'s', substitute_chars},  {'x', delete_here},   {'y', yank_motion},      {'~', toggle_case},
+    {'A', append_at_end},      // append at the end
+    {'C', change_to_end},      // change to the end of the line
+    {'D', delete_to_end},      // delete to the end of the line
+    {'I', insert_at_start},    // insert at the start
+    {'P', put_yanked_before},  // put before the cursor
+    {'R', overwrite},          // overwrite
+    {'S', change_line},        // change the whole line
+    {'X', delete_before},      // delete before the cursor
+    {'Y', yank_to_end},        // copy to the end of the line
+    {'_', append_word},        // append the last word of the last line
+    {'a', append_text},        // append behind the cursor
+    {'c', change_motion},      // change over a motion
+    {'d', delete_motion},      // delete over a motion
+    {'i', insert_text},        // insert before the cursor
+    {'p', put_yanked_after},   // put behind the cursor
+    {'r', replace_one},        // replace one character
+    {'s', substitute_chars},   // change characters
+    {'x', delete_here},        // delete under the cursor
+    {'y', yank_motion},        // copy over a motion
+    {'~', toggle_case},        // change case
 };
 
 int textmod(int c, int mode) {
