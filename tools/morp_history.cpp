@@ -1,25 +1,38 @@
-// morp_history.cpp: prints a history file record by record and checks it.
+// morp_history.cpp: prints, checks, counts and exports a history file, and makes a new one of text.
 //
-// usage: morp-history FILE
+// usage: morp-history [-c | -e | -n] FILE    or    morp-history -i NEW_FILE <TEXT
 //
-// A line for each record: command number, offset, text; a dash stands where a record is no command.
-// Control bytes and bytes from 127 on are shown as \n, \t or \xHH, a backslash is doubled. Damage
-// is reported on standard error with its offset. Exit status 0: sound, 1: damaged or no history
-// file, 2: FILE can't be read or the call is wrong.
+// Without an option a line for each record: command number, offset, text; a dash stands where a
+// record is no command. Control bytes and bytes from 127 on are shown as \n, \t or \xHH, a
+// backslash is doubled. Damage is reported on standard error with its offset. A file is only read;
+// the new one is appended to by the history module itself, under another name until it is whole.
+// Exit status 0: sound, 1: damaged, no history file or a line left out, 2: a file can't be read or
+// made, or the call is wrong.
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <iostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "history/history_internal.h"
 
 namespace {
 
-class Printer {
+// Walks over the records of a file.
+class Reader {
 public:
-    explicit Printer(std::string_view bytes) : bytes_(bytes) {}
+    // `printing`: each record is printed.
+    Reader(std::string_view bytes, bool printing) : bytes_(bytes), printing_(printing) {}
 
     // Returns true when the file is sound.
     bool run() {
@@ -35,10 +48,17 @@ public:
             else
                 record();
         }
-        std::printf("next number %d, %zu bytes, %s\n", number_, bytes_.size(),
-                    sound_ ? "sound" : "damaged");
         return sound_;
     }
+
+    void print_summary() const {
+        if (at_ == 0) return;  // no history
+        std::printf("next number %d, %zu bytes, %s\n", number_, bytes_.size(),
+                    sound_ ? "sound" : "damaged");
+    }
+
+    // Those that stand, oldest first, without their last newline. Views of the file's bytes.
+    const std::vector<std::string_view> &commands() const { return commands_; }
 
 private:
     int byte(std::size_t i) const { return static_cast<unsigned char>(bytes_[i]); }
@@ -49,7 +69,8 @@ private:
         sound_ = false;
     }
 
-    static void line(std::size_t offset, int number, const std::string &text) {
+    void line(std::size_t offset, int number, const std::string &text) const {
+        if (!printing_) return;
         const std::string shown = number != 0 ? std::to_string(number) : "-";
         std::printf("%8s %10zu  %s\n", shown.c_str(), offset, text.c_str());
     }
@@ -120,29 +141,41 @@ private:
                 number_--;
             else
                 damage(start, "no command to cancel");
+            if (!commands_.empty()) commands_.pop_back();
         } else if (text.size() == 1) {
             line(start, 0, readable(text));
             // A lone newline ends a record that was complete all the same.
             if (text != "\n") damage(start, "record of one byte");
         } else {
-            line(start, number_++, readable(text.substr(0, text.size() - 1)));
+            commands_.push_back(text.substr(0, text.size() - 1));
+            line(start, number_++, readable(commands_.back()));
             if (text.back() != '\n') damage(end, "command without its newline");
             if (start % 2 != 0) damage(start, "command at an odd offset");
         }
     }
 
     std::string_view bytes_;
+    bool printing_;
+    std::vector<std::string_view> commands_;
     std::size_t at_ = 0;
     int number_ = 1;  // of the next command
     bool sound_ = true;
 };
 
+// Other processes may be appending: a record of which only the first part is there yet gets time
+// for its rest.
 bool read_file(const char *name, std::string &bytes) {
+    static constexpr int kPatience = 20;
     std::FILE *in = std::fopen(name, "rb");
     if (in == nullptr) return false;
     char block[history::kBlock];
-    std::size_t got;
-    while ((got = std::fread(block, 1, sizeof block, in)) > 0) bytes.append(block, got);
+    for (int i = 0; i < kPatience && (bytes.empty() || bytes.back() != '\0'); i++) {
+        if (i > 0) (void)sched_yield();
+        std::size_t got;
+        while ((got = std::fread(block, 1, sizeof block, in)) > 0) bytes.append(block, got);
+        if (std::ferror(in) != 0) break;
+        std::clearerr(in);  // the end, so that the next look goes beyond
+    }
     const bool complete = std::ferror(in) == 0;
     const int error = errno;
     (void)std::fclose(in);  // it was only read
@@ -150,17 +183,109 @@ bool read_file(const char *name, std::string &bytes) {
     return complete;
 }
 
+int refused(const std::string &what) {
+    std::perror(what.c_str());
+    return 2;
+}
+
+// State of an import: the unfinished file, null when there is none.
+const char *volatile Unfinished = nullptr;
+
+void drop_unfinished() {
+    if (Unfinished != nullptr) (void)unlink(Unfinished);  // nothing else can be done about it
+    Unfinished = nullptr;
+}
+
+void stopped(int sig) {
+    drop_unfinished();
+    (void)std::signal(sig, SIG_DFL);
+    (void)std::raise(sig);
+}
+
+// Records the lines of standard input. False when the file doesn't take them.
+bool record_lines(bool &whole) {
+    // What an editor can bring back is shorter than what a terminal's queue takes.
+    static constexpr std::size_t kLongest = 4094;
+    std::string line;
+    int recorded = 0;
+    for (int number = 1; std::getline(std::cin, line); number++) {
+        const char *fault = line.size() > kLongest                 ? "too long"
+                            : line.find('\0') != std::string::npos ? "a NUL in it"
+                                                                   : nullptr;
+        if (fault != nullptr) {
+            (void)std::fprintf(stderr, "line %d left out: %s\n", number, fault);
+            whole = false;
+        } else if (!line.empty()) {
+            hist_record(line.data(), line.size());
+            if (fc_fix->fixind != ++recorded + 1) return false;
+        }
+    }
+    std::printf("%d commands\n", recorded);
+    return std::ferror(stdin) == 0;
+}
+
+bool same_file(int fd, int other) {
+    struct stat one, two;
+    return fstat(fd, &one) == 0 && fstat(other, &two) == 0 && one.st_dev == two.st_dev &&
+           one.st_ino == two.st_ino;
+}
+
+// Makes `name`, which must not exist, of the lines on standard input. It appears with its last line,
+// so nobody finds, or appends to, half of it.
+int import(const char *name) {
+    std::string unfinished = std::string(name) + ".XXXXXX";
+    if (fcntl(STDIN_FILENO, F_GETFD) < 0) return refused("standard input");
+    // Looked at first for the message alone; link() decides.
+    if (access(name, F_OK) == 0) {
+        errno = EEXIST;
+        return refused(name);
+    }
+    const int fd = mkstemp(unfinished.data());
+    if (fd < 0) return refused(name);
+    Unfinished = unfinished.c_str();
+    for (const int sig : {SIGHUP, SIGINT, SIGTERM}) (void)std::signal(sig, stopped);
+    (void)std::signal(SIGXFSZ, SIG_IGN);  // writing fails then, which is told
+    bool whole = true;
+    // A history that can't be opened gives way to one without a name.
+    if (setenv("Q_VXHISTFILE", unfinished.c_str(), 1) != 0 || setenv("Q_VXHISTSIZE", "0", 1) != 0 ||
+        hist_open() != 0 || !same_file(fd, fileno(fc_fix->fixfd)) || !record_lines(whole) ||
+        link(unfinished.c_str(), name) != 0) {
+        const int error = errno;
+        drop_unfinished();
+        errno = error;
+        return refused(name);
+    }
+    drop_unfinished();
+    return whole ? 0 : 1;
+}
+
+// `what`: 'p' prints, the others are the options.
+int show(const char *name, int what) {
+    std::string bytes;
+    if (!read_file(name, bytes)) return refused(name);
+    Reader reader(bytes, what == 'p');
+    const bool sound = reader.run();
+    if (what == 'p' || what == 'c') reader.print_summary();
+    if (what == 'n') std::printf("%zu\n", reader.commands().size());
+    if (what == 'e')
+        for (const std::string_view text : reader.commands())
+            std::printf("%.*s\n", static_cast<int>(text.size()), text.data());
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) return refused("standard output");
+    return sound ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 2) {
-        (void)std::fputs("usage: morp-history FILE\n", stderr);
+    int what = 'p';
+    int options = 0;
+    for (int c; (c = getopt(argc, argv, "ceni")) != -1; options++) what = c;
+    if (options > 1 || what == '?' || optind != argc - 1) {
+        (void)std::fputs(
+            "usage: morp-history [-c | -e | -n] FILE\n"
+            "       morp-history -i NEW_FILE <TEXT\n",
+            stderr);
         return 2;
     }
-    std::string bytes;
-    if (!read_file(argv[1], bytes)) {
-        std::perror(argv[1]);
-        return 2;
-    }
-    return Printer(bytes).run() ? 0 : 1;
+    return what == 'i' ? import(argv[optind]) : show(argv[optind], what);
 }
