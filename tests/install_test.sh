@@ -52,7 +52,8 @@ morp-history "$work/.petctl_history" | grep -q ' 2 .* hello$' || fail "The histo
 # As text and back it is the same file; one that is there, or has no room, is refused.
 cd "$work"
 morp-history -e .petctl_history >text
-morp-history -i again <text >log && cmp .petctl_history again || fail "Not the history that was text"
+morp-history -i again <text >log
+cmp .petctl_history again || fail "Not the history that was text"
 ! morp-history -i text <.petctl_history 2>log || fail "A file that was there is imported into"
 ! (ulimit -f 0 && morp-history -i small <text >/dev/null 2>&1) || fail "No room, and no complaint"
 [[ $(morp-history -c again) == *sound && $(morp-history -n again) == 3 && ! $(ls small* 2>&-) ]] ||

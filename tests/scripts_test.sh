@@ -23,6 +23,7 @@ printf '#!/bin/sh\necho "ran $*"\n' >"$work/a b/build/release/morp"
 chmod +x "$work/a b/build/release/morp"
 touch "$work/a b/build/release/built"
 with_lib() { bash -c 'set -euo pipefail; source script/lib.sh; "$@"; echo went on' - "$@"; }
+script=$(command -v script) || exit 77
 cd "$work/a b"
 expect "a first configuration" '*went on' with_lib configure release
 mv "$work/a b" "$work/c d"
@@ -47,4 +48,12 @@ expect "no root, no sudo" '*Run as root:*apt-get update*apt-get install*gdb dash
 expect "make in place of ninja" 'went on' with_lib need g++ cmake ninja-build
 installed=
 expect "a program that is built" 'ran -m 0 dash' script/run -m 0 dash
-SHELL=/bin/bash expect "a shell of its own editor" '*script/run -- python3*ran ' script/run
+export SHELL=/bin/bash
+expect "nobody to read it" 'ran ' script/run
+terminal() { "$script" -qec "$*" /dev/null </dev/null; }
+for options in '' '-m 0' --; do
+    expect "a shell of its own editor" "bash has an*script/run -- python3*ran $options*" \
+        terminal script/run "$options"
+done
+SHELL=/bin/dash expect "a shell without one" 'ran *' terminal script/run
+expect "a program" 'ran -m 0 cat*' terminal script/run -m 0 cat
