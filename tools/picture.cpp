@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -44,7 +45,7 @@ struct Picture {
     std::string_view file;
     std::string_view title;
     int rows;
-    std::vector<Step> steps;
+    std::span<const Step> steps;
 };
 
 // Where the user typed.
@@ -56,32 +57,30 @@ struct Typed {
 // In place of keys: `sleep` ends, when it is wanted and not by the clock.
 constexpr std::string_view kWake = "wake";
 
-const Picture kPictures[] = {
-    {"morp.svg",
-     "A session of python3 under morp",
-     12,
-     {
-         {"Q_VXEDITOR=emacs morp -- python3 -I -q\r", ">>> ", "", "any program that reads lines"},
-         {"prices = [3, 10, 47]\r", ">>> ", "", ""},
-         {"sum(prices)\r", ">>> ", "", ""},
-         {"\x10 / 3\r", ">>> ", "^P", "the line before, and more to it"},
-         {"from getpass import getpass\r", ">>> ", "", ""},
-         {"word = getpass()\r", "Password: ", "", ""},
-         {"sesame\r", ">>> ", "", "no echo: passed on, and never recorded"},
-         {"len(word)\r", ">>> ", "", ""},
-         {"\x12pri", ">>> ^Rpri", "^R", "search what was typed, also days ago"},
-     }},
-    {"output.svg",
-     "A background job prints above the line that is being typed",
-     7,
-     {
-         {"Q_VXEDITOR=emacs morp dash\r", "$ ", "", ""},
-         {"say() { printf '\\r%s\\n$ ' \"$*\"; }\r", "$ ", "", ""},
-         {"(sleep 9; say The tea is ready.) &\r", "$ ", "", "a job in the background"},
-         {"git commit -m 'Mend the par", "$ git commit -m 'Mend the par", "", ""},
-         {kWake, "$ git commit -m 'Mend the par", "", "it prints while you type", kCols},
-         {"ser", "$ git commit -m 'Mend the parser", "", "the line steps aside, and goes on", 2},
-     }},
+constexpr Step kMorpSteps[] = {
+    {"Q_VXEDITOR=emacs morp -- python3 -I -q\r", ">>> ", "", "any program that reads lines"},
+    {"prices = [3, 10, 47]\r", ">>> ", "", ""},
+    {"sum(prices)\r", ">>> ", "", ""},
+    {"\x10 / 3\r", ">>> ", "^P", "the line before, and more to it"},
+    {"from getpass import getpass\r", ">>> ", "", ""},
+    {"word = getpass()\r", "Password: ", "", ""},
+    {"sesame\r", ">>> ", "", "no echo: passed on, and never recorded"},
+    {"len(word)\r", ">>> ", "", ""},
+    {"\x12pri", ">>> ^Rpri", "^R", "search what was typed, also days ago"},
+};
+
+constexpr Step kOutputSteps[] = {
+    {"Q_VXEDITOR=emacs morp dash\r", "$ ", "", ""},
+    {"say() { printf '\\r%s\\n$ ' \"$*\"; }\r", "$ ", "", ""},
+    {"(sleep 9; say The tea is ready.) &\r", "$ ", "", "a job in the background"},
+    {"git commit -m 'Mend the par", "$ git commit -m 'Mend the par", "", ""},
+    {kWake, "$ git commit -m 'Mend the par", "", "it prints while you type", kCols},
+    {"ser", "$ git commit -m 'Mend the parser", "", "the line steps aside, and goes on", 2},
+};
+
+constexpr Picture kPictures[] = {
+    {"morp.svg", "A session of python3 under morp", 12, kMorpSteps},
+    {"output.svg", "A background job prints above the line that is being typed", 7, kOutputSteps},
 };
 
 // What a terminal of UTF-8 and colours shows.
