@@ -80,7 +80,7 @@ constexpr Step kOutputSteps[] = {
 
 constexpr Picture kPictures[] = {
     {"morp.svg", "A session of python3 under morp", 12, kMorpSteps},
-    {"output.svg", "A background job prints above the line that is being typed", 7, kOutputSteps},
+    {"output.svg", "A background job prints above the line that is being typed", 5, kOutputSteps},
 };
 
 // What a terminal of UTF-8 and colours shows.
