@@ -57,15 +57,16 @@ static bool is_path(int from, int at) {
     return from < at && (line[from] == '~' || std::find(line + from, line + at, U'/') != line + at);
 }
 
-// Names behind a quote have their blanks and all else.
+// Names behind a quote have their blanks and all else, and end with it; else the last word there may
+// begin one.
 static Place find_names(int word, int quoted, int at) {
     const genchar *const line = editb.e_inbuf;
+    const genchar quote = quoted >= 0 ? line[quoted - 1] : 0;
     if (quoted >= 0) {
-        const genchar quote = line[quoted - 1];
         const int from = quoted + offer_names(line + quoted, at - quoted, quote);
         if (candidates_found() > 0) return {from, true, quote};
     }
-    return {word + offer_names(line + word, at - word, 0), true, 0};
+    return {word + offer_names(line + word, at - word, quote), true, 0};
 }
 
 static Place find_candidates(int at) {

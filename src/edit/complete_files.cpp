@@ -12,6 +12,7 @@
 #include "edit/chars.h"
 #include "edit/complete_internal.h"
 #include "edit/host.h"
+#include "edit/remote.h"
 
 namespace complete {
 
@@ -61,10 +62,11 @@ static int open_folder(std::string_view path) {
     if (len == 0) name[len++] = '.';
     name[len] = '\0';
     constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
-    if (name[0] == '/') return open(name, kFlags);
-    const int base = e_host->open_folder != nullptr ? e_host->open_folder() : -1;
-    const int fd = openat(base < 0 ? AT_FDCWD : base, name, kFlags);
-    if (base >= 0) (void)close(base);  // nothing was written
+    const bool own = name[0] == '/' || e_host->open_folder == nullptr;
+    const int base = own ? AT_FDCWD : e_host->open_folder();
+    if (base == -1) return -1;
+    const int fd = is_remote(base, name) ? -1 : openat(base, name, kFlags);
+    if (!own) (void)close(base);  // nothing was written
     return fd;
 }
 
@@ -83,7 +85,8 @@ static bool is_folder(int folder, int type) {
     char name[kMostBytes + 1];
     name[sole->copy(name, kMostBytes)] = '\0';
     struct stat is = {};
-    return fstatat(folder, name, &is, AT_NO_AUTOMOUNT) == 0 && S_ISDIR(is.st_mode);
+    return !is_remote(folder, name) && fstatat(folder, name, &is, AT_NO_AUTOMOUNT) == 0 &&
+           S_ISDIR(is.st_mode);
 }
 
 // Offers the names of `folder`; those with a line end or the character `quote` could not be written.

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "edit/complete_internal.h"
+#include "edit/remote.h"
 #include "edit/seen.h"
 #include "history.h"
 
@@ -51,6 +52,7 @@ static void take_listed(std::string_view text) {
 static std::size_t offer_file(const char *name, std::size_t left) {
     static char block[64 * 1024];
     // Whatever it is, opening it doesn't wait, and no terminal becomes morp's.
+    if (is_remote(AT_FDCWD, name)) return 0;
     const int fd = open(name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) return 0;
     struct stat is = {};

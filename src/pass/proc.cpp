@@ -6,12 +6,14 @@
 #include <sys/ioctl.h>
 #include <sys/types.h>
 #include <unistd.h>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 
+#include "edit/remote.h"
 #include "run.h"
 
 // True when /proc says that signal `sig` is in the set that `field` of the program's status names,
@@ -61,10 +63,15 @@ bool can_be_continued() {
 int open_program_folder() {
     pid_t group = 0;
     if (ioctl(master_fd, TIOCGPGRP, &group) != 0) group = 0;
-    for (const pid_t pid : {group, Child_pid}) {
+    for (const pid_t pid : {group, Child_pid, getpid()}) {
         if (pid <= 1) continue;
         char path[64];
         (void)snprintf(path, sizeof path, "/proc/%d/cwd", static_cast<int>(pid));
+        char folder[PATH_MAX];
+        const ssize_t n = readlink(path, folder, sizeof folder - 1);  // asks nobody
+        if (n <= 0) continue;
+        folder[n] = '\0';
+        if (is_remote(AT_FDCWD, folder)) return -1;
         const int fd = open(path, O_PATH | O_DIRECTORY | O_CLOEXEC);
         if (fd >= 0) return fd;
     }
