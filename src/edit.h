@@ -182,6 +182,9 @@ void e_write(const char *data, std::size_t len);
 void e_flush();
 // Writes what is queued, then the bell.
 void e_ringbell();
+// Where the line can't be given to the program as it stands, rings, stores the index of the unit that
+// is in the way at `at`, and returns true. To be asked before the line is ended.
+bool e_refused(int *at);
 // Newline, then e_flush.
 void e_crlf();
 // Maps the `len` units at `virt` to the characters that show them, into `phys` (kMaxImage) from

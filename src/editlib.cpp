@@ -72,6 +72,7 @@ static void gather(const char *piece, int len) {
 
 void kread_begin() {
     const bool extended = Extended != 0;
+    opt_flag = get_editor_type();
     limits_begin(extended);
     chars_begin(extended);
     rows_begin(extended);

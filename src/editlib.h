@@ -1,8 +1,8 @@
 // editlib.h: the one door through which an edited line is read.
 #pragma once
 
-// Chooses, once a run and before the first line, what characters and keys are: by the style in
-// opt_flag and, in extended mode, by the user's locale.
+// Chooses, once a run and before the first line, what characters and keys are: by the style,
+// which goes into opt_flag, and in extended mode by the user's locale.
 void kread_begin();
 // Reads one line from `fd` into `line` (kLineBuffer bytes; `n`, at most Limits.capacity, are
 // used) with the editor of the style in opt_flag. Returns its length in bytes, 0 when input ended

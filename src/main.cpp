@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "edit/chars.h"
+#include "editlib.h"
 #include "extended.h"
 #include "msg.h"
 #include "pass.h"
@@ -99,6 +101,9 @@ int morp_main(int argc, char **argv) {
     }
     suspended_tty = Tty_original;
     terminal_open();
+    kread_begin();
+    // The program's terminal erases whole characters in what it reads unedited.
+    if (chars_utf8()) pty_input_flags = IUTF8;
     signal_catch(SIGCHLD, sig_trap_general);
     const pid_t pid = pty_fork(&master_fd, program);
     // The waits for a program to take a line are short; the program, started already, keeps its

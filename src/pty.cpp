@@ -19,6 +19,7 @@
 static constexpr std::size_t kNameSize = 26;
 static char pty_name[kNameSize];
 static char pty_name_slave[kNameSize];
+tcflag_t pty_input_flags = 0;
 static int pty_slavefd = -1;  // in the child only
 static int Start_pipe = -1;   // read end of the report pipe, -1 once the report is in
 static pid_t Parent = 0;      // morp, for the child
@@ -36,7 +37,7 @@ int pty_master() {
 }
 
 int pty_slave(int master) {
-    const int fd = open(pty_name_slave, O_RDWR);
+    const int fd = open(pty_name_slave, O_RDWR | O_CLOEXEC);
     if (fd < 0) {
         const int err = errno;
         (void)close(master);
@@ -85,13 +86,16 @@ int pty_open_peer(int master) {
         child_fail(report, 1);
     }
     (void)close(master);
-    if (tty_info_set(pty_slavefd, &Tty_original) != 0) {
+    tty_info settings = Tty_original;
+    settings.tty_termios.c_iflag |= pty_input_flags;
+    if (tty_info_set(pty_slavefd, &settings) != 0) {
         message_format("%s: problem setting 'stty' settings on pty", Program_name);
         child_fail(report, 1);
     }
     // With a standard descriptor closed at the start, the slave or the pipe may sit on one of them.
     if (report <= STDERR_FILENO) report = fcntl(report, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (pty_slavefd <= STDERR_FILENO) pty_slavefd = fcntl(pty_slavefd, F_DUPFD, STDERR_FILENO + 1);
+    if (pty_slavefd <= STDERR_FILENO)
+        pty_slavefd = fcntl(pty_slavefd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     bool placed = pty_slavefd >= 0;
     for (int fd = 0; fd <= STDERR_FILENO && placed; fd++) placed = dup2(pty_slavefd, fd) == fd;
     if (!placed) {

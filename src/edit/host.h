@@ -2,6 +2,8 @@
 // the host of the program morp; a test, a benchmark or a fuzz target brings its own.
 #pragma once
 
+#include "morp_defs.h"
+
 // How a wait for a key ended.
 enum class KeyWait { ready, interrupted, taken, late };
 
@@ -17,6 +19,9 @@ struct EditHost {
     // Opens the working directory of the program that is in the foreground, where file names that
     // the user types are looked up: a descriptor for openat, or -1. Null: it is morp's own.
     int (*open_folder)() = nullptr;
+    // The first of the `n` units of a line that can't be given to the program, which gets none of it
+    // then; -1 where all can. Null: all can.
+    int (*refused)(const genchar *units, int n) = nullptr;
 };
 // Set before the first line is read.
 extern const EditHost *e_host;

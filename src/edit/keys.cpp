@@ -7,6 +7,7 @@
 
 #include "edit.h"
 #include "edit/host.h"
+#include "edit/text.h"
 #include "edit_internal.h"
 #include "extended.h"
 #include "wait.h"
@@ -76,6 +77,14 @@ void e_flush() {
 void e_ringbell() {
     e_write(bellchr, 1);
     write_queued();
+}
+
+bool e_refused(int *at) {
+    const int found = e_host->refused != nullptr ? e_host->refused(editb.e_inbuf, text_len()) : -1;
+    if (found < 0) return false;
+    *at = found;
+    e_ringbell();
+    return true;
 }
 
 void e_crlf() {

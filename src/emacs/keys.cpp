@@ -162,7 +162,8 @@ After show_version(Command & /*command*/) {
     return After::next_key;
 }
 
-After end_line(Command & /*command*/) {
+After end_line(Command &command) {
+    if (e_refused(&command.i)) return After::update;
     draw(FINAL);
     e_crlf();
     e_reset_prime();
@@ -170,9 +171,12 @@ After end_line(Command & /*command*/) {
 }
 
 After end_line_get_next(Command &command) {
-    location = {editb.e_hline, editb.e_hloff};
+    const histloc here = {editb.e_hline, editb.e_hloff};
+    const After after = end_line(command);
+    if (after != After::finish) return after;
+    location = here;
     CntrlO = 1;
-    return end_line(command);
+    return after;
 }
 
 After end_of_file(Command & /*command*/) {

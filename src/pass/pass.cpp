@@ -10,18 +10,17 @@
 #include "child.h"
 #include "edit.h"
 #include "edit_wait.h"
-#include "editlib.h"
 #include "extended.h"
 #include "keyboard.h"
 #include "marks.h"
 #include "mode.h"
 #include "msg.h"
+#include "obeyed.h"
 #include "output.h"
 #include "ploop.h"
 #include "proc.h"
 #include "run.h"
 #include "tty.h"
-#include "utils.h"
 #include "wait.h"
 #include "waits.h"
 
@@ -37,15 +36,15 @@ static void sig_trap_general(int sig) { progdone = sig; }
 
 static constexpr long kHungUpRetry = 100 * kMillisecond;
 
-const EditHost pass_host = {pass_wait_key, pass_look_for_key, open_program_folder};
+const EditHost pass_host = {pass_wait_key, pass_look_for_key, open_program_folder,
+                            pass_first_refused};
 
 void pass_all(int _fd) {
     static int fd;  // still valid after the jump
     fd = _fd;
     e_host = &pass_host;
     Between_writes = pass_forward_waiting_signal;
-    opt_flag = get_editor_type();
-    kread_begin();
+    obeyed_begin(Extended != 0);
     marks_begin(Extended != 0 && Dumb_terminal == 0);
     want_editing(Mode_vesk_init);
     constexpr int kKeyboardSignals[] = {SIGTSTP, SIGINT, SIGQUIT};

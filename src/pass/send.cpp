@@ -20,6 +20,7 @@
 
 #include "mode.h"
 #include "morp_defs.h"
+#include "obeyed.h"
 #include "output.h"
 #include "pace.h"
 #include "tty.h"
@@ -172,6 +173,8 @@ static Written send_whole(int fd, int peer, const struct termios &found, const c
     return result;
 }
 
+static std::size_t as_size(int n) { return static_cast<std::size_t>(n); }
+
 // `peer` is -1 where the slave can't be opened. Returns the number of bytes done with, or -1.
 static int send_through(int fd, int peer, const char *line, int len) {
     struct termios found = {};
@@ -179,15 +182,20 @@ static int send_through(int fd, int peer, const char *line, int len) {
     const int terminal = peer >= 0 ? peer : fd;
     if (tcgetattr(terminal, &found) != 0 || tty_echo_get(terminal, &echo_old) != 0) return -1;
     const bool busy = program_is_busy();
-    const bool newline = line[len - 1] == '\n';
-    const bool whole = busy || has_line_end(found, line, newline ? len - 1 : len);
+    const bool end = is_end_of_file(found, line, len);
+    const int body = line[len - 1] == '\n' ? len - 1 : len;
+    const Quoted out = end ? Quoted{line, len} : quote_obeyed(found, line, len);
+    // What is quoted ends no line.
+    const bool whole = busy || (out.len > len ? memchr(line, '\n', as_size(body)) != nullptr
+                                              : has_line_end(found, line, body));
     Written result = {0, false};
-    if (echo_old == 0 || is_end_of_file(found, line, len))
-        result = write_line(fd, found, line, len);
+    if (echo_old == 0 || end)
+        result = write_line(fd, found, out.bytes, out.len);
     else if (whole)
-        result = send_whole(fd, peer, found, line, len);
+        result = send_whole(fd, peer, found, out.bytes, out.len);
     else
-        result = send_split(fd, peer, found, line, len);
+        result = send_split(fd, peer, found, out.bytes, out.len);
+    if (!end) result.bytes = quoted_done(found, line, len, result.bytes);
     if (result.bytes > 0) Line_is_open = !has_line_end(found, line + result.bytes - 1, 1);
     if (result.bytes == len && !Line_is_open && !busy) line_sent();
     if (result.dropped) return len;

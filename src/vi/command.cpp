@@ -67,9 +67,17 @@ static int search_history(int key) {
     return RESULT_GOOD;
 }
 
-static int accept(int) { return RESULT_ENTER; }
+// True, with the cursor there, where something in the line keeps it from the program.
+static bool refused() {
+    const bool any = e_refused(&editb.e_cur);
+    if (any) refresh(MODE_CONTROL);
+    return any;
+}
+
+static int accept(int) { return refused() ? RESULT_GOOD : RESULT_ENTER; }
 
 static int accept_as_comment(int) {
+    if (refused()) return RESULT_GOOD;
     if (editb.e_cur != -1) {
         // A comment that lost its last character does less harm than a command that lost its mark.
         if (editb.e_eol + 1 >= Limits.text) {

@@ -279,6 +279,15 @@ static void begin_insertion() {
     editb.e_cur = cur;
 }
 
+// Ends the line, but where the program can't get it: then input goes on at what is in the way.
+static After enter(int &mode) {
+    int at = 0;
+    if (mode == MODE_SEARCH || !e_refused(&at)) return finish(mode);
+    (void)end_typing(mode);
+    go_on_at(at);
+    return After::refresh;
+}
+
 // The key behind ^V is text. A NUL can't be.
 static After quoted_key(int &mode) {
     const int c = e_gettext();
@@ -309,7 +318,7 @@ static After obey(int c, int &mode) {
         case kKeyDelete:
             return delete_here(mode);
         case '\n':
-            return finish(mode);
+            return enter(mode);
         case '\t':
             return tab_key(mode);
         case kEscape:
