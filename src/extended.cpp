@@ -9,12 +9,12 @@
 int Extended = 0;
 int Dumb_terminal = 0;
 
-static constexpr LineLimits kShortLines = {kLineCapacity, kLineCapacity - 1, kKeyboardBuffer - 1,
-                                           kKeyboardBuffer, kMaxLine};
+static constexpr LineLimits kShortLines = {kLineCapacity,   kLineCapacity - 1, kKeyboardBuffer - 1,
+                                           kKeyboardBuffer, kMaxLine,          true};
 static constexpr int kLongText =
     kLineBuffer - 2;  // newline or NUL behind it, and one byte to spare
-static constexpr LineLimits kLongLines = {kLongText + 1, kLongText, kLongText, 2 * kLineBuffer,
-                                          kLongText + 2};
+static constexpr LineLimits kLongLines = {kLongText + 1,   kLongText,     kLongText,
+                                          2 * kLineBuffer, kLongText + 2, false};
 
 LineLimits Limits = kShortLines;
 

@@ -20,6 +20,7 @@ struct LineLimits {
     int room;      // of text that an editor's buffer takes for a moment
     int joint;     // prompt and text in an emacs style stay below it
     int copy;      // a copy of a history command, its NUL included
+    bool ends;     // vi: a full line is sent, marked as to be continued; else a key rings there
 };
 extern LineLimits Limits;
 

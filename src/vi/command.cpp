@@ -6,9 +6,6 @@
 
 namespace vi {
 
-// State: the bell has rung for what is being pasted.
-static bool paste_rung = false;
-
 static int previous_line(int) {
     walk_older(MODE_CONTROL);
     return RESULT_GOOD;
@@ -31,7 +28,7 @@ static int newer_alike(int) {
 
 static int go_to_line(int) {
     const int target = repeat_set != 0 ? editb.e_repeat : editb.e_hismin + 1;
-    if (target <= editb.e_hismin || target > editb.e_hismax) {
+    if (target <= editb.e_hismin || target > editb.e_hismax || !recallable(target)) {
         e_ringbell();
         return RESULT_GOOD;
     }
@@ -80,9 +77,10 @@ static int accept_as_comment(int) {
     if (refused()) return RESULT_GOOD;
     if (editb.e_cur != -1) {
         // A comment that lost its last character does less harm than a command that lost its mark.
-        if (editb.e_eol + 1 >= Limits.text) {
-            text_take(Limits.text - 1, text_len() - (Limits.text - 1));
-            editb.e_eol = Limits.text - 2;
+        while (editb.e_eol + 1 >= Limits.text || line_room() < 1) {
+            const int at = start_at(editb.e_eol);
+            text_take(at, text_len() - at);
+            editb.e_eol = at - 1;
         }
         editb.e_cur = -1;
         insert('#');
@@ -180,7 +178,7 @@ static int run_command(int c) {
     if (command != nullptr)
         result = command->run(c);
     else
-        e_ringbell();
+        ring_for_key();
     editb.e_repeat = 1;
     return result;
 }
@@ -206,20 +204,15 @@ static void enter() {
         sync_cursor();
 }
 
-// Whether `key` is part of something pasted. It is no command: the bell rings once for all of it.
+// A pasted key is no command, and makes one fail that it would belong to. The bell rings once for
+// the whole paste.
 static bool drop_pasted(int key) {
-    const bool pasted = (key & kPasted) != 0 && key > 0;
-    if (pasted && !paste_rung) e_ringbell();
-    paste_rung = pasted;
+    const bool pasted = key > 0 && (key & kPasted) != 0;
+    if (pasted) ring_for_key();
     return pasted;
 }
 
-// A key behind the first of a command. One that is pasted makes the command fail, which rings.
-static int rest_of_command(int key) {
-    if (key < 0 || (key & kPasted) == 0) return key;
-    paste_rung = true;
-    return kKeyUnknown;
-}
+static int rest_of_command(int key) { return drop_pasted(key) ? kKeyNothing : key; }
 
 static int key_behind_count() { return rest_of_command(e_getkey()); }
 

@@ -12,10 +12,10 @@ namespace vi {
 
 int columns_of(int count) { return row_column(std::min(count, text_len())); }
 
-// The last column of the character under the cursor: that of the image when the image was cut
-// before it, 0 without such a character.
-static int cursor_column() {
-    const int cols = columns_of(editb.e_cur + 1);
+// The last column of what ends before index `end`, where the cursor is: that of the image when the
+// image was cut before it, 0 without any.
+static int cursor_column(int end) {
+    const int cols = columns_of(end);
     return cols > 0 ? cols - 1 : 0;
 }
 
@@ -85,7 +85,7 @@ void refresh_now(int mode) {
         return;
     }
     refresh_owed = false;
-    const int col = cursor_column();
+    const int col = cursor_column(behind ? editb.e_cur + 1 : end_at(editb.e_cur));
     scroll_to(col);
     row_want_line(win_first());
     editb.e_peol = row_columns() - 1;
@@ -128,7 +128,7 @@ void sync_cursor() {
         refresh(MODE_CONTROL);
         return;
     }
-    const int col = cursor_column();
+    const int col = cursor_column(end_at(editb.e_cur));
     if (col < win_first() || col >= win_first() + editb.e_wsize) {
         forget_window();
         refresh(MODE_CONTROL);

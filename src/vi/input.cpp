@@ -10,6 +10,9 @@ namespace vi {
 
 bool fetched = false;
 
+// State: the paste for which the bell has rung, 0 none.
+static int paste_rung = 0;
+
 // State: the cursor was moved, and what is typed now is an insertion of its own.
 static bool moved = false;
 
@@ -18,13 +21,27 @@ enum class After { refresh, next_key, commands, done };
 
 // Judged by the line itself: the image may be out of date.
 bool line_full() {
+    if (!Limits.ends) return false;
     return editb.e_eol >= editb.e_llimit || columns_of(editb.e_eol + 1) - 1 >= editb.e_llimit;
 }
 
+bool fits(const genchar *units, int n) {
+    return Limits.ends || bytes_of_units(units, n) <= line_room();
+}
+
+void ring_for_key() {
+    const int paste = decode_in_paste() ? decode_pastes() : 0;
+    if (paste == 0 || paste != paste_rung) e_ringbell();
+    paste_rung = paste;
+}
+
 void insert(int c) {
-    if (editb.e_eol + 1 >= Limits.text) return;
+    if (Limits.ends && editb.e_eol + 1 >= Limits.text) return;
     const genchar unit = static_cast<genchar>(c & ~kPasted);
-    if (!text_put(editb.e_cur + 1, &unit, 1)) return;
+    if (bytes_of_units(&unit, 1) > line_room() || !text_put(editb.e_cur + 1, &unit, 1)) {
+        ring_for_key();
+        return;
+    }
     editb.e_eol++;
     editb.e_cur++;
 }
@@ -90,8 +107,7 @@ static After text_key(int c, int &mode) {
 static After tab_key(int &mode) {
     if (mode != MODE_APPEND) return text_key('\t', mode);
     const int at = editb.e_cur + 1;
-    const int room = std::max(editb.e_llimit - 1 - columns_of(editb.e_eol + 1), 0);
-    const Completion done = complete_at(at, room);
+    const Completion done = complete_at(at, line_room());
     if (done.tab == Tab::text) return text_key('\t', mode);
     if (done.tab == Tab::done) return After::next_key;
     const int typed = at - done.from;

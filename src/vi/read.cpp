@@ -25,7 +25,7 @@ static int highest_limit() { return Limits.capacity - 3; }
 // What one line needs, empty at its start.
 struct Buffers {
     char prompt[80];
-    char Lsearch[kMaxLine];
+    char Lsearch[kLineBuffer];
     genchar Physical[kMaxImage];
     TextCopy Ubuf;
     TextCopy ubuf;
@@ -99,7 +99,7 @@ static void begin(int fd, int nchar) {
     Line.prompt[0] = Line.Lsearch[0] = '\0';
     Line.Physical[0] = 0;
     Line.Ubuf.len = Line.ubuf.len = 0;  // longer than a line mostly is: not written to in vain
-    text_begin(Limits.room, Limits.room);
+    text_begin(Limits.room + 1, Limits.room + 1);
     Row.start = 0;
     Row.cut = -1;
     editb.e_prompt = Line.prompt;

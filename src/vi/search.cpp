@@ -26,8 +26,8 @@ int search(int mode) {
     if (typed) read_pattern(mode);
     if (editb.e_cur == -1) return -2;
 
-    char pattern[kMaxLine];
-    const int len = bytes_from_units(pattern, kMaxLine - 1, editb.e_inbuf + 1, editb.e_eol);
+    char pattern[kLineBuffer];
+    const int len = bytes_from_units(pattern, kLineBuffer - 1, editb.e_inbuf + 1, editb.e_eol);
     pattern[std::max(len, 0)] = '\0';
     if (!typed || editb.e_eol == 0) {
         del_line(RESULT_BAD);
@@ -36,7 +36,10 @@ int search(int mode) {
     const int towards = mode == 'N' ? -direction : direction;
     int from = editb.e_hline;
     if (towards > 0 && from >= editb.e_hismax) from = editb.e_hismin + 1;
-    const int found = hist_find(pattern, from, 1, towards).his_command;
+    int found = from;
+    do {
+        found = hist_find(pattern, found, 1, towards).his_command;
+    } while (found >= 0 && !recallable(found));
     if (found < 0) return -1;
     editb.e_hline = found;
     strcpy(editb.e_search, pattern);

@@ -38,7 +38,7 @@ void replace(int c, int increment) {
     }
     const int taken = end_at(editb.e_cur) - editb.e_cur;
     const int freed = editb.e_cur < 0 ? 0 : bytes_of_units(editb.e_inbuf + editb.e_cur, taken);
-    if (bytes_of_units(&stored, 1) > freed + text_room()) {
+    if (bytes_of_units(&stored, 1) > freed + line_room()) {
         e_ringbell();
         return;
     }
@@ -54,8 +54,13 @@ void cursor_behind() {
 
 // Puts `text` in behind the cursor, as often as `count` says or as there is room.
 static void put_text(const TextCopy &text, int count) {
-    for (; count > 0 && !line_full(); count--)
+    for (; count > 0 && !line_full(); count--) {
+        if (!fits(text.unit, text.len)) {
+            e_ringbell();
+            break;
+        }
         for (int i = 0; i < text.len; i++) append(static_cast<int>(text.unit[i]), MODE_APPEND);
+    }
     // Nothing went in before the first character: the line is not empty for that.
     if (editb.e_cur == -1 && editb.e_eol >= 0) editb.e_cur = 0;
     editb.e_cur = start_at(editb.e_cur);
@@ -228,7 +233,8 @@ static int toggle_case(Change &) {
         return RESULT_GOOD;
     }
     // What is joined to it stays.
-    if (!text_over(editb.e_cur, &other, 1)) e_ringbell();
+    const int more = bytes_of_units(&other, 1) - bytes_of_units(&unit, 1);
+    if (more > line_room() || !text_over(editb.e_cur, &other, 1)) e_ringbell();
     if (next <= editb.e_eol) editb.e_cur = next;
     refresh(MODE_CONTROL);
     return RESULT_GOOD;
@@ -239,14 +245,18 @@ static int append_word(Change &) {
     char words[kLineBuffer];
     genchar units[kLineBuffer];
     const char *word = hist_word(words, repeat_set != 0 ? editb.e_repeat : -1);
-    if (word == nullptr || *word == '\0') {
+    int len = 0;
+    if (word != nullptr && *word != '\0') {
+        units[len++] = ' ';
+        len +=
+            units_from_bytes(units + len, kLineBuffer - len, word, static_cast<int>(strlen(word)));
+    }
+    if (len == 0 || !fits(units, len)) {
         e_ringbell();
         refresh(MODE_CONTROL);
         return RESULT_GOOD;
     }
     cursor_behind();
-    append(' ', MODE_APPEND);
-    const int len = units_from_bytes(units, kLineBuffer, word, static_cast<int>(strlen(word)));
     for (int i = 0; i < len; i++) append(static_cast<int>(units[i]), MODE_APPEND);
     return MODE_APPEND;
 }

@@ -87,12 +87,19 @@ void VIgetline(int mode);
 // Puts `c` into the line behind the cursor and the cursor on it; MODE_REPLACE overwrites the next
 // character. A full line stays as it is.
 void append(int c, int mode);
-// The same without the limit of the line: as long as the newline still fits in the buffer.
+// The same without the limit of the line: as long as the newline still fits in the buffer. In
+// extended mode what doesn't fit rings.
 void insert(int c);
+// Bytes that can still be put, with room left for the blank behind the line.
+inline int line_room() { return text_room() - 1; }
+// Whether the `n` units at `units` can be put as a whole, where that matters.
+bool fits(const genchar *units, int n);
+// Rings, but once only for all keys of a paste.
+void ring_for_key();
 // Reads a count of which `c` is the first digit, with `next`, multiplies it into e_repeat and
 // returns the key after.
 int getcount(int c, int (*next)());
-// Whether the line, or the columns that show it, have reached e_llimit.
+// Whether the line, or the columns that show it, have reached e_llimit, where that ends it.
 bool line_full();
 
 // walk.cpp: through the history, with the cursor as `mode`, MODE_CONTROL or MODE_INPUT, wants it.
@@ -105,6 +112,8 @@ void walk_show(int mode);
 // e_repeat commands up or down. They ring where there are no more.
 void walk_older(int mode);
 void walk_newer(int mode);
+// Whether `command` can be shown: in extended mode one that is longer than a line is out of reach.
+bool recallable(int command);
 // To the next command that begins with the line's first prefix_len units; the cursor stays.
 void walk_older_alike(int mode);
 void walk_newer_alike(int mode);
@@ -116,7 +125,7 @@ int cntlmode();
 int command_of(int key);
 // Leaves the row for the next one, with the prompt on it.
 void next_row();
-// Reads a key that belongs to a command already begun, as e_gettyped; kKeyUnknown for a pasted one.
+// Reads a key that belongs to a command already begun, as e_gettyped; kKeyNothing for a pasted one, which has rung.
 int command_argument();
 
 // textmod.cpp Carries out `c` if it is a command that changes or yanks text; `mode` is 0, or `c`

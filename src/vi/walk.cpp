@@ -59,11 +59,25 @@ void walk_show(int mode) {
     refresh(mode);
 }
 
+bool recallable(int command) {
+    if (Limits.ends) return true;
+    static char bytes[kLineBuffer];
+    return hist_copy(bytes, command, -1) >= 0 && static_cast<int>(strlen(bytes)) <= Limits.text;
+}
+
+// The first command from `command` on, by steps of `step`, that can be shown, as far as any has
+// text.
+static int shown_from(int command, int step) {
+    while (command > editb.e_hismin && command < editb.e_hismax && !recallable(command))
+        command += step;
+    return command;
+}
+
 void walk_older(int mode) {
     walk_keep(mode);
-    editb.e_hline -= editb.e_repeat;
+    editb.e_hline = shown_from(editb.e_hline - editb.e_repeat, -1);
     if (editb.e_hline <= editb.e_hismin) {
-        editb.e_hline = editb.e_hismin + 1;
+        editb.e_hline = shown_from(editb.e_hismin + 1, 1);
         e_ringbell();
         return;
     }
@@ -73,7 +87,7 @@ void walk_older(int mode) {
 
 void walk_newer(int mode) {
     const bool away = editb.e_hline < editb.e_hismax;
-    editb.e_hline += editb.e_repeat;
+    editb.e_hline = shown_from(editb.e_hline + editb.e_repeat, 1);
     if (editb.e_hline > editb.e_hismax) {
         editb.e_hline = editb.e_hismax;
         e_ringbell();
@@ -94,7 +108,10 @@ static int find_alike(int towards, int mode) {
     char prefix[kLineBuffer];
     const int len = bytes_from_units(prefix, kLineBuffer - 1, editb.e_inbuf, prefix_len);
     prefix[len] = '\0';
-    const int found = hist_find(prefix, editb.e_hline, 0, towards).his_command;
+    int found = editb.e_hline;
+    do {
+        found = hist_find(prefix, found, 0, towards).his_command;
+    } while (found >= 0 && !recallable(found));
     return found < editb.e_hismax && found > editb.e_hismin ? found : -1;
 }
 
