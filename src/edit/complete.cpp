@@ -115,7 +115,7 @@ static Completion complete_word(int at, int room, bool again) {
     const Completion none = {Tab::done, at, nullptr, 0};
     const Completion completion = candidates_found() > 0 ? what_goes_in(place, at) : none;
     if (completion.tab == Tab::replace && !too_long(completion, at, room)) return completion;
-    if (completion.tab == Tab::done && again && candidates_found() > 1)
+    if (completion.tab == Tab::done && again && candidates_found() > 0)
         show_candidates();
     else
         e_ringbell();
