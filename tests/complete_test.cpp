@@ -102,7 +102,7 @@ TEST_F(Tabs, WordsOfTheOutput) {
         complete_begin(true);
         const auto text = [](std::string of) {
             // {c*n}: c, n times.
-            for (std::size_t at; (at = of.find('{')) != of.npos;) {
+            for (std::size_t at; (at = of.find('{')) != std::string::npos;) {
                 const std::size_t end = of.find('}', at);
                 const auto n = std::stoul(of.substr(at + 3, end - at - 3));
                 of.replace(at, end - at + 1, std::string(n, of[at + 1]));

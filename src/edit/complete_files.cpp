@@ -56,7 +56,7 @@ static int open_folder(std::string_view path) {
         if (len == 0) return -1;
         path.remove_prefix(user.size() + 1);
     }
-    if (path.size() + 2 > sizeof name - len || path.find('\0') != path.npos) return -1;
+    if (path.size() + 2 > sizeof name - len || path.find('\0') != std::string_view::npos) return -1;
     path.copy(name + len, path.size());
     len += path.size();
     if (len == 0) name[len++] = '.';
@@ -101,7 +101,8 @@ static void read_names(int folder, std::string_view word, genchar quote) {
             const auto *entry = reinterpret_cast<const dirent64 *>(block + at);
             at += entry->d_reclen;
             const std::string_view name = entry->d_name;
-            if (is_hidden(name, word) || name.find_first_of(unfit) != name.npos) continue;
+            if (is_hidden(name, word) || name.find_first_of(unfit) != std::string_view::npos)
+                continue;
             if (candidates_offer(name, 0)) type = entry->d_type;
         }
     }

@@ -83,7 +83,7 @@ static std::string_view read_table() {
 
 static bool any_remote(std::string_view mounts) {
     // A line of its own for each: " - " stands in front of the type.
-    for (std::size_t at = 0; (at = mounts.find(" - ", at)) != mounts.npos; at += 3)
+    for (std::size_t at = 0; (at = mounts.find(" - ", at)) != std::string_view::npos; at += 3)
         if (is_remote_type(mounts.substr(at + 3))) return true;
     return false;
 }
@@ -157,8 +157,8 @@ bool is_remote(int folder, const char *name) {
         len = static_cast<std::size_t>(n);
         path[len++] = '/';
     }
-    const std::size_t size = std::strlen(name);
-    if (size > sizeof path - len) return true;
-    std::memcpy(path + len, name, size);
-    return leads_there(mounts, path, len + size);
+    const std::string_view rest = name;
+    if (rest.size() > sizeof path - len) return true;
+    len += rest.copy(path + len, rest.size());
+    return leads_there(mounts, path, len);
 }
