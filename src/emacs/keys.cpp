@@ -112,8 +112,8 @@ After complete_word(Command &command) {
     if (done.tab == Tab::text) return insert(command);
     if (done.tab == Tab::done) return After::next_key;
     const int typed = command.i - done.from;
+    if (!put_units(command.i, done.unit + typed, done.n - typed)) return After::next_key;
     (void)text_over(done.from, done.unit, typed);  // where letters change case
-    put_units(command.i, done.unit + typed, done.n - typed);
     command.i += done.n - typed;
     return After::update;
 }

@@ -9,15 +9,15 @@
 
 namespace emacs {
 
-struct Place {
+struct UndoPlace {
     int cursor;
     histloc where;
 };
-struct Step {
-    Place before;
+struct UndoStep {
+    UndoPlace before;
     int changes;
 };
-struct Change {
+struct UndoChange {
     int at;
     int taken;  // units that stood there
     int put;    // units in their place
@@ -28,7 +28,8 @@ static constexpr int kMostTyped = 20;  // characters of one step
 static constexpr int kSteps = 512;
 static constexpr int kChanges = 512;
 static constexpr int kUnits = 4608;
-static_assert(kSteps * sizeof(Step) + kChanges * sizeof(Change) + kUnits * sizeof(genchar) <=
+static_assert(kSteps * sizeof(UndoStep) + kChanges * sizeof(UndoChange) +
+                  kUnits * sizeof(genchar) <=
               32 * 1024);
 static_assert(kUnits >= kLineUnits);
 
@@ -36,21 +37,21 @@ static_assert(kUnits >= kLineUnits);
 static bool Following = false;
 
 // State of the line: three stacks, the oldest step first in each.
-static Step Steps[kSteps];
-static Change Changes[kChanges];
+static UndoStep Steps[kSteps];
+static UndoChange Changes[kChanges];
 static genchar Units[kUnits];  // what the changes have taken
 static int Step_count = 0;
 static int Change_count = 0;
 static int Unit_count = 0;
 
 // State of the step under way.
-static Place Before;            // it
+static UndoPlace Before;        // it
 static bool Open = false;       // it has changed something, and is the newest of Steps
 static bool Too_large = false;  // what it changes can't be kept
 static int Typed = 0;           // characters that were typed in it, 0 when it is a command's
 static int Paste = 0;           // the paste that they come from
 
-static Place here() { return {editb.e_cur, {editb.e_hline, editb.e_hloff}}; }
+static UndoPlace here() { return {editb.e_cur, {editb.e_hline, editb.e_hloff}}; }
 
 // Takes the first `n` of `count` elements out.
 template <class T>
@@ -79,9 +80,9 @@ static void open_step() {
 }
 
 // The last change of the step, where one at `at` touches it.
-static Change *touched(int at) {
+static UndoChange *touched(int at) {
     if (Steps[Step_count - 1].changes == 0) return nullptr;
-    Change &last = Changes[Change_count - 1];
+    UndoChange &last = Changes[Change_count - 1];
     return at >= last.at && at <= last.at + last.put ? &last : nullptr;
 }
 
@@ -97,7 +98,7 @@ static void follow(int at, int taken, const genchar * /*units*/, int put) {
 
     std::copy_n(editb.e_inbuf + at + own, fresh, Units + Unit_count);
     Unit_count += fresh;
-    if (Change *const last = touched(at); joins) {
+    if (UndoChange *const last = touched(at); joins) {
         last->taken += fresh;
         last->put += put - own;
         return;
@@ -118,11 +119,11 @@ void undo_line() {
 
 // Whether the step under way has left everything as it was, as a search given up does.
 static bool changed_nothing() {
-    const Step &step = Steps[Step_count - 1];
+    const UndoStep &step = Steps[Step_count - 1];
     const histloc &where = step.before.where;
     if (where.his_command != editb.e_hline || where.his_line != editb.e_hloff) return false;
     if (step.changes != 1) return false;
-    const Change &change = Changes[Change_count - 1];
+    const UndoChange &change = Changes[Change_count - 1];
     return change.taken == change.put && std::equal(Units + Unit_count - change.taken,
                                                     Units + Unit_count, editb.e_inbuf + change.at);
 }
@@ -146,10 +147,10 @@ void undo_typing(int paste) {
 
 bool undo_step() {
     if (Step_count == 0) return false;
-    const Step &step = Steps[--Step_count];
+    const UndoStep &step = Steps[--Step_count];
     Text_watch = nullptr;
     for (int i = 0; i < step.changes; i++) {
-        const Change &change = Changes[--Change_count];
+        const UndoChange &change = Changes[--Change_count];
         Unit_count -= change.taken;
         text_take(change.at, change.put);
         (void)text_put(change.at, Units + Unit_count, change.taken);  // it was there before
