@@ -71,12 +71,15 @@ int decode_end(Decoder &decoder, genchar *out) {
 }
 
 // The character that the held bytes are was completed. Where writing it gives other bytes they
-// would not arrive as they were typed, and stay bytes.
+// would not arrive as they were typed, and stay bytes; so does what the library takes for a
+// character beyond the last one.
 static int take_character(Decoder &decoder, wchar_t wc, genchar *out) {
     char bytes[kCharacterBytes];
     out[0] = static_cast<genchar>(wc);
     const int n = encode(out[0], bytes);
-    if (n != decoder.held || memcmp(bytes, decoder.bytes, static_cast<std::size_t>(n)) != 0)
+    const bool exists = !Utf8 || out[0] <= 0x10ffff;
+    if (!exists || n != decoder.held ||
+        memcmp(bytes, decoder.bytes, static_cast<std::size_t>(n)) != 0)
         return decode_end(decoder, out);
     decoder = {};
     return 1;
