@@ -28,7 +28,8 @@ card() {
     sed -n "/^### $1 style/,/^##/p" README.md | grep -v '^##\|^`' | cut -c1-26
 }
 of_manual() {
-    sed -nE "/^.Sh (EDITING IN ${1^^} STYLE|EXTENDED MODE)/,/^.Sh/s/^.It (Ic )?//p" man/morp.1 |
+    sed -nE "/^.Sh/h; G; /\n.Sh (EDITING IN ${1^^} STYLE|EXTENDED MODE)/s/^.It (Ic )?(.*)\n.*/\2/p" \
+        man/morp.1 |
         sed -E 's/ (Ns )?Ar [a-z]+//g; s/ (Ns|Ic) / /g; s/ ,( |$)/ /g; s/\\&//g' | words
 }
 # has WHAT LIST NEEDED: every word of the latter is one of the list.
