@@ -33,6 +33,9 @@ else
     dpkg-deb -x "$deb" "$work/root"
 fi
 usr=$work/root/usr
+version=$(dpkg-deb -f "$deb" Version)
+grep -aq "@(#)morp ${version%-*}" "$usr/bin/morp" || fail "The program is of another version"
+[[ $(grep -m1 '^## ' "$root/CHANGELOG.md") == "## ${version%-*} "* ]] || fail "No word of the changes"
 ls "$usr"/share/doc/morp/{README.md,copyright,changelog.gz,changelog.Debian.gz} >/dev/null
 for module in main pass ploop msg pty tty utils editlib edit history emacs vi; do
     grep -aq "@(#)morp $module " "$usr/bin/morp" || fail "No version of the module $module in it"
