@@ -17,6 +17,8 @@
 #include "extended.h"
 #include "history.h"
 #include "morp_defs.h"
+#include "msg.h"
+#include "run.h"
 #include "utils.h"
 #include "vi.h"
 
@@ -33,6 +35,7 @@ static int Typed_len = 0;
 
 // State: chosen once a run.
 static bool Repeats_recorded = true;
+static bool Refusal_told = false;
 
 void kread_forget() { Typed_len = 0; }
 
@@ -80,6 +83,28 @@ void kread_begin() {
     decode_begin(!extended, opt_flag == kStyleVi ? EscapeKey::key : EscapeKey::prefix);
     emacs_begin(extended);
     Repeats_recorded = !extended;
+    Refusal_told = extended;
+}
+
+static bool is_control(char c) { return byte_of(c) < ' ' || byte_of(c) == 127; }
+
+// Names the history that could not be used, above the line that is about to begin.
+static void tell_refusal() {
+    const char *why;
+    const char *name = hist_refused(&why);
+    if (name == nullptr) return;
+    message_format("%s: can't use the history: %s: %s", Program_name, why, name);
+    const std::size_t len = strlen(Message_buf);
+    std::replace_if(Message_buf, Message_buf + len, is_control, '?');
+    if (isatty(STDERR_FILENO) == 0) {
+        (void)fprintf(stderr, "%s\n", Message_buf);  // nowhere left to report a failure
+        return;
+    }
+    e_above_begin();
+    e_write(Message_buf, len);
+    e_write("\n", 1);
+    e_above_end();
+    e_flush();
 }
 
 bool kread_has_line() { return emacs_has_line(); }
@@ -90,6 +115,7 @@ int kread(int fd, char *line, int n) {
         beenhere = 1;
         (void)hist_open();  // without a history the editors find none
         opt_flag = get_editor_type();
+        if (Refusal_told) tell_refusal();
     }
     int result;
     switch (edited ? opt_flag & 15 : 0) {

@@ -26,6 +26,8 @@ extern fixcmd *fc_fix;  // null while no history is open
 // Opens the history named by Q_VXHISTFILE, or a temporary one. Returns 0 when one is open
 // afterwards, -1 when none could be opened.
 int hist_open();
+// The name that hist_open was given and could not use, null when none; `*why` says for what reason.
+const char *hist_refused(const char **why);
 // Indexes what was appended to the file since the last look.
 void hist_eof();
 // Ends the command whose text was just written to fixfd, and indexes it.

@@ -8,7 +8,6 @@
 #include "edit/chars.h"
 #include "edit/complete_internal.h"
 #include "edit/prompt.h"
-#include "extended.h"
 #include "tty.h"
 
 namespace complete {
@@ -79,42 +78,19 @@ static void write_rows(const std::string_view *names, const Layout &layout) {
     }
 }
 
-// Makes room on the cursor's row, which holds the prompt and nothing else. Returns false where the
-// prompt stays there, since it can't be written again.
-static bool take_row() {
-    if (editb.e_crlf == 0) {
-        if (out_row_column() != 0) write_text("\n");
-        return false;
-    }
-    write_text("\r");
-    if (Dumb_terminal == 0) {
-        write_text("\033[K");
-    } else {
-        write_blanks(e_window(editb.e_fd));
-        write_text("\r");
-    }
-    return true;
-}
-
 void show_candidates() {
     const std::string_view *names = nullptr;
     const int count = candidates_sorted(&names);
     const Layout layout = lay_out(names, count);
     e_view->step_off();
-    const bool again = take_row();
+    e_above_begin();
     write_rows(names, layout);
     if (const int more = candidates_found() - layout.shown; more > 0) {
         char text[32];
         (void)snprintf(text, sizeof text, "... and %d more\n", more);
         write_text(text);
     }
-    if (again) {
-        e_rewrite_prompt();
-        out_row_forget();
-    } else {
-        e_reset_prime();
-        out_row_new();
-    }
+    e_above_end();
     e_view->come_back();
     e_flush();
 }

@@ -5,6 +5,7 @@
 #include "edit.h"
 #include "edit/edit_internal.h"
 #include "edit/prompt.h"
+#include "extended.h"
 #include "history.h"
 
 // State: filled by output, emptied when a line has been finished with a newline.
@@ -97,13 +98,47 @@ void e_setup(int fd, int prompt_size) {
     e_new_prompt(prompt_size);
 }
 
-void e_rewrite_prompt() {
-    char prompt[256];
+// Asks for the prompt in `prompt`, without the line's own buffer.
+static void look_at_prompt(char *prompt, int size) {
     char *const kept = editb.e_prompt;
     editb.e_prompt = prompt;
-    e_new_prompt(sizeof prompt);
+    e_new_prompt(size);
     editb.e_prompt = kept;
+}
+
+void e_rewrite_prompt() {
+    char prompt[256];
+    look_at_prompt(prompt, sizeof prompt);
     if (editb.e_crlf == 0) return;
     e_write(prompt, strlen(prompt));
     e_flush();
+}
+
+// Clears the cursor's row, which holds the prompt and nothing else.
+static void clear_prompt() {
+    e_write("\r", 1);
+    if (Dumb_terminal == 0) return e_write("\033[K", 3);
+    for (int i = e_window(editb.e_fd); i > 0; i--) e_write(" ", 1);
+    e_write("\r", 1);
+}
+
+void e_above_begin() {
+    if (e_view == nullptr) {
+        char prompt[256];
+        look_at_prompt(prompt, sizeof prompt);
+    }
+    if (editb.e_crlf != 0)
+        clear_prompt();
+    else if (out_row_column() != 0)
+        e_write("\n", 1);
+}
+
+void e_above_end() {
+    if (editb.e_crlf != 0) {
+        e_rewrite_prompt();
+        out_row_forget();
+    } else {
+        e_reset_prime();
+        out_row_new();
+    }
 }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -29,6 +30,11 @@ static const char histfname[10] = "./history";  // behind HOME, without Q_VXHIST
 
 // State: the stream's buffer, in use from hist_open on.
 static char stream_buffer[kStreamBuffer];
+
+// State: the name that could not be used, and the system's reason; 0: it is another file.
+static const char *Refused = nullptr;
+static int Refused_errno = 0;
+static char Fallback[4096];  // longer names don't exist for the kernel
 
 // Writes where a failure does no harm that a reader would not survive.
 static void try_write_at(int fd, const unsigned char *data, std::size_t size, long offset) {
@@ -61,14 +67,20 @@ static bool claim_file(int fd, long size) {
 // Opens the file `name`. Returns its descriptor, -1 when it can't be used.
 static int open_named(const char *name) {
     struct stat st;
+    Refused = name;
+    Refused_errno = 0;
     // Even opening a pipe or a device may have an effect on others.
     if (stat(name, &st) == 0 && !S_ISREG(st.st_mode)) return -1;
     const int fd = open(name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
-    if (fd < 0) return -1;
+    if (fd < 0) {
+        Refused_errno = errno;
+        return -1;
+    }
     if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
         claim_file(fd, static_cast<long>(st.st_size))) {
         // Fails for a file that belongs to somebody else, who then decides who may read it.
         if ((st.st_mode & 07777) != 0600) (void)fchmod(fd, 0600);
+        Refused = nullptr;
         return fd;
     }
     close(fd);
@@ -86,12 +98,11 @@ static int open_temporary() {
 }
 
 static int open_file() {
-    char fallback[4096];  // longer names don't exist for the kernel
     const char *name = std::getenv("Q_VXHISTFILE");
     const char *home = std::getenv("HOME");
     if (name == nullptr && home != nullptr) {
-        const int length = std::snprintf(fallback, sizeof fallback, "%s%s", home, histfname);
-        if (length >= 0 && static_cast<std::size_t>(length) < sizeof fallback) name = fallback;
+        const int length = std::snprintf(Fallback, sizeof Fallback, "%s%s", home, histfname);
+        if (length >= 0 && static_cast<std::size_t>(length) < sizeof Fallback) name = Fallback;
     }
     const int fd = name != nullptr && *name != '\0' ? open_named(name) : -1;
     return fd >= 0 ? fd : open_temporary();
@@ -250,6 +261,12 @@ int hist_open() {
     fc_fix->fixmax = fixmax;
     history::index_open(ring - 1);
     return 0;
+}
+
+const char *hist_refused(const char **why) {
+    using namespace history;
+    *why = Refused_errno != 0 ? strerror(Refused_errno) : "Not a history of morp's";
+    return Refused;
 }
 
 void hist_flush() {
