@@ -92,11 +92,7 @@ int pty_open_peer(int master) {
         message_format("%s: problem setting 'stty' settings on pty", Program_name);
         child_fail(report, 1);
     }
-    // With a standard descriptor closed at the start, the slave or the pipe may sit on one of them.
-    if (report <= STDERR_FILENO) report = fcntl(report, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (pty_slavefd <= STDERR_FILENO)
-        pty_slavefd = fcntl(pty_slavefd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    bool placed = pty_slavefd >= 0;
+    bool placed = true;
     for (int fd = 0; fd <= STDERR_FILENO && placed; fd++) placed = dup2(pty_slavefd, fd) == fd;
     if (!placed) {
         message_format("%s: dup error when trying to create shell", Program_name);
