@@ -23,7 +23,9 @@
 [[gnu::used]] static const char kVersion[] = "@(#)morp ploop 1.0";
 
 // There is something to begin a line with, without another key.
-static bool line_begun_ahead() { return editb.e_index > 0 || (Vesk_on != 0 && kread_has_line()); }
+static bool line_begun_ahead() {
+    return keyboard_wanted() && (editb.e_index > 0 || (Vesk_on != 0 && kread_has_line()));
+}
 
 // A program may print its question, turn its echo off and read, without a word in between. The
 // driver of the user's terminal, which echoes what it collects, would go on showing the answer:
@@ -74,7 +76,7 @@ static bool forward_signal(int fd) {
 // Serves keyboard and program after a wait. `held`: set when keys have to wait for the line before.
 // True when keys were served.
 static bool serve(int fd, const struct pollfd *fds, bool *held) {
-    bool keys = fds[kKeyboardSlot].revents != 0 || (line_begun_ahead() && keyboard_wanted());
+    bool keys = fds[kKeyboardSlot].revents != 0 || line_begun_ahead();
     if (keys && line_look(fd)) {
         *held = true;
         keys = false;
@@ -102,17 +104,14 @@ static bool serve(int fd, const struct pollfd *fds, bool *held) {
 // How long the main loop may sleep. `held`: keys wait for the line before.
 static long longest_sleep(bool held) {
     if (held) return line_next_look();
-    if (line_begun_ahead() && keyboard_wanted()) return 0;
+    if (line_begun_ahead()) return 0;
     line_idle();
     return until_look();
 }
 
 void pass_loop(int fd) {
     bool held = false;
-    // What happened before the SIGCHLD catcher was there.
-    const enum_child_state state = check_child_state();
-    if (state == e_StateGone) Child_dead = 1;
-    if (state == e_StateStopped) handle_child_stop(SIGCHLD, sig_trap_sigcld);
+    sig_trap_sigcld(SIGCHLD);  // what happened before that catcher was there
     while (Child_dead == 0 && master_fd >= 0) {
         assert_user_mode();
         draw_after_resume();
