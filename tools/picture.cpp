@@ -58,15 +58,17 @@ struct Typed {
 constexpr std::string_view kWake = "wake";
 
 constexpr Step kMorpSteps[] = {
-    {"Q_VXEDITOR=emacs morp -- python3 -I -q\r", ">>> ", "", "any program that reads lines"},
-    {"prices = [3, 10, 47]\r", ">>> ", "", ""},
-    {"sum(prices)\r", ">>> ", "", ""},
-    {"\x10 / 3\r", ">>> ", "^P", "the line before, and more to it"},
-    {"from getpass import getpass\r", ">>> ", "", ""},
-    {"word = getpass()\r", "Password: ", "", ""},
-    {"sesame\r", ">>> ", "", "no echo: passed on, and never recorded"},
-    {"len(word)\r", ">>> ", "", ""},
-    {"\x12pri", ">>> ^Rpri", "^R", "search what was typed, also days ago"},
+    {"export Q_VXEDITOR=emacs Q_VXEXTENDED=1\r", "$ ", "", "once, in the profile of the shell"},
+    {"morp -- python3 -I -q\r", ">>> ", "", "any program that reads lines"},
+    {"import sys; sys.ps1 = '\\33[32m茶\\33[m> '\r", "茶> ", "", ""},
+    {"prices = {'緑茶 🍵': 380, 'pão': 290}\r", "茶> ", "", "any character, a prompt in colours"},
+    {"sum(pri", "茶> sum(pri", "", ""},
+    {"\t", "茶> sum(prices", "TAB", "a word that was typed or printed"},
+    {".values())\r", "茶> ", "", ""},
+    {"\x1b[A / 2\r", "茶> ", "Up", "the line before, and more to it"},
+    {"import getpass; word = getpass.getpass()\r", "Password: ", "", ""},
+    {"sesame\r", "茶> ", "", "no echo: passed on, and never recorded"},
+    {"\x12pri", "茶> ^Rpri", "^R", "search what was typed, also days ago"},
 };
 
 constexpr Step kOutputSteps[] = {
@@ -79,7 +81,7 @@ constexpr Step kOutputSteps[] = {
 };
 
 constexpr Picture kPictures[] = {
-    {"morp.svg", "A session of python3 under morp", 12, kMorpSteps},
+    {"morp.svg", "A session of python3 under morp", 11, kMorpSteps},
     {"output.svg", "A background job prints above the line that is being typed", 5, kOutputSteps},
 };
 
@@ -300,7 +302,7 @@ std::string make_picture(const Picture &picture) {
             canvas.follow(s.output());
             return s.mark() > mark && canvas.cursor() != at && canvas.typed_so_far() == step.shown;
         });
-        s.wait_asleep();
+        if (s.mode() != harness::Mode::original) s.wait_asleep();
         canvas.follow(s.output());
     }
     return draw(picture, canvas, typed);
