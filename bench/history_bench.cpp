@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdlib>
 
 #include "history.h"
@@ -62,6 +63,23 @@ BENCHMARK_CAPTURE(search_big, newer, "nowhere to be found", 1, 1)->Unit(benchmar
 BENCHMARK_CAPTURE(search_big, two_letters, "zz", 1, -1)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(search_big, nearly, "grep -n patterns", 1, -1)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(search_big, at_the_start, "ls", 0, -1)->Unit(benchmark::kMillisecond);
+
+// What a key of a search that follows its text costs, letters in either case: all commands have the
+// text, the oldest alone, none.
+static void search_key(benchmark::State &state, const char *text) {
+    (void)setlocale(LC_CTYPE, "C.UTF-8");
+    hist_begin(true);
+    search_big(state, text, 1, -1);
+    hist_begin(false);
+}
+BENCHMARK_CAPTURE(search_key, common, "grep")->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(search_key, rare, "pattern7 src")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_key, none, "nowhere")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_key, one_letter, "z")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_key, two_letters, "nz")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_key, nearly, "grep -n patterns")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_key, capital, "Grep")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(search_key, beyond_ascii, "привет")->Unit(benchmark::kMillisecond);
 
 static void search_newest(benchmark::State &state) {
     open_history("1000000");

@@ -82,6 +82,7 @@ void kread_begin() {
     complete_begin(extended);
     decode_begin(!extended, opt_flag == kStyleVi ? EscapeKey::key : EscapeKey::prefix);
     emacs_begin(extended);
+    hist_begin(extended);
     Repeats_recorded = !extended;
     Refusal_told = extended;
 }

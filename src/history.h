@@ -39,11 +39,18 @@ void hist_record(const char *text, std::size_t len);
 
 // Offset of command `n`, or -1 when the ring does not hold it. Needs an open history.
 long hist_position(int n);
+// Chooses, once a run, whether a lower-case letter of a text that is looked for anywhere in a command
+// stands for both cases, by the C library. Needs no call where it doesn't.
+void hist_begin(bool either_case);
 // Finds `string` from command `index1` (not searched itself) on, towards newer commands when
 // `direction` is positive, else towards older ones; anywhere in a command when `flag` is not 0,
 // else at its start. Returns the command and the line on which the match ends; his_command -1 when
 // none.
 histloc hist_find(const char *string, int index1, int flag, int direction);
+// The same anywhere in a command, through some MiB of the history, which take a few milliseconds:
+// when there is more, his_command is kHistGoesOn and the search goes on from *index1.
+inline constexpr int kHistGoesOn = -2;
+histloc hist_find_part(const char *string, int *index1, int direction);
 // Copies command `command` into `s1`: its line `line` (from 0), or all lines when -1, the final
 // newline dropped. Stores at most Limits.copy - 1 characters and a NUL (258 bytes, kLineBuffer in extended
 // mode); null only counts. Returns the lines passed, -1 without a history.

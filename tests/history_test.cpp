@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -209,6 +210,57 @@ TEST(History, WritersAtOnceLoseAndTearNothing) {
     open(Path, "20000");
     for (int back = 0; back < fc_fix->fixind - 1; back++) seen.insert(last_but(back));
     EXPECT_TRUE(seen == expected && fc_fix->fixind == kWriters * kLines + 1);
+}
+
+// Texts of pieces, so that every kind of stretch is looked for; compared piece by piece.
+TEST(History, LowerCaseLettersStandForBothCases) {
+    static const std::string kPieces[][2] = {{"a", "A"}, {"b", "B"},   {"é", "É"},  {"ÿ", "Ÿ"},
+                                             {"ı", "I"}, {"A", ""},    {"É", ""},   {"-", ""},
+                                             {"日", ""}, {"\xff", ""}, {"\xc3", ""}};
+    unsigned random = 1;
+    const auto below = [&random](unsigned n) {
+        random = random * 1'103'515'245 + 12'345;
+        return random / 65'536 % n;
+    };
+    const auto is_in = [](const std::string &text, const std::vector<unsigned> &needle) {
+        for (std::size_t from = 0; from < text.size(); from++) {
+            std::size_t at = from;
+            for (const unsigned piece : needle)
+                for (const std::string &look : kPieces[piece])
+                    if (at <= text.size() && !look.empty() &&
+                        text.compare(at, look.size(), look) == 0) {
+                        at += look.size();
+                        break;
+                    } else if (&look != kPieces[piece]) {
+                        at = text.size() + 1;
+                    }
+            if (at <= text.size()) return true;
+        }
+        return false;
+    };
+    ASSERT_NE(setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+    hist_begin(true);
+    open_with(kHeader);
+    std::vector<std::string> commands = {""};
+    for (int n = 1; n < 120; n++) {
+        commands.emplace_back("x");
+        for (unsigned i = below(9); i > 0; i--) commands.back() += kPieces[below(11)][below(2)];
+        record(commands.back());
+    }
+    for (int round = 0; round < 3000; round++) {
+        std::vector<unsigned> needle;
+        std::string text;
+        for (unsigned i = below(4) + 1; i > 0; i--) {
+            needle.push_back(below(11));
+            text += kPieces[needle.back()][0];
+        }
+        int want = fc_fix->fixind - 1;
+        while (want > 0 && !is_in(commands[std::size_t(want)], needle)) want--;
+        ASSERT_EQ(std::max(hist_find(text.c_str(), fc_fix->fixind, 1, -1).his_command, 0), want)
+            << text;
+    }
+    hist_begin(false);
+    setlocale(LC_CTYPE, "C");
 }
 
 TEST(History, WordsAndPlaces) {

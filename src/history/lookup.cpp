@@ -6,6 +6,7 @@
 
 #include "extended.h"
 #include "history/history_internal.h"
+#include "history/needle.h"
 #include "morp_defs.h"
 
 namespace history {
@@ -64,44 +65,12 @@ static void copy_text(int n, Copy &copy) {
 
 // --- Searching ---
 
-struct Needle {
-    const char *text;
-    std::size_t length;  // 1 at least
-    bool anywhere;
-};
-
 // Command -1 means no match. `end` is the file offset behind the matched text.
 struct Match {
     int command;
     long end;
 };
 static constexpr Match kNoMatch = {-1, 0};
-
-// Bytes too frequent in commands to look for them alone.
-static bool is_frequent(char c) { return std::strchr("etaoinsrlcdpmu -./", c) != nullptr; }
-
-// memmem is slow with two bytes: memchr for the rarer of them takes a fraction of the time.
-static const unsigned char *find_pair(const unsigned char *data, std::size_t size,
-                                      const char *text) {
-    const std::size_t rare = is_frequent(text[0]) && !is_frequent(text[1]) ? 1 : 0;
-    const std::size_t other = 1 - rare;
-    for (std::size_t i = rare; i < size;) {
-        const void *hit = std::memchr(data + i, text[rare], size - i);
-        if (hit == nullptr) break;
-        const auto at = static_cast<std::size_t>(static_cast<const unsigned char *>(hit) - data);
-        if (at - rare + 1 < size && data[at - rare + other] == byte_of(text[other]))
-            return data + at - rare;
-        i = at + 1;
-    }
-    return nullptr;
-}
-
-// The needle's first place in the `size` bytes at `data`, or null.
-static const unsigned char *find_text(const unsigned char *data, std::size_t size,
-                                      const Needle &needle) {
-    if (needle.length == 2) return find_pair(data, size, needle.text);
-    return static_cast<const unsigned char *>(memmem(data, size, needle.text, needle.length));
-}
 
 // Last command in [`first`, `last`] that starts at or before the file offset `at`.
 static int command_at(long at, int first, int last) {
@@ -133,14 +102,14 @@ static Match match_inside(const Needle &needle, int first, int last, std::size_t
     const long base = ring_start(first);
     Match found = kNoMatch;
     for (std::size_t from = 0; from < size;) {
-        const unsigned char *hit = find_text(Block + from, size - from, needle);
-        if (hit == nullptr) break;
-        const auto at = static_cast<std::size_t>(hit - Block);
+        const Hit hit = needle_find(needle, Block + from, size - from);
+        if (hit.at == nullptr) break;
+        const auto at = static_cast<std::size_t>(hit.at - Block);
         const int n = command_at(base + static_cast<long>(at), first, last);
         const auto start = static_cast<std::size_t>(ring_start(n) - base);
         // Behind a NUL it is no longer the command's text.
         if (std::memchr(Block + start, 0, at - start) == nullptr) {
-            found = {n, base + static_cast<long>(at + needle.length)};
+            found = {n, base + static_cast<long>(at + hit.length)};
             if (step > 0) break;
         }
         if (n == last) break;
@@ -160,24 +129,34 @@ static Match match_long(const Needle &needle, int n) {
             nul != nullptr
                 ? static_cast<std::size_t>(static_cast<const unsigned char *>(nul) - Block)
                 : got;
-        const unsigned char *hit = find_text(Block, text, needle);
-        if (hit != nullptr) {
-            const long at = hit - Block;
+        needle_see_block(text);
+        const Hit hit = needle_find(needle, Block, text);
+        if (hit.at != nullptr) {
+            const long at = hit.at - Block;
             if (!needle.anywhere && at != 0) return kNoMatch;
-            return {n, pos + at + static_cast<long>(needle.length)};
+            return {n, pos + at + static_cast<long>(hit.length)};
         }
         if (!needle.anywhere || nul != nullptr || got < kBlock) return kNoMatch;
-        pos += static_cast<long>(kBlock - (needle.length - 1));
+        pos += static_cast<long>(kBlock - (needle.most - 1));
     }
     return kNoMatch;
 }
 
-// Searches the commands `low` to `high`, which all have text; the first match in the direction
-// `step` (1 or -1) counts.
-static Match match_range(const Needle &needle, int low, int high, int step) {
+// Commands, all of which have text; none when `low` is above `high`.
+struct Range {
+    int low;
+    int high;
+};
+
+// Searches the commands of `range`; the first match in the direction `step` (1 or -1) counts. When
+// about `most` bytes have been looked at, the commands that are left stay in `range`.
+static Match match_range(const Needle &needle, Range &range, int step, long most) {
     static constexpr long kMostRoom = static_cast<long>(kBlock);
+    int &low = range.low;
+    int &high = range.high;
     // Most searches end within the first few commands.
-    for (long room = kMostRoom / 16; low <= high; room = std::min(2 * room, kMostRoom)) {
+    for (long room = kMostRoom / 16; low <= high && most > 0;
+         room = std::min(2 * room, kMostRoom)) {
         // As many commands as there is room for, one at least.
         int first = low;
         int last = high;
@@ -187,12 +166,14 @@ static Match match_range(const Needle &needle, int low, int high, int step) {
             first = command_at(ring_start(high + 1) - room - 1, low - 1, high) + 1;
         first = std::min(first, high);
         last = std::max(last, low);
+        most -= span_of(first, last);
         Match match;
         if (span_of(first, last) > kMostRoom) {
             match = match_long(needle, first);
         } else {
             const std::size_t size =
                 read_at(ring_start(first), Block, static_cast<std::size_t>(span_of(first, last)));
+            needle_see_block(size);
             match = needle.anywhere ? match_inside(needle, first, last, size, step)
                                     : match_starts(needle, first, last, size, step);
         }
@@ -219,23 +200,39 @@ static int count_newlines(long from, long to) {
 
 }  // namespace history
 
-histloc hist_find(const char *string, int index1, int flag, int direction) {
-    static constexpr histloc kNone = {-1, 0};
-    if (fc_fix == nullptr) return kNone;
-    const int step = direction > 0 ? 1 : -1;
-    const int bound = step > 0 ? fc_fix->fixind : std::max(fc_fix->fixind - fc_fix->fixmax, 1);
-    if (step > 0 ? index1 >= bound : index1 <= bound) return kNone;
-    // Nothing is found in every command, also in one without text.
-    const history::Needle needle = {string, std::strlen(string), flag != 0};
-    if (needle.length == 0) return {index1 + step, 0};
-    // Longer than what is read at a time is longer than any command that can be typed.
-    if (needle.length >= history::kBlock) return kNone;
+static constexpr histloc kNone = {-1, 0};
 
-    const int low = std::max(step > 0 ? index1 + 1 : bound, history::ring_low());
-    const int high = std::min(step > 0 ? bound : index1 - 1, fc_fix->fixind - 1);
-    const history::Match match = history::match_range(needle, low, high, step);
-    if (match.command < 0) return kNone;
+// Finds the needle beyond command `from`. When it has looked at about `most` bytes in vain, `from` is
+// the command looked at last and the result's command kHistGoesOn.
+static histloc find_from(const history::Needle &needle, int &from, int step, long most) {
+    const int bound = step > 0 ? fc_fix->fixind : std::max(fc_fix->fixind - fc_fix->fixmax, 1);
+    if (step > 0 ? from >= bound : from <= bound) return kNone;
+    // Nothing is found in every command, also in one without text.
+    if (needle.length == 0) return {from + step, 0};
+    if (needle.most == 0) return kNone;
+
+    history::Range range = {std::max(step > 0 ? from + 1 : bound, history::ring_low()),
+                            std::min(step > 0 ? bound : from - 1, fc_fix->fixind - 1)};
+    const history::Match match = history::match_range(needle, range, step, most);
+    if (match.command < 0) {
+        if (range.low > range.high) return kNone;
+        from = step > 0 ? range.low - 1 : range.high + 1;
+        return {kHistGoesOn, 0};
+    }
     return {match.command, history::count_newlines(history::ring_start(match.command), match.end)};
+}
+
+histloc hist_find(const char *string, int index1, int flag, int direction) {
+    if (fc_fix == nullptr) return kNone;
+    const history::Needle needle = history::needle_of(string, flag != 0);
+    return find_from(needle, index1, direction > 0 ? 1 : -1, LONG_MAX);
+}
+
+histloc hist_find_part(const char *string, int *index1, int direction) {
+    static constexpr long kPart = 4L * 1024 * 1024;
+    if (fc_fix == nullptr) return kNone;
+    const history::Needle needle = history::needle_of(string, true);
+    return find_from(needle, *index1, direction > 0 ? 1 : -1, kPart);
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): the copy is stored through it
