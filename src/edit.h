@@ -60,7 +60,7 @@ struct edit {
     int e_cur;    // index of the character under the cursor
     int e_eol;    // emacs: one past the last character. vi: the last character, -1 when empty
     int e_fchar;  // emacs: the mark, an index in e_inbuf. vi: character of the last find, -1 none
-    TextCopy *e_tmp;     // emacs: kill buffer. vi: last inserted text
+    TextCopy *e_tmp;     // emacs: the newest kill. vi: last inserted text
     char *e_search;      // last search text: emacs 256, vi kLineBuffer
     int e_peol;          // vi: last column of the line's image, -1 when empty
     int e_mode;          // vi: count of the last text-modifying command

@@ -20,7 +20,7 @@ rows() {
 # names: the keys of such rows as the lists write them, a dash in place of a blank.
 names() {
     sed -E "/kPasted/d; s/^(ESC )?(.*), [a-z_]+(<.*>)?\},? .*/\1\2/
-        s/ctrl\('(.)'\)/^\1/; s/\^I$/TAB/; s/'\\\\n'/Enter/; s/' '/space/; s/'(.)'/\1/
+        s/ctrl\('(.)'\)/^\1/; s/\^I$/TAB/; s/'\\\\n'/Enter/; s/' '/space/; s/kAlt \| '(.)'/ESC \1/; s/'(.)'/\1/
         s/kCtrl \| /Ctrl-/; s/kAlt \| /Alt-/; s/kShift \| /Shift-/; s/kKey//; s/kEscape/ESC/; s/127/DEL/; s/CODE_(.*)/\L\1/" | words
 }
 # The keys in a style's card, and in its lists in the manual.

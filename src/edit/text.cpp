@@ -64,6 +64,10 @@ int text_set(const genchar *units, int n) {
 
 bool text_over(int at, const genchar *units, int n) { return replace_safely(at, n, units, n); }
 
+bool text_replace(int at, int taken, const genchar *units, int n) {
+    return replace_safely(at, taken, units, n);
+}
+
 void text_copy(TextCopy &copy, int at, int n) {
     copy.len = n;
     std::copy_n(Line + at, n, copy.unit);

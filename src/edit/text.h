@@ -19,6 +19,8 @@ void text_take(int at, int n);
 int text_set(const genchar *units, int n);
 // The `n` units at `units` take the place of as many at `at`.
 bool text_over(int at, const genchar *units, int n);
+// They take the place of the `taken` at `at`.
+bool text_replace(int at, int taken, const genchar *units, int n);
 
 // A copy of a line, or of a piece of one.
 struct TextCopy {

@@ -66,6 +66,9 @@ static_assert(std::is_trivially_destructible_v<Command>);  // e_getchar leaves b
 extern int capacity;    // bytes of the buffer that may be used, at most Limits.capacity
 extern int adjust;      // count for the next command, -1 none
 extern char backslash;  // 1 while the character just inserted is a backslash
+// Counts what is typed: commands, a count in front being part of its command, and characters. One
+// turn further a command follows another directly. Never reset.
+extern int turn;
 // The line behind a search text or the version, from `keep_line` to `restore_line`. The text counts
 // from its own start, so a new prompt doesn't touch it.
 struct KeptLine {
@@ -86,10 +89,13 @@ extern char string[kSearchSize];  // last search text
 // The bound on the line's end behind the prompt that it has now; one that no line reaches where a
 // full line isn't handed on.
 int line_limit();
+// The same where a kill is put in.
+int yank_limit();
 void keep_line();
 void restore_line();
 // Change the line, e_eol with it. Where the units don't fit it rings, and nothing goes in.
 bool put_units(int at, const genchar *units, int n);
+bool replace_units(int at, int taken, const genchar *units, int n);
 void take_units(int at, int n);
 // Applies a count of `value` times `factor` plus `add`, none negative; stops at kMaxCount.
 constexpr int grow_count(int value, int factor, int add) {
@@ -138,7 +144,9 @@ After show_version(Command &command);
 After end_line(Command &command);
 After end_line_get_next(Command &command);
 After end_of_file(Command &command);
-// Kill buffer and mark (kill.cpp).
+// Kills and the mark (kill.cpp).
+void begin_marks();
+void mark_at(int at);
 After set_mark(Command &command);
 After kill_line(Command &command);
 After kill_to_end(Command &command);
@@ -147,7 +155,15 @@ After delete_(Command &command);
 After delete_region(Command &command);
 After control_x(Command &command);
 After yank(Command &command);
+// Those of extended mode.
+After erase_character(Command &command);
+After delete_character(Command &command);
+After kill_to_end_or_column(Command &command);
+After kill_region_or_word(Command &command);
+After keep_region(Command &command);
+After yank_before(Command &command);
 // The history (recall.cpp).
+void recall_begin(bool extended);
 After uparrow(Command &command);
 After downarrow(Command &command);
 After older(Command &command);

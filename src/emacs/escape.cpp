@@ -31,7 +31,7 @@ static int backward_word(int words) {
 }
 
 static int mark_here(int /*value*/) {
-    editb.e_fchar = editb.e_cur;
+    mark_at(editb.e_cur);
     return -1;
 }
 

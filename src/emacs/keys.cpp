@@ -88,7 +88,7 @@ After transpose(Command &command) {
 }
 
 After delete_ahead(Command &command) {
-    return command.i < editb.e_eol ? delete_(command) : After::next_key;
+    return command.i < editb.e_eol ? delete_character(command) : After::next_key;
 }
 
 After insert(Command &command) {

@@ -12,6 +12,7 @@
 #include "edit/decode.h"
 #include "edit/prompt.h"
 #include "emacs.h"
+#include "emacs/kills.h"
 #include "emacs/undo.h"
 #include "emacs_internal.h"
 #include "wait.h"
@@ -21,8 +22,8 @@ namespace emacs {
 int capacity = 0;
 int adjust = -1;
 char backslash = 0;
+int turn = 1;
 KeptLine kept = {false, 0, {}};
-static TextCopy stack;  // the kill buffer, editb.e_tmp
 
 histloc location = {0, 0};
 int CntrlO = 0;
@@ -88,8 +89,14 @@ static constexpr Binding kExtendedBindings[] = {
     {kKeyPageUp, older_match},             // the one before that begins as the line does
     {kKeyPageDown, newer_match},           // the one behind that begins so
     {ctrl('_'), undo},                     // takes the last change back
-    {ctrl('X'), control_x_or_undo},        // ^X ^X, and ^X ^U for the same
-    {kPasted | ctrl('J'), end_line},       // a line end in the clipboard ends the line
+    {CODE_ERASE, erase_character},         // deletes the character before the cursor
+    {ctrl('D'), delete_character},         // deletes the character under the cursor
+    {ctrl('K'), kill_to_end_or_column},    // deletes to the end of the line, or to a column
+    {ctrl('W'), kill_region_or_word},      // without a mark deletes the word before the cursor
+    {kAlt | 'p', keep_region},             // copies from the mark to the cursor
+    {kAlt | 'y', yank_before},        // what was deleted before, in place of what ^Y has put in
+    {ctrl('X'), control_x_or_undo},   // ^X ^X, and ^X ^U for the same
+    {kPasted | ctrl('J'), end_line},  // a line end in the clipboard ends the line
 };
 // State: chosen once a run.
 static std::span<const Binding> first_bindings;
@@ -109,8 +116,14 @@ void restore_line() {
 
 int line_limit() { return full_line_ends ? capacity - 2 * editb.e_plen : kLineUnits + 2; }
 
-bool put_units(int at, const genchar *units, int n) {
-    const bool fits = text_put(at, units, n);
+int yank_limit() {
+    return full_line_ends ? std::min(editb.e_llimit, Limits.text - editb.e_plen) : 2 * kLineUnits;
+}
+
+bool put_units(int at, const genchar *units, int n) { return replace_units(at, 0, units, n); }
+
+bool replace_units(int at, int taken, const genchar *units, int n) {
+    const bool fits = text_replace(at, taken, units, n);
     if (!fits) e_ringbell();
     editb.e_eol = text_len();
     return fits;
@@ -197,7 +210,9 @@ static After edit_keys() {
         Command command = {code_of(key), editb.e_cur, std::max(adjust, 0), adjust};
         if (adjust < 0) command.count = 1;
         adjust = -1;
+        turn++;
         const After after = run(command);
+        if (adjust >= 0) turn--;
         switch (after) {
             case After::next_key:
                 break;
@@ -232,7 +247,9 @@ static void begin_line() {
     adjust = -1;
     backslash = 0;
     kept.any = false;
+    turn += 2;  // nothing follows a command of another line
     undo_line();
+    begin_marks();
     begin_walk();
     fetch_next_line();
 }
@@ -273,6 +290,8 @@ void emacs_begin(bool extended) {
     if (extended) first_bindings = kExtendedBindings;
     full_line_ends = !extended;
     escape_begin(extended);
+    kills_begin(extended);
+    recall_begin(extended);
     undo_begin(extended);
 }
 
@@ -284,6 +303,7 @@ void emacs_reset_for_test() {
     emacs::string[0] = '\0';
     emacs::adjust = -1;
     emacs::backslash = 0;
+    emacs::kills_reset_for_test();
     emacs::kept.any = false;
 }
 
@@ -291,10 +311,9 @@ int emacs_read(int fd, char *line, int scend) {
     using namespace emacs;
     char prompt[kPromptSize];
     editb.e_prompt = prompt;
-    editb.e_tmp = &stack;
     editb.e_search = string;
     text_begin(Limits.room, Limits.room);
-    stack.len = 0;
+    kills_line();
     capacity = std::min(scend, Limits.capacity);
 
     if (e_setraw(fd) != 0) {

@@ -11,6 +11,7 @@ namespace emacs {
 // State: of the line read, whether it was fetched for ^O, and from where.
 static bool fetched = false;
 static histloc fetched_from = {0, 0};
+static const TextCopy *fetched_line = nullptr;
 
 // State: the line being edited, while a command takes its place.
 static KeptLine newest = {false, 0, {}};
@@ -24,6 +25,13 @@ bool copy_history_line(TextCopy &copy) {
     if (len > room) e_ringbell();
     copy.len = units_from_bytes(copy.unit, room, bytes, len);
     return true;
+}
+
+// Whether the line at `place` can be shown whole.
+static bool recallable(histloc place) {
+    static char bytes[kLineBuffer];
+    return hist_copy(bytes, place.his_command, place.his_line) >= 0 &&
+           static_cast<int>(std::strlen(bytes)) <= Limits.text;
 }
 
 void recall_line() {
@@ -83,13 +91,6 @@ static After newest_back(Command &command) {
     editb.e_eol = text_set(newest.text.unit, newest.any ? newest.text.len : 0);
     command.i = newest.any ? newest.cur : 0;
     return After::update;
-}
-
-// Whether the line at `place` can be shown whole.
-static bool recallable(histloc place) {
-    static char bytes[kLineBuffer];
-    return hist_copy(bytes, place.his_command, place.his_line) >= 0 &&
-           static_cast<int>(std::strlen(bytes)) <= Limits.text;
 }
 
 // The first place that can be shown from `place` on, by single steps in the direction `step`;
@@ -170,6 +171,27 @@ After search_history(Command &command) {
     return After::drawline;
 }
 
+// As the newest kill, to be put in by the first key.
+static void yank_fetched() {
+    fetched_line = editb.e_tmp;
+    (void)copy_history_line(*editb.e_tmp);
+    e_ungetchar(ctrl('Y'));
+}
+
+// Where kills live on it is none.
+static void show_fetched() {
+    static TextCopy copy;
+    fetched_line = &copy;
+    copy.len = 0;
+    if (recallable(location)) (void)copy_history_line(copy);
+    editb.e_cur = editb.e_eol = text_set(copy.unit, copy.len);
+    draw(UPDATE);
+}
+
+static void (*put_fetched)() = yank_fetched;  // chosen once a run
+
+void recall_begin(bool extended) { put_fetched = extended ? show_fetched : yank_fetched; }
+
 void fetch_next_line() {
     fetched = CntrlO != 0;
     CntrlO = 0;
@@ -177,12 +199,11 @@ void fetch_next_line() {
     fetched_from = location;
     editb.e_hline = location.his_command;
     editb.e_hloff = location.his_line;
-    (void)copy_history_line(*editb.e_tmp);
-    e_ungetchar(ctrl('Y'));
+    put_fetched();
 }
 
 void give_fetched_back() {
-    if (!fetched || !text_equals(*editb.e_tmp)) return;
+    if (!fetched || !text_equals(*fetched_line)) return;
     location = fetched_from;
     CntrlO = 1;
     e_taken_len = 0;
