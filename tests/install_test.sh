@@ -58,6 +58,8 @@ morp-history -e .petctl_history >text
 morp-history -i again <text >log
 cmp .petctl_history again || fail "Not the history that was text"
 ! morp-history -i text <.petctl_history 2>log || fail "A file that was there is imported into"
+mkfifo pipe
+timeout 60 morp-history -c pipe 2>log || (($? == 2)) || fail "A pipe is waited for: $(cat log)"
 ! (ulimit -f 0 && morp-history -i small <text >/dev/null 2>&1) || fail "No room, and no complaint"
 [[ $(morp-history -c again) == *sound && $(morp-history -n again) == 3 && ! $(ls small* 2>&-) ]] ||
     fail "What morp-history made: $(ls) $(morp-history again)"

@@ -19,7 +19,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -162,11 +162,22 @@ private:
     bool sound_ = true;
 };
 
+// Opens a regular file; others may have no end, or keep whoever opens them waiting. Null on failure,
+// errno 0 for another kind.
+std::FILE *open_regular(const char *name) {
+    const int fd = open(name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    struct stat st;
+    if (fd < 0 || fstat(fd, &st) != 0) return nullptr;
+    if (S_ISREG(st.st_mode)) return fdopen(fd, "rb");
+    errno = S_ISDIR(st.st_mode) ? EISDIR : 0;
+    return nullptr;  // the process ends, and the descriptor with it
+}
+
 // Other processes may be appending: a record of which only the first part is there yet gets time
 // for its rest.
 bool read_file(const char *name, std::string &bytes) {
     static constexpr int kPatience = 20;
-    std::FILE *in = std::fopen(name, "rb");
+    std::FILE *in = open_regular(name);
     if (in == nullptr) return false;
     char block[history::kBlock];
     for (int i = 0; i < kPatience && (bytes.empty() || bytes.back() != '\0'); i++) {
@@ -183,10 +194,15 @@ bool read_file(const char *name, std::string &bytes) {
     return complete;
 }
 
+// `what` can't be read or made; errno 0: it is no regular file.
 int refused(const std::string &what) {
-    std::perror(what.c_str());
+    const char *why = errno != 0 ? std::strerror(errno) : "not a regular file";
+    (void)std::fprintf(stderr, "%s: %s\n", what.c_str(), why);
     return 2;
 }
+
+// What was printed has arrived.
+bool printed() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
 
 // State of an import: the unfinished file, null when there is none.
 const char *volatile Unfinished = nullptr;
@@ -202,26 +218,36 @@ void stopped(int sig) {
     (void)std::raise(sig);
 }
 
-// Records the lines of standard input. False when the file doesn't take them.
-bool record_lines(bool &whole) {
-    // What an editor can bring back is shorter than what a terminal's queue takes.
-    static constexpr std::size_t kLongest = 4094;
+// What an editor can bring back is shorter than what a terminal's queue takes.
+constexpr std::size_t kLongest = 4094;
+
+// Reads a line of standard input; of one that is too long one byte beyond the limit is kept. False
+// at the end, and where reading fails.
+bool next_line(std::string &line) {
+    line.clear();
+    int c;
+    while ((c = std::getchar()) != EOF && c != '\n')
+        if (line.size() <= kLongest) line.push_back(static_cast<char>(c));
+    return (c != EOF || !line.empty()) && std::ferror(stdin) == 0;
+}
+
+// Records the lines of standard input; `left_out` counts those that can't be. False when the file
+// doesn't take them.
+bool record_lines(int &recorded, int &left_out) {
     std::string line;
-    int recorded = 0;
-    for (int number = 1; std::getline(std::cin, line); number++) {
+    for (int number = 1; next_line(line); number++) {
         const char *fault = line.size() > kLongest                 ? "too long"
                             : line.find('\0') != std::string::npos ? "a NUL in it"
                                                                    : nullptr;
         if (fault != nullptr) {
             (void)std::fprintf(stderr, "line %d left out: %s\n", number, fault);
-            whole = false;
+            left_out++;
         } else if (!line.empty()) {
             hist_record(line.data(), line.size());
             if (fc_fix->fixind != ++recorded + 1) return false;
         }
     }
-    std::printf("%d commands\n", recorded);
-    return std::ferror(stdin) == 0;
+    return true;
 }
 
 bool same_file(int fd, int other) {
@@ -234,6 +260,12 @@ bool same_file(int fd, int other) {
 // so nobody finds, or appends to, half of it.
 int import(const char *name) {
     std::string unfinished = std::string(name) + ".XXXXXX";
+    const auto give_up = [](const std::string &what) {
+        const int error = errno;
+        drop_unfinished();
+        errno = error;
+        return refused(what);
+    };
     if (fcntl(STDIN_FILENO, F_GETFD) < 0) return refused("standard input");
     // Looked at first for the message alone; link() decides.
     if (access(name, F_OK) == 0) {
@@ -245,18 +277,18 @@ int import(const char *name) {
     Unfinished = unfinished.c_str();
     for (const int sig : {SIGHUP, SIGINT, SIGTERM}) (void)std::signal(sig, stopped);
     (void)std::signal(SIGXFSZ, SIG_IGN);  // writing fails then, which is told
-    bool whole = true;
+    int recorded = 0, left_out = 0;
     // A history that can't be opened gives way to one without a name.
     if (setenv("Q_VXHISTFILE", unfinished.c_str(), 1) != 0 || setenv("Q_VXHISTSIZE", "0", 1) != 0 ||
-        hist_open() != 0 || !same_file(fd, fileno(fc_fix->fixfd)) || !record_lines(whole) ||
-        link(unfinished.c_str(), name) != 0) {
-        const int error = errno;
-        drop_unfinished();
-        errno = error;
-        return refused(name);
-    }
+        hist_open() != 0 || !same_file(fd, fileno(fc_fix->fixfd)) ||
+        !record_lines(recorded, left_out))
+        return give_up(name);
+    if (std::ferror(stdin) != 0) return give_up("standard input");
+    if (link(unfinished.c_str(), name) != 0) return give_up(name);
     drop_unfinished();
-    return whole ? 0 : 1;
+    std::printf("%d commands\n", recorded);
+    if (!printed()) return refused("standard output");
+    return left_out == 0 ? 0 : 1;
 }
 
 // `what`: 'p' prints, the others are the options.
@@ -270,7 +302,7 @@ int show(const char *name, int what) {
     if (what == 'e')
         for (const std::string_view text : reader.commands())
             std::printf("%.*s\n", static_cast<int>(text.size()), text.data());
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) return refused("standard output");
+    if (!printed()) return refused("standard output");
     return sound ? 0 : 1;
 }
 
