@@ -154,7 +154,7 @@ int main(int argc, char **argv) {
     }
     std::vector<Style> chosen;
     for (const Style &style : styles())
-        if (asked.empty() ? style.usual : among(asked, style.name)) chosen.push_back(style);
+        if (asked.empty() || among(asked, style.name)) chosen.push_back(style);
     if (chosen.empty()) fail("no such style");
     const std::vector<std::string> wanted(argv + optind, argv + argc);
     print_head(rounds, chosen);

@@ -38,10 +38,10 @@ static Setting Here;
 const std::vector<Style> &styles() {
     static const char more[] = "Q_VXEXTENDED=1";
     static const std::vector<Style> list = {
-        {"emacs", true, {"Q_VXEDITOR=emacs"}, "a", "a", "\x10", "\x12"},
-        {"vi", true, {"Q_VXEDITOR=vi"}, "\033ia", "\r> a", "\033k", "\033/"},
-        {"emacs-extended", false, {"Q_VXEDITOR=emacs", more}, "a", "a", "\x10", "\x12"},
-        {"vi-extended", false, {"Q_VXEDITOR=vi", more}, "a", "a", "\033k", "\033/"},
+        {"emacs", {"Q_VXEDITOR=emacs"}, "a", "a", "\x10", "\x12"},
+        {"vi", {"Q_VXEDITOR=vi"}, "\033ia", "\r> a", "\033k", "\033/"},
+        {"emacs-extended", {"Q_VXEDITOR=emacs", more}, "a", "a", "\x10", "\x12"},
+        {"vi-extended", {"Q_VXEDITOR=vi", more}, "a", "a", "\033k", "\033/"},
     };
     return list;
 }
@@ -54,7 +54,7 @@ struct Who {
     Style style;  // empty but for morp
 };
 
-static const Style kNoStyle = {"", false, {}, "a", "a", "", ""};
+static const Style kNoStyle = {"", {}, "a", "a", "", ""};
 
 static Words joined(Words words, const Words &more) {
     words.insert(words.end(), more.begin(), more.end());

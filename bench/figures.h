@@ -20,7 +20,6 @@ struct Setting {
 // A way in which morp edits: a pair of columns in the table.
 struct Style {
     const char *name;
-    bool usual;  // measured when no style is asked for
     Words env;
     const char *edit;    // keys that begin a line in which the editor has each key after them
     const char *shown;   // what such a line ends in then, "a" being its text
