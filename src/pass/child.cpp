@@ -61,10 +61,7 @@ void sig_trap_sigcld(int sig) {
     }
 }
 
-void sig_trap_sigusr2(int sig) {
-    handle_child_stop(sig, sig_trap_sigusr2);
-    signal_catch(sig, sig_trap_sigusr2);
-}
+void sig_trap_sigusr2(int sig) { handle_child_stop(sig, sig_trap_sigusr2); }
 
 void sig_trap_sigcont(int) {
     sig_trap_sigwinch(SIGWINCH);  // a resize reaches the foreground only
@@ -99,11 +96,8 @@ static void leave_terminal() {
     }
 }
 
-void handle_child_stop(int sig, S_sigpf sig_handler) {
-    if (Child_suspended != 0) {
-        signal_catch(sig, sig_handler);
-        return;
-    }
+void handle_child_stop(int, S_sigpf) {
+    if (Child_suspended != 0) return;
     // A second request in the middle of this one would save settings that are not the user's.
     sigset_t all;
     sigset_t mask;
@@ -114,7 +108,6 @@ void handle_child_stop(int sig, S_sigpf sig_handler) {
     (void)raise(SIGSTOP);
     handle_child_restart(SIGCONT);
     (void)sigprocmask(SIG_SETMASK, &mask, nullptr);
-    signal_catch(sig, sig_handler);
 }
 
 void handle_child_restart(int) {

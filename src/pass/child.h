@@ -12,8 +12,8 @@ enum_child_state check_child_state();
 void sig_trap_sigcld(int sig);
 void sig_trap_sigusr2(int sig);
 void sig_trap_sigcont(int sig);
-// Gives the user's terminal back, stops morp until it is continued, and resumes. `sig_handler`, the
-// running catcher of `sig`, is in force again afterwards.
+// Gives the user's terminal back, stops morp until it is continued, and resumes. The signal and its
+// running catcher are named for nothing: a catcher stays in force.
 void handle_child_stop(int sig, S_sigpf sig_handler);
 void handle_child_restart(int sig);
 // 1 after somebody else may have changed the terminal and written on the screen: the next wait's
