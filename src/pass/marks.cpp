@@ -49,8 +49,8 @@ static const char *leaving() {
 
 void marks_leave() {
     const char *const sequence = leaving();
-    if (sequence != nullptr && screen_write_now(Screen::editor, sequence, kLength))
-        Marking = program_paste_mode();
+    if (sequence != nullptr) (void)screen_write_now(Screen::editor, sequence, kLength);
+    Marking = false;  // whoever has the terminal meanwhile may switch it
 }
 
 static void marks_end() {
