@@ -52,7 +52,7 @@ export SHELL=/bin/bash
 expect "nobody to read it" 'ran ' script/run
 terminal() { "$script" -qec "$*" /dev/null </dev/null; }
 for options in '' '-m 0' --; do
-    expect "a shell of its own editor" "bash has an*script/run -- python3*ran $options*" \
+    expect "a shell of its own editor" "bash has an*script/run dash*ran $options*" \
         terminal script/run "$options"
 done
 SHELL=/bin/dash expect "a shell without one" 'ran *' terminal script/run
