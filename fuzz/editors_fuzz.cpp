@@ -1,6 +1,6 @@
 // editors_fuzz.cpp: an editor under any keys, history, prompt and output that comes in between; the
-// input's first byte gives the style. After each burst the row shows prompt and line as far as the
-// window goes, the marker and the cursor where they belong; a line that is sent stands on the row
+// input's first byte gives style and mode. After each burst the row shows prompt and line as far as
+// the window goes, the marker and the cursor where they belong; a line that is sent stands on the row
 // that it leaves; the prompt is what the program's output ends in.
 //
 // It runs on a host of its own, without src/pass, and stands in for src/wait.cpp.
@@ -8,7 +8,6 @@
 // screen of one row are here. The driver's part of a vi line is modelled without its erasing: bytes
 // are echoed and held until a terminator.
 #include <fcntl.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,16 +22,20 @@
 #include <utility>
 
 #include "edit.h"
+#include "edit/decode.h"
 #include "edit/host.h"
 #include "edit/prompt.h"
 #include "editlib.h"
 #include "emacs.h"
+#include "extended.h"
 #include "history.h"
 #include "require.h"
 #include "shown.h"
+#include "terminal.h"
 #include "tty.h"
 #include "vi.h"
 #include "wait.h"
+#include "wide.h"
 
 volatile std::sig_atomic_t progdone = 0;
 
@@ -53,19 +56,22 @@ struct {
     bool editing;
     std::string program_row;  // the row as the program left it
     int program_column;
-    bool untouched;     // the editor is still on that row
-    bool plain;         // the program has made it of printable characters and carriage returns
-    int base;           // screen column of window column 0
-    std::string keys;   // in the terminal, not read yet
-    std::string later;  // typed, but behind a terminator of the driver's part
-    bool full;          // the last line was
-    bool interrupted;   // the row still shows what a keyboard signal ended
-    bool broken;        // the row can't be told until the line is done
-    bool returned;      // the last character was a carriage return
-    int told;           // what stands in this column and right of it can't be told
-    bool pasted;        // the keys came so fast that they are read without a wait
-    bool partial;       // the driver holds a piece of line
-    bool ended;         // no input any more
+    bool untouched;         // the editor is still on that row
+    bool plain;             // the program has made it of printable characters and carriage returns
+    int base;               // screen column of window column 0
+    std::string keys;       // in the terminal, not read yet
+    std::string later;      // typed, but behind a terminator of the driver's part
+    bool full;              // the last line was
+    bool interrupted;       // the row still shows what a keyboard signal ended
+    bool broken;            // the row can't be told until the line is done
+    bool returned;          // the last character was a carriage return
+    int told;               // what stands in this column and right of it can't be told
+    bool pasted;            // the keys came so fast that they are read without a wait
+    bool partial;           // the driver holds a piece of line
+    bool ended;             // no input any more
+    fuzz::Screens screens;  // extended mode
+    std::string typed;      // in extended mode, since no key was held
+    bool followed;          // what was typed began with this line
 } Run;
 
 // --- What the row has to show ---
@@ -93,14 +99,44 @@ void demand(const fuzz::Expected &want) {
     std::abort();
 }
 
+// In extended mode a row that can't be led back to its first column can't be told.
 void check_row() {
     if (Run.broken || !fuzz::up_to_date()) return;
+    if (Extended != 0) {
+        if (editb.e_crlf != 0 && fuzz::window_base() >= 0) Run.screens.check();
+        return;
+    }
     if (Run.fresh) Run.base = Run.column - (fuzz::image(false).cursor - fuzz::window_first());
     Run.fresh = false;
     demand(fuzz::expected(Run.base, false));
 }
 
+// Text that was typed and nothing else arrives as it was typed.
+void check_delivered(std::string_view sent) {
+    const std::size_t end = Run.typed.find_first_of("\r\n");
+    const auto text =
+        end != std::string::npos ? fuzz::text_of(Run.typed.substr(0, end)) : std::nullopt;
+    Run.followed = Run.followed && text;
+    if (!Run.followed) return;
+    fuzz::require(sent == *text + '\n');
+    Run.typed.erase(0, end + 1);
+}
+
+void check_taken() {
+    e_taken_len = e_view->text(e_taken);
+    fuzz::require(e_taken_len >= 0 && e_taken_len < Limits.copy);
+    const std::size_t unread = Run.keys.size() + static_cast<std::size_t>(editb.e_index);
+    const std::size_t read = Run.typed.size() - std::min(unread, Run.typed.size());
+    const auto text = fuzz::text_of(Run.typed.substr(0, read));
+    std::string taken(e_taken, e_taken + e_taken_len);
+    char rest[kCharacterBytes];
+    taken.append(rest, static_cast<std::size_t>(decode_unfinished(rest, sizeof rest)));
+    fuzz::require(!Run.followed || !text || taken == *text);
+    Run.followed = false;
+}
+
 void check_sent(std::string_view sent) {
+    if (Extended != 0) return check_delivered(sent);
     if (sent.back() != '\n' || editb.e_raw != kTtyRaw || Run.broken || Run.driven) return;
     sent.remove_suffix(1);
     fuzz::require(Run.finished && sent == Run.sent);
@@ -185,7 +221,23 @@ int take_rest() {
     return Run.column + static_cast<int>(known.find_last_not_of(' ') + 1);
 }
 
+// Text and line ends; at most half of the row, which may be a prompt.
+void program_writes_wide(std::string_view text) {
+    std::string piece = std::exchange(Run.interrupted, false) && !text.empty() ? "\r\n" : "";
+    Run.screens.write(piece);
+    const int most = e_window(STDIN_FILENO) / 2 - 4;
+    for (const char c : text) {
+        const bool full = Run.screens.column() > most;
+        if (!full && c != '\n' && !is_printable(byte_of(c))) continue;
+        const std::string_view one = full || c == '\n' ? "\r\n" : std::string_view(&c, 1);
+        Run.screens.write(one);
+        piece += one;
+    }
+    e_setup_prime(piece.data(), static_cast<int>(piece.size()));
+}
+
 void program_writes(std::string_view text) {
+    if (Extended != 0) return program_writes_wide(text);
     std::string piece;
     // A program leaves the row of a line that was given up before it goes on.
     if (!text.empty() && std::exchange(Run.interrupted, false)) {
@@ -220,6 +272,7 @@ void program_writes(std::string_view text) {
 // The first draw of a line takes the row behind the cursor for empty.
 void program_writes_between_lines(std::string_view text) {
     program_writes(text);
+    if (Extended != 0) return;
     char rest[kRowColumns];
     if (out_row_rest(rest) == 0) return;
     out_row_forget();
@@ -251,6 +304,7 @@ void cook(std::string_view typed) {
 }
 
 void type(std::string_view typed) {
+    if (Extended != 0) Run.typed += typed;
     if (editb.e_raw == kTtyAlt)
         cook(typed);
     else
@@ -258,7 +312,7 @@ void type(std::string_view typed) {
 }
 
 void step_off_for(std::string_view output) {
-    const bool known = !Run.broken && Run.untouched;
+    const bool known = !Run.broken && Run.untouched && Extended == 0;
     e_view->step_off();
     e_flush();
     if (known && editb.e_crlf == 1) demand({Run.program_row, 0, Run.program_column});
@@ -277,30 +331,33 @@ bool happen(int event, KeyWait &result) {
         check_row();
     } else if (event < 246) {
         progdone = SIGINT;
+        Run.followed = false;
         e_row_stale = 1;
         out_row_forget();
         result = KeyWait::interrupted;
         return true;
     } else if (event < 250) {
         newline();  // where a shell has written
+        if (Extended != 0) Run.screens.write("\n");
         out_row_forget();
         e_view->redraw();
         e_flush();
         check_row();
     } else if (event < 253) {
         step_off_for("");
-        e_taken_len = e_view->text(e_taken);
-        fuzz::require(e_taken_len >= 0 && e_taken_len < kMaxLine);
+        check_taken();
         result = KeyWait::taken;
         return true;
     }
     return !Run.keys.empty();
 }
 
-KeyWait wait_key(long) {
+KeyWait wait_key(long timeout_ns) {
     e_flush();
     check_row();
     KeyWait result = KeyWait::ready;
+    if (timeout_ns != kNoTimeout && Run.keys.empty() && Run.in.byte() % 2 == 0)
+        return KeyWait::late;
     Run.keys += std::exchange(Run.later, "");
     while (Run.keys.empty()) {
         Run.ended = Run.in.empty();
@@ -313,6 +370,10 @@ bool look_for_key() { return Run.pasted && !Run.keys.empty(); }
 
 // Waits for keys as the main loop does. False when nothing comes any more.
 bool wait_between_lines() {
+    if (Run.keys.empty() && editb.e_index == 0 && !decode_in_paste()) {
+        Run.typed.clear();
+        Run.followed = Extended != 0;
+    }
     if (editb.e_index > 0 || kread_has_line()) return true;
     if (!Run.later.empty()) type(std::exchange(Run.later, ""));
     while (Run.keys.empty() || Run.partial) {
@@ -328,28 +389,11 @@ bool wait_between_lines() {
 
 // --- The run ---
 
-// The user's terminal, the same for the whole process.
-void set_terminal(int choice) {
-    static const bool kOpen = [] {
-        const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-        fuzz::require(grantpt(master) == 0 && unlockpt(master) == 0);
-        const int slave = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        return dup2(slave, STDIN_FILENO) == STDIN_FILENO &&
-               tcgetattr(STDIN_FILENO, &Tty_original.tty_termios) == 0;
-    }();
-    static constexpr char kErase[] = {'\x7f', '\b', '\0', '#'};
-    static constexpr char kKill[] = {'\x15', '@', '\x18', '\0'};
-    static constexpr char kEof[] = {'\4', '\4', 'e', '\0'};
-    termios &t = Tty_original.tty_termios;
-    t.c_cc[VINTR] = t.c_cc[VQUIT] = t.c_cc[VSUSP] = 0;
-    t.c_cc[VERASE] = static_cast<cc_t>(kErase[choice & 3]);
-    t.c_cc[VKILL] = static_cast<cc_t>(kKill[choice >> 2 & 3]);
-    t.c_cc[VEOF] = static_cast<cc_t>(kEof[choice >> 4 & 3]);
-    fuzz::require(kOpen && tcsetattr(STDIN_FILENO, TCSANOW, &t) == 0);
-}
+// An empty folder as far as can be: what is completed doesn't depend on the machine.
+int open_folder() { return open("/var/empty", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }
 
 void begin(fuzz::Input in) {
-    static constexpr EditHost kHost = {wait_key, look_for_key};
+    static constexpr EditHost kHost = {wait_key, look_for_key, open_folder};
     static constexpr std::pair<const char *, int> kStyles[] = {
         {"emacs", kStyleEmacs}, {"gmacs", kStyleGmacs}, {"vi", kStyleVi}};
     Run = {};
@@ -362,13 +406,16 @@ void begin(fuzz::Input in) {
     vi_reset_for_test();
     e_host = &kHost;
     progdone = 0;
-    const auto &[name, code] = kStyles[Run.in.byte() % 3];
+    const int choice = Run.in.byte();
+    const auto &[name, code] = kStyles[choice % 128 % 3];
+    Extended = choice / 128;
     opt_flag = code;
-    setenv("Q_VXEDITOR", name, 1);
-    setenv("COLUMNS", std::to_string(Run.in.byte()).c_str(), 1);
-    setenv("Q_VXHISTFILE", "", 1);
-    setenv("Q_VXHISTSIZE", "4", 1);
-    set_terminal(Run.in.byte());
+    const int columns = Run.in.byte();
+    fuzz::set_environment(name, columns);
+    kread_begin();
+    decode_reset();
+    fuzz::set_terminal(Run.in.byte());
+    if (Extended != 0) Run.screens = fuzz::Screens(e_window(STDIN_FILENO) + 1);
     (void)hist_open();
     for (int n = Run.in.byte() % 8; n > 0; n--) {
         const std::string_view command = Run.in.take(Run.in.byte());
@@ -378,15 +425,15 @@ void begin(fuzz::Input in) {
 
 // Returns false at the end of the input.
 bool read_line() {
-    static char buffer[kKeyboardBuffer];
+    static char buffer[kLineBuffer];
     e_taken_len = -1;
     e_nothing = 0;
     Run.editing = Run.fresh = true;
     // A full line is handed on without a newline and leaves the next one on its row.
     Run.broken = std::exchange(Run.full, false);
-    const int n = kread(STDIN_FILENO, buffer, kLineCapacity);
+    const int n = kread(STDIN_FILENO, buffer, Limits.capacity);
     Run.editing = false;
-    fuzz::require(n <= kLineCapacity);
+    fuzz::require(n <= Limits.capacity);
     if (n > 0) {
         const std::string_view sent(buffer, static_cast<std::size_t>(n));
         Run.plain = sent.back() == '\n';
@@ -442,7 +489,13 @@ ssize_t keyboard_read(void *buf, std::size_t len) {
 int keyboard_waiting() { return static_cast<int>(Run.keys.size()); }
 int keyboard_fd() { return STDIN_FILENO; }
 int screen_write(Screen, const char *data, std::size_t len) {
-    for (std::size_t i = 0; i < len; i++) show(data[i]);
+    if (Extended != 0) {
+        const std::string_view bytes(data, len);
+        Run.screens.write(bytes);
+        // The toggle of the kind of terminal.
+        Run.broken |= Run.editing && bytes.find("\r\n") != std::string_view::npos;
+    }
+    for (std::size_t i = 0; i < len && Extended == 0; i++) show(data[i]);
     return 0;
 }
 void screen_drain() {}

@@ -68,7 +68,7 @@ inline Image image(bool sent) {
 
 // A character typed behind the image's last column is echoed all the same.
 inline bool up_to_date() {
-    return in_vi() || static_cast<int>(image(false).cells.size()) < kMaxLine;
+    return Extended != 0 || in_vi() || static_cast<int>(image(false).cells.size()) < kMaxLine;
 }
 
 inline Expected expected(int base, bool sent) {

@@ -40,7 +40,7 @@ static constexpr int kMostLogged = 64;
 static bool Bytes = true;
 static EscapeKey Escape = EscapeKey::prefix;
 
-// State: the paste and the character under way, which outlive a line.
+// State: the paste under way, which outlives a line, and the character, which ends with it.
 static bool Pasting = false;
 static int Pastes = 0;             // that have begun
 static bool After_return = false;  // a newline now belongs to the carriage return before it
@@ -63,6 +63,8 @@ void decode_reset() {
     Character = {};
     Mark_len = 0;
 }
+
+void decode_begin_line() { Character = {}; }
 
 bool decode_in_paste() { return Pasting; }
 int decode_pastes() { return Pastes; }
@@ -288,6 +290,12 @@ int e_gettext() {
     if (!sequence || Logged == 0 || Log[0] != kEscape) return key;
     for (int i = Logged - 1; i > 0; i--) e_ungetkey(kPasted | Log[i]);
     return kEscape;
+}
+
+int decode_unfinished(char *dst, int room) {
+    const int n = std::min(Character.held, room);
+    std::memcpy(dst, Character.bytes, static_cast<std::size_t>(n));
+    return n;
 }
 
 int decode_bytes_of(int held, char *dst) {

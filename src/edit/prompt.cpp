@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "edit.h"
+#include "edit/decode.h"
 #include "edit/edit_internal.h"
 #include "edit/prompt.h"
 #include "extended.h"
@@ -95,6 +96,7 @@ void e_setup(int fd, int prompt_size) {
         editb.e_hismin = oldest > 0 ? oldest : 0;
     }
     editb.e_hline = editb.e_hismax;
+    decode_begin_line();
     e_new_prompt(prompt_size);
 }
 

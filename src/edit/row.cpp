@@ -291,6 +291,9 @@ void row_update(int column) {
     row_move(column);
     write_cell(*Wanted, column);
     std::copy(Wanted->cell + column, Wanted->cell + Row.at, Shown_window->cell + column);
+    // The other half of a character that was there shows no more.
+    Cell *const behind = Shown_window->cell + Row.at;
+    if (Row.at < Row.width && behind->columns == 0) *behind = kBlank;
     Row.used = std::max(Row.used, Row.at);
 }
 

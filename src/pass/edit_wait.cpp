@@ -8,6 +8,7 @@
 
 #include "child.h"
 #include "edit.h"
+#include "edit/decode.h"
 #include "edit/host.h"
 #include "edit/prompt.h"
 #include "mode.h"
@@ -60,6 +61,8 @@ static KeyWait taken_away() {
     pass_before_output();
     Stepped_aside = false;
     e_taken_len = Input_flushed != 0 ? 0 : e_view->text(e_taken);
+    if (Input_flushed == 0)
+        e_taken_len += decode_unfinished(e_taken + e_taken_len, kLineBuffer - e_taken_len);
     return KeyWait::taken;
 }
 
