@@ -73,7 +73,9 @@ static void add_parts(Random &random, const std::string &line, Fields &names) {
     add("behind", tail.substr(2));
 }
 
-std::size_t below(Random &random, std::size_t n) { return n == 0 ? 0 : random() % n; }
+std::size_t below(Random &random, std::size_t n) {
+    return n == 0 ? 0 : static_cast<std::size_t>(random() % n);
+}
 
 std::string letters(Random &random, std::size_t n) {
     std::string text;

@@ -446,11 +446,11 @@ int main(int argc, char **argv) {
     if (mode != "minutes" && mode != "programs" && mode != "valgrind" && mode != "lines")
         return fputs("usage: soak minutes|programs|valgrind|lines N [SEED]\n", stderr), 2;
     const long count = strtol(argv[2], nullptr, 10);
-    const long seed = argc > 3 ? strtol(argv[3], nullptr, 10) : time(nullptr);
+    const long long seed = argc > 3 ? strtoll(argv[3], nullptr, 10) : time(nullptr);
     const bool lines = mode == "lines";
     soak::Soak soak(static_cast<unsigned long long>(seed));
     soak.valgrind = mode == "valgrind";
-    std::printf("seed %ld\n", seed);
+    std::printf("seed %lld\n", seed);
     try {
         const auto end = Clock::now() + minutes(count);
         auto next = Clock::now() + minutes(1);
@@ -462,7 +462,7 @@ int main(int argc, char **argv) {
         }
     } catch (const std::exception &error) {
         constexpr std::size_t kShown = 40;
-        std::printf("--- FAULT, seed %ld, step %zu. Last actions:\n", seed, soak.steps);
+        std::printf("--- FAULT, seed %lld, step %zu. Last actions:\n", seed, soak.steps);
         for (std::size_t n = soak.log.size() - std::min(soak.log.size(), kShown);
              n < soak.log.size(); ++n)
             std::printf("%s\n", soak.log[n].c_str());

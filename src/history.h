@@ -6,6 +6,10 @@
 #include <cstdio>
 #include <string_view>
 
+// A place in the history file, in bytes from its start. As wide as the file's size can be, also where
+// a long has 32 bits.
+using FileOffset = std::int64_t;
+
 // A place in the history. `his_command` -1 means none (`his_line` is 0 then).
 struct histloc {
     std::int32_t his_command;
@@ -14,12 +18,12 @@ struct histloc {
 
 // The open history. The ring holds the offset at which each command in reach starts.
 struct fixcmd {
-    std::FILE *fixfd;  // the file, read anywhere, appended to at its end
-    int fixind;        // number of the line being edited; commands count from 1
-    long fixcnt;       // offset up to which the file is indexed
-    int fixmax;        // commands kept in reach, 0 to 1,000,000
-    int fixline;       // line counter of the current command, 0 after each record
-    long fixcmds[1];   // the ring, as long as the allocation
+    std::FILE *fixfd;       // the file, read anywhere, appended to at its end
+    int fixind;             // number of the line being edited; commands count from 1
+    FileOffset fixcnt;      // offset up to which the file is indexed
+    int fixmax;             // commands kept in reach, 0 to 1,000,000
+    int fixline;            // line counter of the current command, 0 after each record
+    FileOffset fixcmds[1];  // the ring, as long as the allocation
 };
 extern fixcmd *fc_fix;  // null while no history is open
 
@@ -38,7 +42,7 @@ void hist_cancel();
 void hist_record(const char *text, std::size_t len);
 
 // Offset of command `n`, or -1 when the ring does not hold it. Needs an open history.
-long hist_position(int n);
+FileOffset hist_position(int n);
 // Chooses, once a run, whether a lower-case letter of a text that is looked for anywhere in a command
 // stands for both cases, by the C library. Needs no call where it doesn't.
 void hist_begin(bool either_case);

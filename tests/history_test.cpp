@@ -153,7 +153,7 @@ TEST(History, SyncRecordsAtEveryBoundary) {
 
 TEST(History, OpeningReadsOnlyTheTail) {
     open_with(kHeader);
-    std::filesystem::resize_file(Path, 1L << 42);  // takes minutes to read
+    std::filesystem::resize_file(Path, 1LL << 42);  // takes minutes to read
     append(sync_record(777) + std::string(15'000, 'b') + "\n\0"s);
     open(Path, "1");
     EXPECT_EQ(fc_fix->fixind, 778);

@@ -37,7 +37,7 @@ static int Refused_errno = 0;
 static char Fallback[4096];  // longer names don't exist for the kernel
 
 // Writes where a failure does no harm that a reader would not survive.
-static void try_write_at(int fd, const unsigned char *data, std::size_t size, long offset) {
+static void try_write_at(int fd, const unsigned char *data, std::size_t size, FileOffset offset) {
     [[maybe_unused]] const ssize_t written = pwrite(fd, data, size, offset);
 }
 
@@ -55,7 +55,7 @@ static int hist_check(int fd) {
 // Makes sure that the regular file `fd` of `size` bytes is a history file or empty, and gives it a
 // header. Written at offset 0, not appended: two processes that create the file at the same time
 // write the same bytes to the same place. False when it is another file.
-static bool claim_file(int fd, long size) {
+static bool claim_file(int fd, FileOffset size) {
     static constexpr unsigned char kHeader[kHeaderSize] = {kMagic, kFileVersion};
     hist_version = kFileVersion;
     if (size > 0 && hist_check(fd) != 0) return false;
@@ -76,8 +76,7 @@ static int open_named(const char *name) {
         Refused_errno = errno;
         return -1;
     }
-    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
-        claim_file(fd, static_cast<long>(st.st_size))) {
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && claim_file(fd, st.st_size)) {
         // Fails for a file that belongs to somebody else, who then decides who may read it.
         if ((st.st_mode & 07777) != 0600) (void)fchmod(fd, 0600);
         Refused = nullptr;
@@ -126,7 +125,7 @@ static int reach() {
 // The control record with a ring of `ring` entries, all 0. Null without memory.
 static fixcmd *new_record(int ring) {
     const std::size_t more = static_cast<std::size_t>(ring) - 1;
-    return static_cast<fixcmd *>(std::calloc(1, sizeof(fixcmd) + more * sizeof(long)));
+    return static_cast<fixcmd *>(std::calloc(1, sizeof(fixcmd) + more * sizeof(FileOffset)));
 }
 
 // --- Appending ---
@@ -147,10 +146,11 @@ static void put_sync(int number) {
 
 // Writes what was put. Returns the offset behind it, -1 when not all of it could be written: the
 // rest is dropped then, so that it can't come out later behind what others wrote.
-static long write_out() {
+static FileOffset write_out() {
     std::FILE *file = fc_fix->fixfd;
     if (std::fflush(file) == 0 && std::ferror(file) == 0) {
-        const long end = lseek(fileno(file), 0, SEEK_CUR);  // where the system has appended it
+        const FileOffset end =
+            lseek(fileno(file), 0, SEEK_CUR);  // where the system has appended it
         if (end < 0) hist_eof();
         return end;
     }
@@ -170,18 +170,18 @@ static bool unfinished() {
 // that a failed write cut short, so that the next one starts afresh. Nothing of this counts as a
 // command should the record be complete by then, because another process was just writing it.
 // Returns the number of bytes put.
-static long put_missing() {
+static FileOffset put_missing() {
     static constexpr unsigned char kHeader[kHeaderSize] = {kMagic, kFileVersion};
     static constexpr unsigned char kNuls[kSyncSize] = {};
     const Tail &tail = File_tail;
     if (tail.end < kHeaderSize) {
-        const long missing = kHeaderSize - tail.end;
+        const FileOffset missing = kHeaderSize - tail.end;
         put(kHeader + tail.end, static_cast<std::size_t>(missing));
         return missing;
     }
     if (!unfinished()) return 0;
-    const long newline = tail.prev != 0 && tail.prev != '\n' ? 1 : 0;
-    long nuls = tail.skip + 1;
+    const FileOffset newline = tail.prev != 0 && tail.prev != '\n' ? 1 : 0;
+    FileOffset nuls = tail.skip + 1;
     nuls += (tail.end + newline + nuls) % 2;  // a command starts at an even offset
     put("\n", static_cast<std::size_t>(newline));
     put(kNuls, static_cast<std::size_t>(nuls));
@@ -190,7 +190,7 @@ static long put_missing() {
 
 // Catches up with other writers and puts what the file lacks in front of the next record. Returns
 // the offset at which that record will start.
-static long begin_record() {
+static FileOffset begin_record() {
     // A write under way elsewhere can be seen in part. It ends within microseconds.
     static constexpr int kPatience = 20;
     hist_eof();
@@ -204,8 +204,8 @@ static long begin_record() {
 // Corrects the number in the sync record just written, which ends at `end` and says `written`: when
 // another process appended between our last look and our write, it is too low. The record stays
 // where it is; only on a descriptor that doesn't append does pwrite go there.
-static void correct_sync(long end, int written) {
-    const long offset = end - kSyncSize;
+static void correct_sync(FileOffset end, int written) {
+    const FileOffset offset = end - kSyncSize;
     const int number = fc_fix->fixind;
     const int fd = fileno(fc_fix->fixfd);
     unsigned char sync[kSyncSize];
@@ -224,12 +224,12 @@ static void correct_sync(long end, int written) {
 
 // Indexes what was written up to `end` (-1: nothing was); `number` is what its sync record says, 0
 // when it has none. Then makes up for what the write could not know: an odd end, a sync record due.
-static void settle(long end, int number) {
+static void settle(FileOffset end, int number) {
     bool synced = number != 0;
     while (end >= 0) {
         index_to(end);
         if (number != 0 && number != fc_fix->fixind) correct_sync(end, number);
-        const long padding = end % 2;
+        const FileOffset padding = end % 2;
         const bool due = !synced && heof == 0 && end + padding > kSyncFrom;
         if (padding == 0 && !due) return;
         put("", static_cast<std::size_t>(padding));
@@ -280,7 +280,7 @@ void hist_cancel() {
     if (fc_fix == nullptr) return;
     (void)history::begin_record();
     history::put(kRecord, sizeof kRecord);
-    const long end = history::write_out();
+    const FileOffset end = history::write_out();
     if (end >= 0) history::index_to(end);
 }
 
@@ -288,7 +288,7 @@ void hist_record(const char *text, std::size_t len) {
     // A NUL would end the record.
     len = strnlen(text, len);
     if (fc_fix == nullptr || len == 0) return;
-    long end = history::begin_record() + static_cast<long>(len) + 2;
+    FileOffset end = history::begin_record() + static_cast<FileOffset>(len) + 2;
     history::put(text, len);
     history::put("\n\0", 2);
     if (end % 2 != 0) {

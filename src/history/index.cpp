@@ -12,6 +12,8 @@
 #include "history/history_internal.h"
 #include "morp_defs.h"
 
+static_assert(sizeof(off_t) == sizeof(FileOffset), "build with -D_FILE_OFFSET_BITS=64");
+
 namespace history {
 
 // State: what is known about the open file besides fc_fix, set up anew by index_open.
@@ -24,12 +26,12 @@ static int lowest_held;  // from here to fixind the ring entries are valid; 1 at
 
 // The state of the rules between two bytes.
 struct Scanner {
-    long pos;      // offset of the next byte
-    long clean;    // last offset seen at which the state was that at a record's start
-    int prev = 0;  // byte before pos, 0 also behind skipped bytes
-    int incr = 0;  // what the record begun so far will add to the command number
-    int skip = 0;  // bytes of a sync record still to pass
-    explicit Scanner(long start) : pos(start), clean(start) {}
+    FileOffset pos;    // offset of the next byte
+    FileOffset clean;  // last offset seen at which the state was that at a record's start
+    int prev = 0;      // byte before pos, 0 also behind skipped bytes
+    int incr = 0;      // what the record begun so far will add to the command number
+    int skip = 0;      // bytes of a sync record still to pass
+    explicit Scanner(FileOffset start) : pos(start), clean(start) {}
     bool at_start() const { return prev == 0 && skip == 0; }
 };
 
@@ -67,14 +69,14 @@ static std::size_t skip_bytes(Scanner &s, std::size_t size) {
 template <typename Ended>
 static void scan_bytes(Scanner &state, const unsigned char *data, std::size_t size, Ended ended) {
     Scanner s = state;  // so that the compiler can keep it in registers
-    const long base = s.pos;
+    const FileOffset base = s.pos;
     std::size_t i = 0;
     while (i < size) {
         if (s.skip > 0) {
             i += skip_bytes(s, size - i);
         } else if (s.prev == 0 && is_sync(data + i, size - i)) {
             i += kSyncSize;
-            ended(0, base + static_cast<long>(i));
+            ended(0, base + static_cast<FileOffset>(i));
         } else {
             if (s.prev == 0 && data[i] != 0) {
                 begin_record(s, data[i++]);
@@ -89,22 +91,22 @@ static void scan_bytes(Scanner &state, const unsigned char *data, std::size_t si
             if (i == size) break;
             i++;
             if (s.prev == kSync && s.incr == 0) s.skip = 3;
-            ended(s.incr, base + static_cast<long>(i));
+            ended(s.incr, base + static_cast<FileOffset>(i));
             s.incr = 0;
             s.prev = 0;
         }
-        if (s.skip == 0) s.clean = base + static_cast<long>(i);
+        if (s.skip == 0) s.clean = base + static_cast<FileOffset>(i);
     }
-    s.pos = base + static_cast<long>(size);
+    s.pos = base + static_cast<FileOffset>(size);
     state = s;
 }
 
-std::size_t read_at(long offset, unsigned char *dst, std::size_t size) {
+std::size_t read_at(FileOffset offset, unsigned char *dst, std::size_t size) {
     const int fd = fileno(fc_fix->fixfd);
     std::size_t got = 0;
     int interrupted = 0;
     while (got < size && interrupted < kInterruptions) {
-        const ssize_t n = pread(fd, dst + got, size - got, offset + static_cast<long>(got));
+        const ssize_t n = pread(fd, dst + got, size - got, offset + static_cast<FileOffset>(got));
         if (n > 0)
             got += static_cast<std::size_t>(n);
         else if (n == 0 || errno != EINTR)
@@ -117,10 +119,9 @@ std::size_t read_at(long offset, unsigned char *dst, std::size_t size) {
 
 // Runs the rules from the scanner's position up to `limit` or the end of the file.
 template <typename Ended>
-static void scan_file(Scanner &s, long limit, Ended ended) {
+static void scan_file(Scanner &s, FileOffset limit, Ended ended) {
     while (s.pos < limit) {
-        const long left = limit - s.pos;
-        const std::size_t want = std::min(kBlock, static_cast<std::size_t>(left));
+        const std::size_t want = piece_of(limit - s.pos);
         const std::size_t got = read_at(s.pos, Block, want);
         scan_bytes(s, Block, got, ended);
         if (got < want) return;
@@ -130,13 +131,13 @@ static void scan_file(Scanner &s, long limit, Ended ended) {
 // What a stretch of the file does to the command number x in front of it: max(x + net, floor). The
 // floor comes from cancel records without a command, which withdraw nothing: no number is below 1.
 struct Tally {
-    long net = 0;
-    long floor = 1;
+    std::int64_t net = 0;
+    std::int64_t floor = 1;
     void add(int incr) {
         net += incr;
-        floor = std::max(floor + incr, 1L);
+        floor = std::max<std::int64_t>(floor + incr, 1);
     }
-    long apply(long number) const { return std::max(number + net, floor); }
+    std::int64_t apply(std::int64_t number) const { return std::max(number + net, floor); }
 };
 
 // The tally of `front` followed by `back`.
@@ -146,30 +147,30 @@ static Tally joined(const Tally &front, const Tally &back) {
 
 // Where indexing starts: behind a sync record, whose number it is, or at the first record.
 struct Start {
-    long offset;
+    FileOffset offset;
     int number;
 };
 static constexpr Start kFirstRecord = {kHeaderSize, 1};
 
 // Offset of the first sync record that starts in [`from` + 1, `to`) right behind a NUL; -1 if none.
-static long find_sync(long from, long to) {
+static FileOffset find_sync(FileOffset from, FileOffset to) {
     static constexpr unsigned char kPattern[] = {0, kSync, 0};
     // In the old format any byte may follow the first one.
     const std::size_t length = hist_version == 0 ? 2 : 3;
-    const long end = to + static_cast<long>(length) - 2;
-    for (long pos = from; pos < end;) {
-        const std::size_t want = std::min(kBlock, static_cast<std::size_t>(end - pos));
+    const FileOffset end = to + static_cast<FileOffset>(length) - 2;
+    for (FileOffset pos = from; pos < end;) {
+        const std::size_t want = piece_of(end - pos);
         const std::size_t got = read_at(pos, Block, want);
         const void *hit = memmem(Block, got, kPattern, length);
         if (hit != nullptr) return pos + (static_cast<const unsigned char *>(hit) - Block) + 1;
         if (got < want || got < length) return -1;
-        pos += static_cast<long>(got - (length - 1));
+        pos += static_cast<FileOffset>(got - (length - 1));
     }
     return -1;
 }
 
 // Reads the sync record at `offset`. False when the file ends within it.
-static bool read_sync(long offset, Start &start) {
+static bool read_sync(FileOffset offset, Start &start) {
     unsigned char b[kSyncSize];
     if (read_at(offset, b, sizeof b) < sizeof b) return false;
     const int number =
@@ -182,15 +183,15 @@ static bool read_sync(long offset, Start &start) {
 // Where an index that looks from `offset` on can start: at the first sync record that begins before
 // `to`, or, with `offset` at the front of the file, at its first record. The number is 0 when there
 // is no such place.
-static Start hist_nearend(long offset, long to) {
+static Start hist_nearend(FileOffset offset, FileOffset to) {
     if (offset <= 0) return kFirstRecord;
-    const long sync = find_sync(offset, to);
+    const FileOffset sync = find_sync(offset, to);
     if (sync < 0) return {0, 0};
     Start start = kFirstRecord;
     return read_sync(sync, start) ? start : kFirstRecord;
 }
 
-static void enter(int n, long offset) {
+static void enter(int n, FileOffset offset) {
     fc_fix->fixcmds[n & fixmask] = offset;
     // A cancel record may lead below the oldest command held; a new command overwrites the oldest.
     lowest_held = n < lowest_held ? n : std::max(lowest_held, n - fixmask);
@@ -205,12 +206,12 @@ static void start_index(const Start &start) {
 // The index of the file's tail while it is extended towards the front. The ring is filled at once:
 // the numbers are right if those of all sync records agree, as in every file without damage.
 struct TailIndex {
-    long size;                 // of the file
-    Start start = {-1, 0};     // indexed from here on
-    Tally tally = {};          // from start to size
-    bool entered = true;       // the numbers agree, so the ring and the next three are right
-    long number = 0;           // of the command behind the last
-    long clean = kHeaderSize;  // see Scanner
+    FileOffset size;                 // of the file
+    Start start = {-1, 0};           // indexed from here on
+    Tally tally = {};                // from start to size
+    bool entered = true;             // the numbers agree, so the ring and the next three are right
+    std::int64_t number = 0;         // of the command behind the last
+    FileOffset clean = kHeaderSize;  // see Scanner
     int recounts = 0;
 };
 
@@ -219,15 +220,16 @@ static bool extend(TailIndex &index, const Start &start) {
     // A damaged file may need its whole tail counted again each time, which must come to an end.
     static constexpr int kMaxRecounts = 16;
     const bool newest = index.start.offset < 0;
-    const long end = newest ? index.size : index.start.offset;
-    const long keep = newest ? 0 : index.number - fixmask;  // older ones would overwrite newer ones
-    long *const ring = fc_fix->fixcmds;
+    const FileOffset end = newest ? index.size : index.start.offset;
+    const std::int64_t keep =
+        newest ? 0 : index.number - fixmask;  // older ones would overwrite newer ones
+    FileOffset *const ring = fc_fix->fixcmds;
     Scanner s(start.offset);
     Tally front;
-    long number = start.number;
+    std::int64_t number = start.number;
     bool withdrawn = false;
     if (number >= keep) ring[number & fixmask] = start.offset;
-    scan_file(s, end, [&](int incr, long pos) {
+    scan_file(s, end, [&](int incr, FileOffset pos) {
         front.add(incr);
         number += incr;
         withdrawn |= incr < 0;
@@ -246,7 +248,7 @@ static bool extend(TailIndex &index, const Start &start) {
         // What seemed to be a sync record is none when seen from here.
         index.entered = false;
         index.tally = {};
-        scan_file(s, index.size, [&front](int incr, long) { front.add(incr); });
+        scan_file(s, index.size, [&front](int incr, FileOffset) { front.add(incr); });
         if (++index.recounts > kMaxRecounts) return false;
     }
     index.tally = joined(front, index.tally);
@@ -259,11 +261,11 @@ static bool extend(TailIndex &index, const Start &start) {
 // there. Each byte is searched and scanned once. False when the ring is to be filled anew, from
 // index.start on.
 static bool index_tail(TailIndex &index) {
-    static constexpr long kMargin = 8192;
-    static constexpr long kPerCommand = 16;
-    long missing = fc_fix->fixmax;
-    long offset = index.size - kMargin;
-    long searched = index.size;
+    static constexpr FileOffset kMargin = 8192;
+    static constexpr FileOffset kPerCommand = 16;
+    std::int64_t missing = fc_fix->fixmax;
+    FileOffset offset = index.size - kMargin;
+    FileOffset searched = index.size;
     while (missing > 0 || index.start.offset < 0) {
         offset -= kPerCommand * missing + kMargin;
         Start start = hist_nearend(offset, searched);
@@ -283,14 +285,14 @@ static bool index_tail(TailIndex &index) {
 }
 
 // -1 when the system doesn't tell.
-static long file_size() {
+static FileOffset file_size() {
     struct stat st;
-    return fstat(fileno(fc_fix->fixfd), &st) == 0 ? static_cast<long>(st.st_size) : -1;
+    return fstat(fileno(fc_fix->fixfd), &st) == 0 ? st.st_size : -1;
 }
 
 void index_open(int mask) {
     fixmask = mask;
-    TailIndex index{.size = std::max(file_size(), 0L)};
+    TailIndex index{.size = std::max<FileOffset>(file_size(), 0)};
     if (index_tail(index)) {
         fc_fix->fixind = static_cast<int>(index.number);
         fc_fix->fixcnt = index.clean;
@@ -298,16 +300,16 @@ void index_open(int mask) {
     } else {
         start_index(index.start);
     }
-    index_to(LONG_MAX);
+    index_to(kNoLimit);
 }
 
-void index_to(long limit) {
+void index_to(FileOffset limit) {
     // Somebody emptied the file: nothing that the ring holds is true any more.
-    const long size = file_size();
+    const FileOffset size = file_size();
     if (size >= 0 && size < fc_fix->fixcnt) start_index(kFirstRecord);
     Scanner s(fc_fix->fixcnt);
     int number = fc_fix->fixind;
-    scan_file(s, limit, [&number](int incr, long pos) {
+    scan_file(s, limit, [&number](int incr, FileOffset pos) {
         number = std::clamp(number + incr, 1, kMaxNumber);
         enter(number, pos);
     });
@@ -321,17 +323,17 @@ void index_to(long limit) {
 
 int ring_low() { return lowest_held; }
 
-long ring_start(int n) { return fc_fix->fixcmds[n & fixmask]; }
+FileOffset ring_start(int n) { return fc_fix->fixcmds[n & fixmask]; }
 
 }  // namespace history
 
 void hist_eof() {
     if (fc_fix == nullptr) return;
     history::heof = 1;
-    history::index_to(LONG_MAX);
+    history::index_to(history::kNoLimit);
     history::heof = 0;
 }
 
-long hist_position(int n) {
+FileOffset hist_position(int n) {
     return n >= history::ring_low() && n <= fc_fix->fixind ? history::ring_start(n) : -1;
 }

@@ -13,7 +13,7 @@ namespace history {
 
 // The number of bytes from the start of command `first` to the end of `last`: text, NUL and
 // whatever else stands in front of the next command (padding, sync records, commands withdrawn).
-static long span_of(int first, int last) { return ring_start(last + 1) - ring_start(first); }
+static FileOffset span_of(int first, int last) { return ring_start(last + 1) - ring_start(first); }
 
 // Text is kept of commands the ring holds. The line being edited, fixind, has none yet.
 static bool has_text(int n) { return n >= ring_low() && n < fc_fix->fixind; }
@@ -52,14 +52,13 @@ struct Copy {
 
 // Hands the text of command `n` to `copy`.
 static void copy_text(int n, Copy &copy) {
-    const long end = ring_start(n + 1);
-    for (long pos = ring_start(n); pos < end;) {
-        const std::size_t got =
-            read_at(pos, Block, std::min(kBlock, static_cast<std::size_t>(end - pos)));
+    const FileOffset end = ring_start(n + 1);
+    for (FileOffset pos = ring_start(n); pos < end;) {
+        const std::size_t got = read_at(pos, Block, piece_of(end - pos));
         for (std::size_t i = 0; i < got; i++)
             if (Block[i] == 0 || !copy.take(static_cast<char>(Block[i]))) return;
         if (got == 0) return;
-        pos += static_cast<long>(got);
+        pos += static_cast<FileOffset>(got);
     }
 }
 
@@ -68,12 +67,12 @@ static void copy_text(int n, Copy &copy) {
 // Command -1 means no match. `end` is the file offset behind the matched text.
 struct Match {
     int command;
-    long end;
+    FileOffset end;
 };
 static constexpr Match kNoMatch = {-1, 0};
 
 // Last command in [`first`, `last`] that starts at or before the file offset `at`.
-static int command_at(long at, int first, int last) {
+static int command_at(FileOffset at, int first, int last) {
     while (first < last) {
         const int middle = last - (last - first) / 2;
         if (ring_start(middle) <= at)
@@ -86,12 +85,12 @@ static int command_at(long at, int first, int last) {
 
 // Finds the needle at the start of a command; Block holds the commands `first` to `last`.
 static Match match_starts(const Needle &needle, int first, int last, std::size_t size, int step) {
-    const long base = ring_start(first);
+    const FileOffset base = ring_start(first);
     for (int n = step > 0 ? first : last; n >= first && n <= last; n += step) {
         const auto at = static_cast<std::size_t>(ring_start(n) - base);
         if (at < size && size - at >= needle.length &&
             std::memcmp(Block + at, needle.text, needle.length) == 0)
-            return {n, ring_start(n) + static_cast<long>(needle.length)};
+            return {n, ring_start(n) + static_cast<FileOffset>(needle.length)};
     }
     return kNoMatch;
 }
@@ -99,17 +98,17 @@ static Match match_starts(const Needle &needle, int first, int last, std::size_t
 // Finds the needle anywhere in the text of a command; Block holds the commands `first` to `last`.
 // Towards older commands the block is gone through in the same way, and the last match counts.
 static Match match_inside(const Needle &needle, int first, int last, std::size_t size, int step) {
-    const long base = ring_start(first);
+    const FileOffset base = ring_start(first);
     Match found = kNoMatch;
     for (std::size_t from = 0; from < size;) {
         const Hit hit = needle_find(needle, Block + from, size - from);
         if (hit.at == nullptr) break;
         const auto at = static_cast<std::size_t>(hit.at - Block);
-        const int n = command_at(base + static_cast<long>(at), first, last);
+        const int n = command_at(base + static_cast<FileOffset>(at), first, last);
         const auto start = static_cast<std::size_t>(ring_start(n) - base);
         // Behind a NUL it is no longer the command's text.
         if (std::memchr(Block + start, 0, at - start) == nullptr) {
-            found = {n, base + static_cast<long>(at + hit.length)};
+            found = {n, base + static_cast<FileOffset>(at + hit.length)};
             if (step > 0) break;
         }
         if (n == last) break;
@@ -120,9 +119,9 @@ static Match match_inside(const Needle &needle, int first, int last, std::size_t
 
 // The same for one command that doesn't fit into a block.
 static Match match_long(const Needle &needle, int n) {
-    const long end = ring_start(n + 1);
-    for (long pos = ring_start(n); pos < end;) {
-        const std::size_t want = std::min(kBlock, static_cast<std::size_t>(end - pos));
+    const FileOffset end = ring_start(n + 1);
+    for (FileOffset pos = ring_start(n); pos < end;) {
+        const std::size_t want = piece_of(end - pos);
         const std::size_t got = read_at(pos, Block, want);
         const void *nul = std::memchr(Block, 0, got);
         const std::size_t text =
@@ -132,12 +131,12 @@ static Match match_long(const Needle &needle, int n) {
         needle_see_block(text);
         const Hit hit = needle_find(needle, Block, text);
         if (hit.at != nullptr) {
-            const long at = hit.at - Block;
+            const FileOffset at = hit.at - Block;
             if (!needle.anywhere && at != 0) return kNoMatch;
-            return {n, pos + at + static_cast<long>(hit.length)};
+            return {n, pos + at + static_cast<FileOffset>(hit.length)};
         }
         if (!needle.anywhere || nul != nullptr || got < kBlock) return kNoMatch;
-        pos += static_cast<long>(kBlock - (needle.most - 1));
+        pos += static_cast<FileOffset>(kBlock - (needle.most - 1));
     }
     return kNoMatch;
 }
@@ -150,12 +149,12 @@ struct Range {
 
 // Searches the commands of `range`; the first match in the direction `step` (1 or -1) counts. When
 // about `most` bytes have been looked at, the commands that are left stay in `range`.
-static Match match_range(const Needle &needle, Range &range, int step, long most) {
-    static constexpr long kMostRoom = static_cast<long>(kBlock);
+static Match match_range(const Needle &needle, Range &range, int step, FileOffset most) {
+    static constexpr FileOffset kMostRoom = kBlock;
     int &low = range.low;
     int &high = range.high;
     // Most searches end within the first few commands.
-    for (long room = kMostRoom / 16; low <= high && most > 0;
+    for (FileOffset room = kMostRoom / 16; low <= high && most > 0;
          room = std::min(2 * room, kMostRoom)) {
         // As many commands as there is room for, one at least.
         int first = low;
@@ -186,16 +185,15 @@ static Match match_range(const Needle &needle, Range &range, int step, long most
     return kNoMatch;
 }
 
-static int count_newlines(long from, long to) {
-    long count = 0;
+static int count_newlines(FileOffset from, FileOffset to) {
+    std::int64_t count = 0;
     while (from < to) {
-        const std::size_t got =
-            read_at(from, Block, std::min(kBlock, static_cast<std::size_t>(to - from)));
+        const std::size_t got = read_at(from, Block, piece_of(to - from));
         if (got == 0) break;
         count += std::count(Block, Block + got, '\n');
-        from += static_cast<long>(got);
+        from += static_cast<FileOffset>(got);
     }
-    return static_cast<int>(std::min<long>(count, INT_MAX));
+    return static_cast<int>(std::min<std::int64_t>(count, INT_MAX));
 }
 
 }  // namespace history
@@ -204,7 +202,7 @@ static constexpr histloc kNone = {-1, 0};
 
 // Finds the needle beyond command `from`. When it has looked at about `most` bytes in vain, `from` is
 // the command looked at last and the result's command kHistGoesOn.
-static histloc find_from(const history::Needle &needle, int &from, int step, long most) {
+static histloc find_from(const history::Needle &needle, int &from, int step, FileOffset most) {
     const int bound = step > 0 ? fc_fix->fixind : std::max(fc_fix->fixind - fc_fix->fixmax, 1);
     if (step > 0 ? from >= bound : from <= bound) return kNone;
     // Nothing is found in every command, also in one without text.
@@ -229,7 +227,7 @@ histloc hist_find(const char *string, int index1, int flag, int direction) {
 }
 
 histloc hist_find_part(const char *string, int *index1, int direction) {
-    static constexpr long kPart = 4L * 1024 * 1024;
+    static constexpr FileOffset kPart = 4 * 1024 * 1024;
     if (fc_fix == nullptr) return kNone;
     const history::Needle needle = history::needle_of(string, true);
     return find_from(needle, *index1, direction > 0 ? 1 : -1, kPart);
@@ -249,7 +247,7 @@ char *hist_word(char *s1, int word) {
     (void)hist_copy(s1, fc_fix->fixind - 1, -1);
     char *result = s1;
     bool inside = false;
-    long left = word;
+    std::int64_t left = word;
     char *p = s1;
     for (; *p != '\0'; p++) {
         if (is_blank(byte_of(*p))) {
@@ -268,7 +266,7 @@ char *hist_word(char *s1, int word) {
 
 histloc hist_locate(int command, int line, int lines) {
     if (fc_fix == nullptr) return {-1, 0};
-    long target = static_cast<long>(line) + lines;
+    std::int64_t target = static_cast<std::int64_t>(line) + lines;
     if (lines > 0) {
         // Numbers without text have no lines: they are passed at once.
         command = std::max(command, std::min(history::ring_low(), fc_fix->fixind));
