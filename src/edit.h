@@ -171,6 +171,9 @@ bool e_driver_begins();
 // True when e_getchar will deliver a key without a wait. A NUL behind a ^V that has not quoted it
 // is dropped, with what follows.
 bool e_key_held();
+// To be asked in the midst of long work: serves signals and output as a wait for a key does, and
+// leaves through e_env as e_getchar does. True when e_getchar will deliver a key without a wait.
+bool e_key_comes();
 // Pushes `c` back: the next e_getchar returns it. A push onto a full stack is dropped; kLookAhead
 // leaves room for every push of the editors.
 void e_ungetchar(int c);
@@ -203,6 +206,8 @@ int e_wanted_mode();
 // That mode is really in force on the user's terminal afterwards. Returns 0, -1 when it can't be
 // set.
 int e_assert_mode(int fd);
+// While they are taken, the keys that stop and start the terminal's output are keys in raw mode.
+void e_take_stop_keys(bool taken);
 // To be called when editing is no longer in force and the terminal goes raw for pass-through: what
 // the driver had collected stays marked (see e_unmark).
 void e_leave_editing(int fd);

@@ -51,14 +51,10 @@ void candidates_begin(const genchar *word, int n, bool repeated) {
     Hashes_used = 0;
 }
 
-static bool stands_for(genchar typed, genchar u) {
-    return typed == u || (unit_lower(typed) && unit_to_lower(u) == typed);
-}
-
 // Most of what is offered is none, which its first byte tells.
 static bool may_begin(char c) {
     if (Word_len == 0 || Word[0] >= 128 || byte_of(c) >= 128) return true;
-    return stands_for(Word[0], static_cast<genchar>(c));
+    return unit_stands_for(Word[0], static_cast<genchar>(c));
 }
 
 // At most the first `most` units.
@@ -132,7 +128,7 @@ bool candidates_offer(std::string_view text, int least) {
     const int needed = std::max(Word_len, least);
     const int looked_at = Found == 0 ? kMostBytes : std::max(needed, Shared_len);
     const int n = units_of(text, units, looked_at);
-    if (n < needed || !std::equal(Word, Word + Word_len, units, stands_for)) return false;
+    if (n < needed || !std::equal(Word, Word + Word_len, units, unit_stands_for)) return false;
     share(units, n);
     if (Repeated && !is_new(text)) return true;
     Found++;

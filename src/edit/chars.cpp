@@ -245,6 +245,10 @@ genchar unit_to_lower(genchar u) {
     return u < 128 ? u - 'A' + 'a' : writable(u, towlower(wide(u)));
 }
 
+bool unit_stands_for(genchar typed, genchar u) {
+    return typed == u || (unit_lower(typed) && unit_to_lower(u) == typed);
+}
+
 bool unit_plain(genchar u) { return ascii_prints(u); }
 
 // ---- Clusters.

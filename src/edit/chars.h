@@ -61,6 +61,8 @@ bool unit_upper(genchar u);
 bool unit_lower(genchar u);
 genchar unit_to_upper(genchar u);
 genchar unit_to_lower(genchar u);
+// Whether `typed`, looked for, is also found in `u`: a lower-case letter stands for both cases.
+bool unit_stands_for(genchar typed, genchar u);
 // Printable, one column on every terminal, and nothing that joins a unit beside it.
 bool unit_plain(genchar u);
 

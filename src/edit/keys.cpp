@@ -184,6 +184,13 @@ bool e_key_held() {
     return editb.e_index > 0;
 }
 
+bool e_key_comes() {
+    if (!e_key_held()) return fill_stack(false, 0);
+    const KeyWait how = e_host->wait_key(0);
+    if (how == KeyWait::interrupted || how == KeyWait::taken) leave_edit(kEditEnd);
+    return true;
+}
+
 int e_getbyte(long timeout_ns) {
     (void)e_key_held();  // drops what can't be delivered
     return take_key(false, timeout_ns);

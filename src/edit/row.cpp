@@ -159,6 +159,19 @@ static void put_prompt(Window &window, int columns, int first) {
     window.used = std::min(columns - first, Row.width);
 }
 
+// The clusters of a text of its own whose image begins in column 0. Returns its columns.
+static int put_lead(Window *window, int first) {
+    int column = 0;
+    for (int at = 0, end = 0; at < Row.lead_len; at = end) {
+        end = cluster_end(Row.lead, Row.lead_len, at);
+        if (window != nullptr) put_cluster(*window, Row.lead + at, end - at, column, first);
+        column += cluster_shown(Row.lead + at, end - at, column).columns;
+    }
+    return column;
+}
+
+int row_lead_columns() { return put_lead(nullptr, 0); }
+
 static void begin(Window &window) {
     blank(window, 0, kWidestWindow + 1);
     window.used = window.pooled = 0;
@@ -168,7 +181,10 @@ void row_want_line(int first) {
     const genchar *const text = editb.e_inbuf;
     const int len = text_len();
     begin(*Wanted);
-    put_prompt(*Wanted, Row.start, first);
+    if (Row.lead_len > 0)
+        (void)put_lead(Wanted, first);
+    else
+        put_prompt(*Wanted, Row.start, first);
     Place at = {0, Row.start};
     while (at.index < len && at.column < std::min(first + Row.width, last_column())) {
         const Place next = behind(text, len, at);

@@ -35,6 +35,8 @@ struct RowHome {
 // State of the row; an editor begins it with each line.
 struct RowState {
     RowHome home;
+    const genchar *lead;  // text in place of the prompt, `lead_len` units; 0: the prompt
+    int lead_len;
     int width;   // of the window, columns
     int start;   // column of the image at which the text begins, behind a prompt in the window
     int cut;     // index at which no cluster joins what stands before and behind; -1 none
@@ -54,6 +56,8 @@ int row_columns();
 
 // What the window shall show: the image from column `first` on; prompt and rest of the program's.
 void row_want_line(int first);
+// Columns of the text in place of the prompt.
+int row_lead_columns();
 void row_want_output(int prompt_columns, const char *rest, int len);
 // Columns that this takes in the window.
 int row_wanted();

@@ -25,13 +25,15 @@ const EditView *e_view = nullptr;
 // State: set by every switch of mode, zero at the start.
 static struct termios ttyparm;   // the user's settings
 static struct termios nttyparm;  // those of raw or alternative mode
-static int Marked = 0;           // unread bytes that the driver had collected before the switch
+static bool Stop_keys_taken = false;
+static int Marked = 0;  // unread bytes that the driver had collected before the switch
 static const char badcooked_msg[32] = "cannot reset tty to cooked mode";
 
 void edit_reset_terminal() {
     e_view = nullptr;
     editb = {};
     Marked = 0;
+    Stop_keys_taken = false;
 }
 
 static int local_tcget(int fd, int, struct termios *t) { return tcgetattr(fd, t); }
@@ -42,6 +44,7 @@ static struct termios raw_of(const struct termios &user) {
     struct termios t = user;
     t.c_iflag &= ~static_cast<tcflag_t>(IGNPAR | PARMRK | INLCR | IGNCR | ICRNL);
     t.c_iflag |= BRKINT;
+    if (Stop_keys_taken) t.c_iflag &= ~static_cast<tcflag_t>(IXON);
     t.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     t.c_cc[VTIME] = 0;
     t.c_cc[VMIN] = 1;
@@ -212,6 +215,12 @@ int e_assert_mode(int fd) {
     if (raw) return enter_mode(fd, wanted, kTtyRaw);
     if ((current.c_lflag & ICANON) == 0) return raw_to_alternative(fd);
     return enter_mode(fd, wanted, kTtyAlt);
+}
+
+// Output that is stopped goes on as the mode changes.
+void e_take_stop_keys(bool taken) {
+    Stop_keys_taken = taken;
+    if (editb.e_raw == kTtyRaw) (void)e_assert_mode(editb.e_fd);  // else the next wait sees to it
 }
 
 void e_leave_editing(int) {

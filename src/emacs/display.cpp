@@ -25,11 +25,14 @@ static void set_width(int excess) {
     Row.width = editb.e_wsize;
 }
 
+// The column at which what is scrolled begins: behind the prompt, or with what stands in its place.
+static int first_column() { return Row.lead_len > 0 ? 0 : editb.e_plen; }
+
 // A new row: with the prompt, the cursor behind it, or empty.
 static void start_row(DRAWTYPE option) {
     set_width(prompt_excess);
     Row.home = {"\r", 0, editb.e_crlf == 1, true};
-    Row.start = editb.e_plen;
+    Row.start = Row.lead_len > 0 ? row_lead_columns() : editb.e_plen;
     row_clear();
     overflow = ' ';
     offset = 0;
@@ -54,13 +57,21 @@ static void scroll_to(int p) {
     // The row is taken over: nothing may stay behind the marker.
     set_width(0);
     offset = p - editb.e_wsize / 2;
-    if (offset < editb.e_plen) offset = editb.e_crlf == 1 && p < editb.e_wsize ? 0 : editb.e_plen;
-    if (offset >= editb.e_plen && !cr_ok) {
+    const int first = first_column();
+    if (offset < first) offset = editb.e_crlf == 1 && p < editb.e_wsize ? 0 : first;
+    if (offset >= first && !cr_ok) {
         row_clear();
         e_putchar('\r');
         overflow = 0;  // whatever stands in the marker's column
         cr_ok = true;
     }
+}
+
+void blank_row() {
+    e_putchar('\r');
+    const int marker_column = e_window(editb.e_fd) - 2;
+    for (int k = 0; k <= marker_column; k++) e_putchar(' ');
+    e_putchar('\r');
 }
 
 void write_differences() {
@@ -77,9 +88,23 @@ void write_differences() {
 }
 
 static char marker(int columns) {
-    const bool hidden_left = offset > editb.e_plen;
+    const bool hidden_left = offset > first_column();
     if (columns <= offset + editb.e_wsize) return hidden_left ? '<' : ' ';
     return hidden_left ? '*' : '>';
+}
+
+// What stands in place of a prompt that can't be written again needs the whole row.
+static void take_row() {
+    blank_row();
+    give_up_prompt();
+    start_row(REFRESH);
+}
+
+void show_lead(const genchar *units, int n) {
+    Row.lead = units;
+    Row.lead_len = n;
+    Row.start = n > 0 ? row_lead_columns() : editb.e_plen;
+    offset = 0;
 }
 
 void draw(DRAWTYPE option) {
@@ -92,6 +117,7 @@ void draw(DRAWTYPE option) {
         return;
     }
     if (option == APPEND && echo_typed()) return;
+    if (Row.lead_len > 0 && editb.e_crlf == 0) take_row();
     Row.cut = editb.e_cur;
     const int p = row_column(editb.e_cur);
     scroll_to(p);

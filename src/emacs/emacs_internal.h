@@ -111,6 +111,11 @@ extern bool &cr_ok;    // a carriage return leads to window column 0
 // colours were captured in part only. The window is narrower by so much while it shows the prompt.
 extern int prompt_excess;
 void draw(DRAWTYPE option);
+// Shows the `n` units at `units`, which have to last, in place of the prompt from the next draw on;
+// the prompt again with 0.
+void show_lead(const genchar *units, int n);
+// Blanks the row, the cursor in its first column.
+void blank_row();
 // Brings the window to what is wanted, column by column.
 void write_differences();
 // Makes up for an update that was put off while keys were pending.
@@ -124,6 +129,8 @@ extern const EditView view;
 // where it leaves the text no room; the caller then starts a row of its own. `text_len` is the
 // length of the text that has to fit behind it. Returns true when the prompt was given up.
 bool drop_unfit_prompt(int text_len);
+// The line stands on a row of its own from now on, without the prompt.
+void give_up_prompt();
 
 // Commands of the key table: moves and changes (keys.cpp).
 After line_start(Command &command);
@@ -181,6 +188,8 @@ void keep_newest();
 bool copy_history_line(TextCopy &copy);
 // Puts it in place of the line.
 void recall_line();
+// Whether the line at `place` can be shown whole.
+bool recallable(histloc place);
 // Starts the line with the successor of the one that ^O finished, when that was asked for.
 void fetch_next_line();
 // The edit was taken away: a fetched line as it came is nobody's typing, and is fetched again.
@@ -191,6 +200,9 @@ void give_fetched_back();
 int escape(int ch, int count);
 // Chooses the commands behind ESC, once a run.
 void escape_begin(bool extended);
+// The user's own character that `key` is, or the key; whether that is a command (loop.cpp).
+int code_of(int key);
+bool is_command(int code);
 // The next key of a command; an escape key of the user's own is one of its own (loop.cpp).
 int next_key();
 // Lets the user type a text in place of the line and puts the history line that holds it there, or

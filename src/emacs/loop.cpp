@@ -12,6 +12,7 @@
 #include "edit/decode.h"
 #include "edit/prompt.h"
 #include "emacs.h"
+#include "emacs/find.h"
 #include "emacs/kills.h"
 #include "emacs/undo.h"
 #include "emacs_internal.h"
@@ -97,6 +98,7 @@ static constexpr Binding kExtendedBindings[] = {
     {kAlt | 'y', yank_before},        // what was deleted before, in place of what ^Y has put in
     {ctrl('X'), control_x_or_undo},   // ^X ^X, and ^X ^U for the same
     {kPasted | ctrl('J'), end_line},  // a line end in the clipboard ends the line
+    {ctrl('R'), find_while_typed},    // searches the history while the text is typed
 };
 // State: chosen once a run.
 static std::span<const Binding> first_bindings;
@@ -154,7 +156,7 @@ static bool quote(int c) {
     return true;
 }
 
-static int code_of(int c) {
+int code_of(int c) {
     if (c == editb.e_kill) return CODE_KILL;
     if (c == editb.e_erase) return CODE_ERASE;
     if (c == editb.e_eof && editb.e_eol == 0) return CODE_EOF;
@@ -174,6 +176,15 @@ static const Binding *find_binding(std::span<const Binding> bindings, int key) {
 // A key of the decoder's that is no character, and stands for nothing here.
 static bool strange_key(int c) { return c >= kKeyBase && (c & kPasted) == 0; }
 
+static const Binding *binding_of(int code) {
+    const Binding *binding = find_binding(first_bindings, code);
+    return binding != nullptr ? binding : find_binding(kBindings, code);
+}
+
+bool is_command(int code) {
+    return binding_of(code) != nullptr || ((code & kAlt) != 0 && !strange_key(code & ~kAlt));
+}
+
 // What was typed, or a change, may have joined characters around the cursor: it goes behind them.
 static int between_clusters(int at) {
     const int start = cluster_start(editb.e_inbuf, text_len(), at);
@@ -181,8 +192,7 @@ static int between_clusters(int at) {
 }
 
 static After run(Command &command) {
-    const Binding *binding = find_binding(first_bindings, command.c);
-    if (binding == nullptr) binding = find_binding(kBindings, command.c);
+    const Binding *binding = binding_of(command.c);
     if (binding == nullptr && !strange_key(command.c)) return insert(command);
 
     undo_command();
@@ -256,6 +266,7 @@ static void begin_line() {
 
 // Leaves the edit; the terminal stays raw for the main loop.
 static int leave(int fd, int result) {
+    find_abandon();
     e_view = nullptr;
     e_end_edit(fd);
     return result;

@@ -27,8 +27,7 @@ bool copy_history_line(TextCopy &copy) {
     return true;
 }
 
-// Whether the line at `place` can be shown whole.
-static bool recallable(histloc place) {
+bool recallable(histloc place) {
     static char bytes[kLineBuffer];
     return hist_copy(bytes, place.his_command, place.his_line) >= 0 &&
            static_cast<int>(std::strlen(bytes)) <= Limits.text;

@@ -12,20 +12,24 @@ namespace emacs {
 // State of the row: 1 while the line stands on a row of its own, below a prompt that was given up.
 static char own_row = 0;
 
+void give_up_prompt() {
+    own_row = 1;
+    editb.e_prompt[0] = '\r';
+    editb.e_prompt[1] = '\0';
+    editb.e_plen = 0;
+    editb.e_crlf = 1;
+    prompt_excess = 0;
+}
+
 bool drop_unfit_prompt(int text_len) {
     constexpr int kNarrowest = 20;  // window behind a prompt whose columns are known
     prompt_excess = editb.e_crlf == 0 ? std::max(out_row_column() - editb.e_plen, 0) : 0;
     const int width = editb.e_wsize - prompt_excess;
     const bool fits = editb.e_plen < width && (prompt_excess == 0 || width >= kNarrowest) &&
                       editb.e_plen <= kMaxPrompt && editb.e_plen + text_len <= Limits.text;
-    own_row = fits ? 0 : 1;
-    if (fits) return false;
-    editb.e_prompt[0] = '\r';
-    editb.e_prompt[1] = '\0';
-    editb.e_plen = 0;
-    editb.e_crlf = 1;
-    prompt_excess = 0;
-    return true;
+    own_row = 0;
+    if (!fits) give_up_prompt();
+    return !fits;
 }
 
 // Works on what the row shows, not on the line.
@@ -78,10 +82,7 @@ static void come_back() {
 
 static void redraw() {
     // The row may still hold what it showed, in another window position.
-    e_putchar('\r');
-    const int marker_column = e_window(editb.e_fd) - 2;
-    for (int k = 0; k <= marker_column; k++) e_putchar(' ');
-    e_putchar('\r');
+    blank_row();
     draw(REFRESH);
 }
 
