@@ -32,11 +32,10 @@ const char *t_basename(const char *str) {
 static void give_terminal_back() {
     if (Child_suspended != 0 || tty_in_background()) return;
     if (Before_end != nullptr) Before_end();
-    tty_size_refresh(fileno(stdin), &Tty_original);
     int restored = -1;
     // Tried twice: the user has to go on with this terminal.
     for (int i = 0; i < 2 && restored != 0; i++)
-        restored = tty_info_change(fileno(stdin), &Tty_original, 1);
+        restored = tty_apply(fileno(stdin), &Tty_original.tty_termios);
     if (restored != 0) {
         message_format("%s: can't restore original tty mode", Program_name);
         perror(Message_buf);

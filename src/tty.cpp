@@ -36,11 +36,6 @@ int tty_info_change(int fd, tty_info *tty_i, int) {
 
 int tty_info_set(int fd, tty_info *tty_i) { return tty_info_change(fd, tty_i, 0); }
 
-void tty_size_refresh(int fd, tty_info *tty_i) {
-    struct winsize size = {};
-    if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col != 0) tty_i->tty_winsize = size;
-}
-
 // Bits of `mask` in `word` become those of `model`.
 static void take_bits(tcflag_t &word, tcflag_t model, tcflag_t mask) {
     word = (word & ~mask) | (model & mask);

@@ -20,8 +20,6 @@ int tty_info_get(int fd, tty_info *tty_i);
 // Applies settings, then the size when it is known. `nooverrides` makes no difference.
 int tty_info_change(int fd, tty_info *tty_i, int nooverrides);
 int tty_info_set(int fd, tty_info *tty_i);
-// Reads the size of `fd` into the record when it is known; else leaves the record.
-void tty_size_refresh(int fd, tty_info *tty_i);
 
 // The changes of raw and of cooked mode to settings `t`; cooked takes the user's choices from
 // Tty_original. ECHO is left as it is.

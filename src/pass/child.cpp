@@ -78,15 +78,15 @@ static void drop_pending(int sig) {
     }
 }
 
-// Gives the user's terminal back, unless another process has it. All signals are blocked.
+// Gives the user's terminal back, unless another process has it; its size is its own affair. All
+// signals are blocked.
 static void leave_terminal() {
     Terminal_saved = !tty_in_background();
     if (Terminal_saved) {
         marks_leave();
         if (tty_info_get(STDIN_FILENO, &suspended_tty) != 0)
             fatal_message("morp: can't get tty mode");
-        tty_size_refresh(STDIN_FILENO, &Tty_original);
-        if (tty_info_set(STDIN_FILENO, &Tty_original) != 0)
+        if (tty_apply(STDIN_FILENO, &Tty_original.tty_termios) != 0)
             fatal_message("morp: can't restore original tty mode");
     } else if (tty_is_untouched() && tty_info_get(STDIN_FILENO, &suspended_tty) == 0) {
         // A shell that is stopped by the same key may have given the terminal away already; with
@@ -111,14 +111,10 @@ void handle_child_stop(int, S_sigpf) {
 }
 
 void handle_child_restart(int) {
-    drop_pending(SIGUSR2);
     wait_window_open(kWindowEnd);  // a kill of the suspended job is served here
     wait_window_close();
     if (Terminal_saved) {
-        // The size is the terminal's own; it may have changed, even while this call keeps morp
-        // stopped in the background.
-        suspended_tty.tty_winsize.ws_col = 0;
-        if (tty_info_set(STDIN_FILENO, &suspended_tty) != 0)
+        if (tty_apply(STDIN_FILENO, &suspended_tty.tty_termios) != 0)
             fatal_message("can't restore tty mode");
     }
     drop_pending(SIGCONT);
