@@ -111,20 +111,16 @@ void handle_child_stop(int, S_sigpf) {
 }
 
 void handle_child_restart(int) {
-    wait_window_open(kWindowEnd);  // a kill of the suspended job is served here
-    wait_window_close();
     if (Terminal_saved) {
         if (tty_apply(STDIN_FILENO, &suspended_tty.tty_termios) != 0)
             fatal_message("can't restore tty mode");
     }
     drop_pending(SIGCONT);
     drop_pending(SIGUSR2);
-    sig_trap_sigwinch(SIGWINCH);
+    sig_trap_sigcont(SIGCONT);  // before the program goes on: it finds the new size
     (void)kill(-Child_pid, SIGCONT);
     Child_suspended = 0;
     e_row_renewed();  // the shell has written below it
-    out_row_forget();
-    Resumed = 1;
 }
 
 void sig_trap_sigterm(int) {
