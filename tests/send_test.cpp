@@ -15,6 +15,7 @@
 #include "pass/keyboard.h"
 #include "pass/mode.h"
 #include "pass/output.h"
+#include "pass/send.h"
 #include "pass/waits.h"
 #include "pty.h"
 #include "run.h"
@@ -130,4 +131,15 @@ TEST(Send, EchoThatCouldNotBePutBackIsBackBeforeTheNextKeyIsTaken) {
     EXPECT_TRUE(terminals.echoes());
     EXPECT_EQ(terminals.received(), "ab\ncd\n");
     EXPECT_EQ(terminals.shown(), 0U);
+}
+
+TEST(Send, AnEchoThatIsReadInTwoPartsIsDroppedAndNothingElseIs) {
+    for (const char second : {'\n', 'x'}) {
+        const Terminals terminals;
+        (void)terminals.type("ab\r");
+        char late = '\0';
+        EXPECT_EQ(echo_to_drop("\r", 1, &late), 1);
+        EXPECT_EQ(echo_to_drop(&second, 1, &late), second == '\n' ? 1 : 0);
+        EXPECT_EQ(late, second == '\n' ? '\0' : '\r');
+    }
 }

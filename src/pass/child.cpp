@@ -111,6 +111,8 @@ void handle_child_stop(int, S_sigpf) {
 }
 
 void handle_child_restart(int) {
+    wait_window_open(kWindowEnd);  // a kill of the suspended job is served here
+    wait_window_close();
     if (Terminal_saved) {
         if (tty_apply(STDIN_FILENO, &suspended_tty.tty_termios) != 0)
             fatal_message("can't restore tty mode");
