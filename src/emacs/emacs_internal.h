@@ -169,6 +169,7 @@ After kill_to_end_or_column(Command &command);
 After kill_region_or_word(Command &command);
 After keep_region(Command &command);
 After yank_before(Command &command);
+After drop_pending(Command &command);
 // The history (recall.cpp).
 void recall_begin(bool extended);
 After uparrow(Command &command);
@@ -177,6 +178,7 @@ After older(Command &command);
 After newer(Command &command);
 After older_match(Command &command);
 After newer_match(Command &command);
+After last_word(Command &command);
 After search_history(Command &command);
 // Forgets the line that was being edited.
 void begin_walk();

@@ -137,6 +137,13 @@ After kill_region_or_word(Command &command) {
     return After::next_key;
 }
 
+After drop_pending(Command & /*command*/) {
+    begin_marks();
+    editb.e_fchar = 0;
+    e_ringbell();
+    return After::next_key;
+}
+
 After keep_region(Command &command) {
     const int mark = std::min(editb.e_fchar, editb.e_eol);
     if (mark == command.i) return yank(command);

@@ -97,6 +97,9 @@ static constexpr Binding kExtendedBindings[] = {
     {kAlt | 'p', keep_region},             // copies from the mark to the cursor
     {kAlt | 'y', yank_before},        // what was deleted before, in place of what ^Y has put in
     {ctrl('X'), control_x_or_undo},   // ^X ^X, and ^X ^U for the same
+    {kAlt | '.', last_word},          // the last word of the command before
+    {kAlt | 'u', as_escape<'c'>},     // changes the word to upper case
+    {ctrl('G'), drop_pending},        // drops a count and the mark
     {kPasted | ctrl('J'), end_line},  // a line end in the clipboard ends the line
     {ctrl('R'), find_while_typed},    // searches the history while the text is typed
 };
@@ -150,6 +153,7 @@ static bool quote(int c) {
     const bool quoted = c == editb.e_erase || c == editb.e_kill ||
                         (!unit_printable(unit) && c != '\n' && c != '\r');
     if (!quoted) return false;
+    if ((c & kPasted) != 0) undo_typing(decode_pastes());
     (void)text_over(editb.e_cur - 1, &unit, 1);
     // Not APPEND: its echo of a printing character would leave the backslash on the screen.
     draw(UPDATE);

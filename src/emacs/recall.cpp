@@ -1,6 +1,7 @@
 // recall.cpp: moves through the history, and the line that ^O asks for.
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "edit/chars.h"
 #include "emacs.h"
@@ -164,6 +165,57 @@ static After walk_matches(Command &command, int step) {
 After older_match(Command &command) { return walk_matches(command, -1); }
 
 After newer_match(Command &command) { return walk_matches(command, 1); }
+
+// --- The last word of a command ---
+
+// State: what was put in, in which turn, and from which command. Another line is another turn.
+static struct {
+    int turn;
+    int at, len;
+    int number;
+} word = {-1, 0, 0, 0};
+
+// The last word of command `number`; of no length when there is none, or the command is longer than
+// any line.
+static std::string_view word_of(int number) {
+    static char bytes[kLineBuffer];
+    if (fc_fix == nullptr || hist_position(number) < 0 || hist_copy(bytes, number, -1) < 0)
+        return {};
+    int end = static_cast<int>(std::strlen(bytes));
+    if (end > Limits.text) return {};
+    while (end > 0 && is_blank(byte_of(bytes[end - 1]))) end--;
+    int start = end;
+    while (start > 0 && !is_blank(byte_of(bytes[start - 1]))) start--;
+    return {bytes + start, static_cast<std::size_t>(end - start)};
+}
+
+// The next command older than `number` that has such a word, -1 for none.
+static int older_with_word(int number) {
+    for (number--; number >= std::max(editb.e_hismin, 1); number--)
+        if (!word_of(number).empty()) return number;
+    return -1;
+}
+
+After last_word(Command &command) {
+    static genchar unit[kLineUnits];
+    if (word.turn != turn - 1) word = {0, command.i, 0, editb.e_hline};
+    word.turn = turn;
+    int number = word.number;
+    for (int left = command.count; left > 0 && number >= 0; left--)
+        number = older_with_word(number);
+    if (number < 0) {
+        e_ringbell();
+        return After::next_key;
+    }
+    word.number = number;
+    const std::string_view found = word_of(number);
+    const int size = static_cast<int>(found.size());
+    const int len = units_from_bytes(unit, kLineUnits, found.data(), size);
+    if (!replace_units(word.at, word.len, unit, len)) return After::next_key;
+    word.len = len;
+    command.i = word.at + len;
+    return After::update;
+}
 
 After search_history(Command &command) {
     search(command.count);
