@@ -68,7 +68,7 @@ constexpr Step kMorpSteps[] = {
     {"\x1b[A / 2\r", "茶> ", "Up", "the line before, and more to it"},
     {"import getpass; word = getpass.getpass()\r", "Password: ", "", ""},
     {"sesame\r", "茶> ", "", "no echo: passed on, and never recorded"},
-    {"\x12pri", "茶> ^Rpri", "^R", "search what was typed, also days ago"},
+    {"\x12pri", "(back)'pri': sum(", "^R", "search what was typed, also days ago", 13},
 };
 
 constexpr Step kOutputSteps[] = {
