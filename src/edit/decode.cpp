@@ -30,7 +30,7 @@ using decode::read_control;
 using decode::take;
 
 static constexpr long kEscapeAlone = 50 * kMillisecond;
-static constexpr long kSilence = 1000 * kMillisecond;  // ends a paste or an answer without an end
+static constexpr long kSilence = kPasteSilence;  // ends an answer without an end as well
 // Set in a code on the read-ahead stack that is no byte.
 static constexpr int kHeld = 1 << 28;
 static constexpr char kMarks[2][kMarkLength + 1] = {"\x1b[200~", "\x1b[201~"};
@@ -68,6 +68,7 @@ void decode_begin_line() { Character = {}; }
 
 bool decode_in_paste() { return Pasting; }
 int decode_pastes() { return Pastes; }
+void decode_silence() { Pasting = false; }
 
 void e_ungetkey(int code) { e_ungetchar(code > 255 ? code | kHeld : code); }
 

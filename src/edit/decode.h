@@ -68,6 +68,9 @@ int decode_unfinished(char *dst, int room);
 
 // True between the marks of a paste.
 bool decode_in_paste();
+// Between two lines: the keyboard has had nothing for kPasteSilence, which ends one without an end.
+inline constexpr long kPasteSilence = 1'000'000'000;  // nanoseconds
+void decode_silence();
 // How many pastes have begun: the number of the one under way, or of the last.
 int decode_pastes();
 // `len` keys are on their way to the program, which has not asked for marks around a paste: takes

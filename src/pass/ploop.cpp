@@ -8,6 +8,7 @@
 
 #include "child.h"
 #include "edit.h"
+#include "edit/decode.h"
 #include "edit/prompt.h"
 #include "edit_wait.h"
 #include "editlib.h"
@@ -53,6 +54,23 @@ static bool look_again(int fd) {
     Looks++;
     (void)check_fd_mode(fd);
     return Vesk_on == 0;
+}
+
+// State: since when the keyboard has been waited for, without a key; 0 while it isn't.
+static long long Silent_from_ns = 0;
+
+// Nanoseconds until a paste whose end was lost is over, kNoTimeout where there is none. While keys
+// wait for the line before, its end may be among them.
+static long until_paste_ends(bool keys_wanted) {
+    if (!keys_wanted || !decode_in_paste()) {
+        Silent_from_ns = 0;
+        return kNoTimeout;
+    }
+    if (Silent_from_ns == 0) Silent_from_ns = now_ns();
+    const long left = static_cast<long>(Silent_from_ns + kPasteSilence - now_ns());
+    if (left > 0) return left;
+    decode_silence();
+    return kNoTimeout;
 }
 
 // The screen was somebody else's: the prompt belongs on the row again, and so does text that the
@@ -118,8 +136,13 @@ void pass_loop(int fd) {
         if (held) held = line_look(fd);
         const unsigned long relayed = Relayed_bytes;
         struct pollfd fds[2];
-        const int ready = wait_terminals(fd, !held && keyboard_wanted() && !line_begun_ahead(),
-                                         keyboard_pending(), longest_sleep(held), fds);
+        const bool keys_wanted = !held && keyboard_wanted() && !line_begun_ahead();
+        const long paste = until_paste_ends(keys_wanted);
+        const long sleep = longest_sleep(held);
+        const bool sooner = paste != kNoTimeout && (sleep == kNoTimeout || paste < sleep);
+        const int ready =
+            wait_terminals(fd, keys_wanted, keyboard_pending(), sooner ? paste : sleep, fds);
+        if (fds[kKeyboardSlot].revents != 0) Silent_from_ns = 0;
         if (forward_signal(fd) || ready < 0 || look_again(fd)) continue;
         if (serve(fd, fds, &held) || Relayed_bytes != relayed) look_from_now();
     }
