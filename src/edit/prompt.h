@@ -36,9 +36,9 @@ PromptNow e_compare_prompt();
 void e_new_prompt(int prompt_size);
 // Writes the captured prompt again after a carriage return, when it is printable.
 void e_rewrite_prompt();
-// Around rows of morp's own, each written with its newline, while the cursor stands behind the prompt
-// and the line is not shown: they take the prompt's row, and it follows them. One that can't be written
-// again stays above them.
+// Around rows of morp's own, each written with its newline, while the cursor stands behind the
+// prompt and the line is not shown: they take the prompt's row, and it follows them. One that can't
+// be written again stays above them.
 void e_above_begin();
 void e_above_end();
 
