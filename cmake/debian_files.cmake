@@ -21,3 +21,9 @@ file(GLOB pages ${share}/man/man1/*.1)
 execute_process(
     COMMAND gzip -9n ${doc}/changelog ${doc}/changelog.Debian ${pages}
     COMMAND_ERROR_IS_FATAL ANY)
+# No file is younger than what the package says of its time.
+if(DEFINED ENV{SOURCE_DATE_EPOCH})
+    execute_process(
+        COMMAND find ${CPACK_TEMPORARY_DIRECTORY} -exec touch -h -d @$ENV{SOURCE_DATE_EPOCH} {} +
+        COMMAND_ERROR_IS_FATAL ANY)
+endif()

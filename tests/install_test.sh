@@ -22,6 +22,11 @@ deb=$("$root/script/package" "$build" 2>"$work/log") || fail "$(cat "$work/log")
 ! command -v lintian >/dev/null ||
     lintian --allow-root --fail-on error,warning "$deb" >"$work/log" 2>&1 ||
     fail "$(cat "$work/log")"
+# The same bytes at another time, by somebody with other rights; and no word of the place.
+mv "$deb" "$work/first.deb"
+(umask 077 && touch "$build/morp" && "$root/script/package" "$build" >"$work/log" 2>&1) ||
+    fail "$(cat "$work/log")"
+cmp "$deb" "$work/first.deb" || fail "Packed twice, it is not the same"
 # dpkg as root keeps its books there; unpacking alone does for everybody else.
 mkdir -p "$work/root/var/lib/dpkg/"{info,updates}
 touch "$work/root/var/lib/dpkg/status"
@@ -34,6 +39,7 @@ else
 fi
 usr=$work/root/usr
 version=$(dpkg-deb -f "$deb" Version)
+! grep -aqF -e "$root" -e "$build" "$usr/bin/morp" || fail "It knows where it was built"
 grep -aq "@(#)morp ${version%-*}" "$usr/bin/morp" || fail "The program is of another version"
 [[ $(grep -m1 '^## ' "$root/CHANGELOG.md") == "## ${version%-*} "* ]] || fail "No word of the changes"
 ls "$usr"/share/doc/morp/{README.md,copyright,changelog.gz,changelog.Debian.gz} >/dev/null

@@ -55,7 +55,8 @@ sequences=$(sed -nE 's/^ *\{"[^"]*", (.*)\},$/\1/p' src/edit/decode_control.cpp 
 manual=$(sed -n '/^.Sh EXTENDED/,/^.Sh/p' man/morp.1 | grep -oE '[A-Z][A-Za-z0-9-]+')
 has "The manual" "$manual" "$sequences"
 
-variables=$(grep -rhoE '"[A-Z][A-Z_]{3,}"' src | tr -d '"' | sort -u)
+# What morp tells the C library in src/os is no affair of the user's.
+variables=$(grep -rhoE --exclude-dir=os '"[A-Z][A-Z_]{3,}"' src | tr -d '"' | sort -u)
 readme=$(sed -n '/^## Variables/,/^One/s/^|\([^|]*\)|.*/\1/p' README.md |
     grep -oE '[A-Z][A-Z_]{3,}')
 manual=$(sed -n '/^.Sh ENVIRONMENT/,/^.Sh/s/^.It Ev//p' man/morp.1 | grep -oE '[A-Z][A-Z_]{3,}')

@@ -5,12 +5,13 @@
 #include <langinfo.h>
 #include <algorithm>
 #include <climits>
-#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwctype>
 #include <iterator>
+
+#include "os.h"
 
 // State: of the whole run.
 static bool By_locale = false;  // extended mode: the C library knows
@@ -30,8 +31,7 @@ void chars_begin(bool extended) {
     By_locale = extended;
     Ascii = Utf8 = false;
     if (!extended) return;
-    // A locale that can't be had is the one named "C" already.
-    if (setlocale(LC_CTYPE, "") == nullptr && asks_for_utf8()) (void)setlocale(LC_CTYPE, "C.UTF-8");
+    os_take_locale(asks_for_utf8());
     const char *codes = nl_langinfo(CODESET);
     Utf8 = strcmp(codes, "UTF-8") == 0;
     Ascii = strcmp(codes, "ANSI_X3.4-1968") == 0 || strcmp(codes, "US-ASCII") == 0;
