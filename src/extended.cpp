@@ -9,12 +9,21 @@
 int Extended = 0;
 int Dumb_terminal = 0;
 
-static constexpr LineLimits kShortLines = {kLineCapacity,   kLineCapacity - 1, kKeyboardBuffer - 1,
-                                           kKeyboardBuffer, kMaxLine,          true};
+// Leaves room for one whole burst of keys.
+static constexpr int kLongestPrompt = 87;
+static constexpr LineLimits kShortLines = {kLineCapacity,
+                                           kLineCapacity - 1,
+                                           kKeyboardBuffer - 1,
+                                           kKeyboardBuffer,
+                                           kLineCapacity - 1,
+                                           kLongestPrompt,
+                                           kMaxLine,
+                                           true};
 static constexpr int kLongText =
     kLineBuffer - 2;  // newline or NUL behind it, and one byte to spare
-static constexpr LineLimits kLongLines = {kLongText + 1,   kLongText,     kLongText,
-                                          2 * kLineBuffer, kLongText + 2, false};
+static constexpr LineLimits kLongLines = {
+    kLongText + 1,   kLongText,   kLongText,     2 * kLineBuffer,
+    2 * kLineBuffer, kLineBuffer, kLongText + 2, false};
 
 LineLimits Limits = kShortLines;
 

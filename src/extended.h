@@ -19,6 +19,8 @@ struct LineLimits {
     int text;      // of text that a line ever holds
     int room;      // of text that an editor's buffer takes for a moment
     int joint;     // prompt and text in an emacs style stay below it
+    int row;       // prompt and text that stand on one row; else the prompt is given up
+    int prompt;    // columns of the longest prompt in an emacs style
     int copy;      // a copy of a history command, its NUL included
     bool ends;     // vi: a full line is sent, marked as to be continued; else a key rings there
 };

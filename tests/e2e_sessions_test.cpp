@@ -21,4 +21,5 @@ SESSIONS(programs);
 SESSIONS(emacs);
 SESSIONS(vi);
 SESSIONS(extended);
+SESSIONS(row);
 SESSIONS(complete);

@@ -1,11 +1,13 @@
 // prompt.cpp: the prompt is not known, it is what the program printed last. The capture holds the
-// program's output since the last line end or escape, that byte included.
+// program's output since the last line end or escape, that byte included; in extended mode escape
+// sequences belong to the prompt.
 #include <cstring>
 
 #include "edit.h"
 #include "edit/decode.h"
 #include "edit/edit_internal.h"
 #include "edit/prompt.h"
+#include "edit/rich_prompt.h"
 #include "extended.h"
 #include "history.h"
 
@@ -22,6 +24,12 @@ static char Last_prompt[128];
 bool Rich_rows = false;
 int e_row_stale = 0;
 
+// State: the prompt with its colours, a carriage return in front of it. It takes the place of the
+// editor's own buffer, and stays until it is asked for anew.
+static char Rich_text[1 + kRichPromptSize];
+static bool Cut = false;  // it is the end of a longer one
+static_assert(kRichPromptSize == 2 * kPrimeSize);
+
 void rows_begin(bool extended) { Rich_rows = extended; }
 
 void edit_reset_prime() {
@@ -29,7 +37,7 @@ void edit_reset_prime() {
     e_row_stale = 0;
 }
 
-static bool restarts(char c) { return c == '\n' || c == '\r' || c == kEscape; }
+static bool restarts(char c) { return c == '\n' || c == '\r' || (c == kEscape && !Rich_rows); }
 
 void capture_take(char c) {
     e_row_stale = 0;
@@ -71,9 +79,23 @@ PromptNow e_compare_prompt() {
 
 void e_row_renewed() { e_row_stale = 0; }
 
+static void new_rich_prompt() {
+    editb.e_prompt = Rich_text;
+    Rich_text[0] = '\r';
+    const RichPrompt made = rich_prompt(Rich_text + 1, prompt_start(), editb.e_wsize / 2);
+    if (!made.writable) editb.e_crlf = 0;
+    const int known = made.writable ? -1 : out_row_column();
+    editb.e_plen = known >= 0 ? known : made.columns;
+    Cut = made.cut;
+}
+
 void e_new_prompt(int prompt_size) {
     editb.e_wsize = e_window(editb.e_fd) - 2;
     editb.e_crlf = Prime_buf[0] != '\0' ? 1 : 0;
+    if (Rich_rows) {
+        new_rich_prompt();
+        return;
+    }
     const int most = prompt_size - 2;
     int len = 0;
     editb.e_prompt[0] = '\r';
@@ -100,37 +122,41 @@ void e_setup(int fd, int prompt_size) {
     e_new_prompt(prompt_size);
 }
 
-// Asks for the prompt in `prompt`, without the line's own buffer.
-static void look_at_prompt(char *prompt, int size) {
+// Asks for the prompt, in `prompt` or where it is kept, without the line's own buffer.
+static const char *look_at_prompt(char *prompt, int size) {
     char *const kept = editb.e_prompt;
     editb.e_prompt = prompt;
     e_new_prompt(size);
+    const char *const made = editb.e_prompt;
     editb.e_prompt = kept;
+    return made;
 }
 
 void e_rewrite_prompt() {
     char prompt[256];
-    look_at_prompt(prompt, sizeof prompt);
+    const char *const made = look_at_prompt(prompt, sizeof prompt);
     if (editb.e_crlf == 0) return;
-    e_write(prompt, strlen(prompt));
+    e_write(made, strlen(made));
     e_flush();
 }
 
-// Clears the cursor's row, which holds the prompt and nothing else.
-static void clear_prompt() {
-    e_write("\r", 1);
-    if (Dumb_terminal == 0) return e_write("\033[K", 3);
-    for (int i = e_window(editb.e_fd); i > 0; i--) e_write(" ", 1);
-    e_write("\r", 1);
+void e_erase_row(bool below) {
+    e_putchar('\r');
+    if (Dumb_terminal == 0) {
+        e_write(below ? "\033[J" : "\033[K", 3);
+        return;
+    }
+    for (int left = e_window(editb.e_fd); left > 0; left--) e_putchar(' ');
+    e_putchar('\r');
 }
 
 void e_above_begin() {
     if (e_view == nullptr) {
         char prompt[256];
-        look_at_prompt(prompt, sizeof prompt);
+        (void)look_at_prompt(prompt, sizeof prompt);
     }
     if (editb.e_crlf != 0)
-        clear_prompt();
+        e_erase_row(false);
     else if (out_row_column() != 0)
         e_write("\n", 1);
 }
@@ -143,4 +169,14 @@ void e_above_end() {
         e_reset_prime();
         out_row_new();
     }
+}
+
+bool e_prompt_is_fitted() { return Rich_rows && editb.e_crlf != 0; }
+
+bool e_show_cut_prompt() {
+    if (!Cut || editb.e_crlf == 0) return false;
+    e_erase_row(false);
+    e_write(editb.e_prompt, strlen(editb.e_prompt));
+    out_row_forget();
+    return true;
 }

@@ -6,7 +6,7 @@
 // Characters of program output kept for the prompt.
 inline constexpr int kPrimeSize = 8192;
 // Most columns of a row that are kept, at least those of the widest window and its prompt.
-inline constexpr int kRowColumns = 161;
+inline constexpr int kRowColumns = 1001;
 
 // Chooses, for the whole run, what a row is taken to hold: plain characters, or, in extended mode,
 // what terminals show of colours and characters of any width.
@@ -32,8 +32,18 @@ void e_reset_prime();
 enum class PromptNow { none, same, other };
 PromptNow e_compare_prompt();
 // Fills e_prompt, e_plen, e_crlf for a line behind the prompt and sets e_wsize; `prompt_size` is that
-// of the buffer at e_prompt, which gets at most prompt_size - 2 characters.
+// of the buffer at e_prompt, which gets at most prompt_size - 2 characters. In extended mode
+// e_prompt leads to a buffer of its own: the prompt with its colours, cut at its left to half of the
+// window.
 void e_new_prompt(int prompt_size);
+// Where that has left out a prompt's start, the row holds more than can be counted on: writes the
+// prompt in place of all that stands there, the cursor behind it. True where it has.
+bool e_show_cut_prompt();
+// True where e_prompt was made to leave half of the window.
+bool e_prompt_is_fitted();
+// Erases the cursor's row, and with `below` all rows under it; the cursor is in the first column.
+// Without escape sequences where the terminal has none, and then of the row alone.
+void e_erase_row(bool below);
 // Writes the captured prompt again after a carriage return, when it is printable.
 void e_rewrite_prompt();
 // Around rows of morp's own, each written with its newline, while the cursor stands behind the

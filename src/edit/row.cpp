@@ -3,10 +3,13 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <string>
 
 #include "edit.h"
 #include "edit/chars.h"
+#include "edit/edit_internal.h"
+#include "edit/rich_prompt.h"
 #include "edit/text.h"
 #include "extended.h"
 
@@ -25,8 +28,10 @@ static Window Windows[2];
 static Window *Shown_window = &Windows[0];
 static Window *Wanted = &Windows[1];
 RowState Row;
+// State: the colour in which the terminal writes, as in Cell. It is none whenever the row is left.
+static int Pen = 0;
 
-static constexpr Cell kBlank = {' ', 0, 0, 1, true};
+static constexpr Cell kBlank = {' ', 0, 0, 1, 0, true};
 
 // ---- The image: the one rule of how wide what is.
 
@@ -92,6 +97,7 @@ static bool same(const Window &a, const Window &b, int column) {
     const Cell &x = a.cell[column];
     const Cell &y = b.cell[column];
     return x.unit == y.unit && x.count == y.count && x.columns == y.columns &&
+           x.colour == y.colour &&
            std::equal(a.pool + x.rest, a.pool + x.rest + x.count, b.pool + y.rest);
 }
 
@@ -101,7 +107,8 @@ static void blank(Window &window, int from, int to) {
 
 // One cell for the `n` units, `columns` wide from column `at` on, as far as that is in the window.
 // What the window's edge cuts is blank.
-static void put_cell(Window &window, const genchar *units, int n, int columns, int at, bool safe) {
+static void put_cell(Window &window, const genchar *units, int n, int columns, int at, bool safe,
+                     int colour = 0) {
     const int from = std::max(at, 0);
     const int to = std::min(at + columns, Row.width);
     if (from >= to) return;
@@ -109,11 +116,15 @@ static void put_cell(Window &window, const genchar *units, int n, int columns, i
     window.used = to;
     if (to - from < columns || window.pooled + n > kPool) return;
     Cell &cell = window.cell[at];
-    cell = {units[0], static_cast<std::uint16_t>(window.pooled), static_cast<std::uint8_t>(n - 1),
-            static_cast<std::uint8_t>(columns), safe};
+    cell = {units[0],
+            static_cast<std::uint16_t>(window.pooled),
+            static_cast<std::uint8_t>(n - 1),
+            static_cast<std::uint8_t>(columns),
+            static_cast<std::uint8_t>(colour),
+            safe};
     std::copy(units + 1, units + n, window.pool + window.pooled);
     window.pooled += n - 1;
-    for (int k = at + 1; k < to; k++) window.cell[k] = {0, 0, 0, 0, safe};
+    for (int k = at + 1; k < to; k++) window.cell[k] = {0, 0, 0, 0, cell.colour, safe};
 }
 
 // The cluster of `n` units whose image begins in column `column`; the window in column `first`.
@@ -137,24 +148,43 @@ static void put_cluster(Window &window, const genchar *units, int n, int column,
 
 // Bytes that the program has written, a column for each unit that isn't to be printed. Returns the
 // column behind them.
-static int put_bytes(Window &window, const char *bytes, int len, int at) {
+static int put_bytes(Window &window, const char *bytes, int len, int at, int colour = 0) {
     static genchar units[kPool];
     const int n = units_from_bytes(units, kPool, bytes, len);
     for (int i = 0; i < n && at < Row.width;) {
         const int end = cluster_end(units, n, i);
         const Shown shown = cluster_shown(units + i, end - i, at);
         const int columns = shown.spelled ? 1 : shown.columns;
-        put_cell(window, units + i, end - i, columns, at, shown.safe);
+        put_cell(window, units + i, end - i, columns, at, shown.safe, colour);
         at += columns;
         i = end;
     }
     return at;
 }
 
+// The text of the prompt, its colours counted.
+static void put_coloured(Window &window, const char *text, int at) {
+    int colours = 0;
+    int colour = 0;
+    while (*text != '\0') {
+        const int len = static_cast<int>(std::strcspn(text, "\033"));
+        at = put_bytes(window, text, len, at, colour);
+        text += len;
+        if (*text == '\0') return;
+        colours++;
+        colour = colour_none(text) ? 0 : colours;
+        text = colour_end(text);
+    }
+}
+
 static void put_prompt(Window &window, int columns, int first) {
     if (first >= columns) return;
-    const std::size_t len = std::char_traits<char>::length(editb.e_prompt + 1);
-    (void)put_bytes(window, editb.e_prompt + 1, static_cast<int>(len), -first);
+    const char *const text = editb.e_prompt + 1;
+    const std::size_t len = std::char_traits<char>::length(text);
+    if (Rich_rows)
+        put_coloured(window, text, -first);
+    else
+        (void)put_bytes(window, text, static_cast<int>(len), -first);
     blank(window, std::min(columns - first, Row.width), window.used);
     window.used = std::min(columns - first, Row.width);
 }
@@ -242,8 +272,32 @@ static void write_unit(genchar u) {
         e_write(bytes, static_cast<std::size_t>(n));
 }
 
+// The prompt's colour sequence `n`, from 1 on.
+static const char *colour_sequence(int n) {
+    const char *sequence = std::strchr(editb.e_prompt, kEscape);
+    for (; n > 1; n--) sequence = std::strchr(sequence + 1, kEscape);
+    return sequence;
+}
+
+static void set_pen(int colour) {
+    if (colour == Pen) return;
+    if (colour < Pen) {
+        e_write("\033[m", 3);
+        Pen = 0;
+    }
+    int first = Pen + 1;
+    for (int i = first; i < colour; i++)
+        if (colour_none(colour_sequence(i))) first = i + 1;
+    for (int i = first; i <= colour; i++) {
+        const char *const sequence = colour_sequence(i);
+        e_write(sequence, static_cast<std::size_t>(colour_end(sequence) - sequence));
+    }
+    Pen = colour;
+}
+
 static void write_cell(const Window &window, int column) {
     const Cell &cell = window.cell[column];
+    set_pen(cell.colour);
     write_unit(cell.unit);
     for (int i = 0; i < cell.count; i++) write_unit(window.pool[cell.rest + i]);
     Row.at = column + std::max<int>(cell.columns, 1);
@@ -285,7 +339,7 @@ static bool nearer_from_home(int column) {
     return there < here || (Row.home.half && there == here);
 }
 
-void row_move(int column) {
+static void move_to(int column) {
     while (column > 0 && column < Row.width && Shown_window->cell[column].columns == 0) column--;
     if (column < Row.at) {
         const bool go_home = nearer_from_home(column) || unsafe(*Shown_window, column, Row.at);
@@ -299,12 +353,17 @@ void row_move(int column) {
     while (Row.at < column) write_cell(*Shown_window, Row.at);
 }
 
+void row_move(int column) {
+    move_to(column);
+    set_pen(0);
+}
+
 void row_step() { write_cell(*Shown_window, Row.at); }
 
 bool row_same(int column) { return same(*Shown_window, *Wanted, column); }
 
 void row_update(int column) {
-    row_move(column);
+    move_to(column);
     write_cell(*Wanted, column);
     std::copy(Wanted->cell + column, Wanted->cell + Row.at, Shown_window->cell + column);
     // The other half of a character that was there shows no more.
@@ -328,16 +387,18 @@ static void erase_behind(bool counted) {
     if (counted) {
         while (Row.at < Row.used) write_cell(*Wanted, Row.at);
     } else {
+        set_pen(0);
         e_write("\033[K", 3);
         Row.marker = ' ';
     }
 }
 
 void row_write_from(int column) {
-    row_move(column);
+    move_to(column);
     const bool counted = Dumb_terminal != 0 || !row_unsafe_from(column);
     while (Row.at < Wanted->used) write_cell(*Wanted, Row.at);
     erase_behind(counted);
+    set_pen(0);
     std::swap(Shown_window, Wanted);
     Row.used = Shown_window->used;
     Row.stale = false;
@@ -345,7 +406,7 @@ void row_write_from(int column) {
 
 void row_overwrite(genchar u, int step) {
     write_unit(u);
-    Shown_window->cell[Row.at] = {u, 0, 0, 1, true};
+    Shown_window->cell[Row.at] = {u, 0, 0, 1, 0, true};
     Row.used = std::max(Row.used, Row.at + 1);
     if (step != 0)
         Row.at++;

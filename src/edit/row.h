@@ -21,6 +21,7 @@ struct Cell {
     std::uint16_t rest;  // where the cluster's other units are kept, and how many there are
     std::uint8_t count;
     std::uint8_t columns;  // 0: a column that the cell before takes
+    std::uint8_t colour;   // the one of the prompt's colour sequences that is in force, 0 none
     bool safe;             // see Shown
 };
 

@@ -28,8 +28,6 @@ inline constexpr int CODE_KILL = -5;
 
 inline constexpr int kPromptSize = 256;  // bytes of the prompt buffer
 inline constexpr int kSearchSize = 256;  // bytes of the search text
-// The longest prompt that leaves room for one whole burst of keys.
-inline constexpr int kMaxPrompt = 87;
 
 // Reasons to bring the row up to date.
 enum DRAWTYPE {

@@ -252,6 +252,8 @@ static void begin_line() {
     if (own_row || e_row_stale != 0) {
         e_putchar('\n');
         if (editb.e_crlf == 1) putstring(editb.e_prompt + 1);
+    } else {
+        (void)e_show_cut_prompt();
     }
     e_row_renewed();
 

@@ -22,11 +22,11 @@ void give_up_prompt() {
 }
 
 bool drop_unfit_prompt(int text_len) {
-    constexpr int kNarrowest = 20;  // window behind a prompt whose columns are known
+    constexpr int kNarrowest = 20;  // window behind a prompt of which a part was captured
     prompt_excess = editb.e_crlf == 0 ? std::max(out_row_column() - editb.e_plen, 0) : 0;
     const int width = editb.e_wsize - prompt_excess;
     const bool fits = editb.e_plen < width && (prompt_excess == 0 || width >= kNarrowest) &&
-                      editb.e_plen <= kMaxPrompt && editb.e_plen + text_len <= Limits.text;
+                      editb.e_plen <= Limits.prompt && editb.e_plen + text_len <= Limits.row;
     own_row = 0;
     if (!fits) give_up_prompt();
     return !fits;
@@ -70,6 +70,8 @@ static void come_back() {
     if (drop_unfit_prompt(text_len)) {
         e_putchar('\n');
         out_row_new();
+    } else {
+        (void)e_show_cut_prompt();
     }
 
     editb.e_llimit = line_limit();

@@ -80,7 +80,8 @@ void drop_prompt() {
 }
 
 void fit_prompt(int text_len) {
-    if (editb.e_wsize - editb.e_plen < kNarrowest || editb.e_plen + text_len > Limits.text)
+    const int narrowest = e_prompt_is_fitted() ? 1 : kNarrowest;
+    if (editb.e_wsize - editb.e_plen < narrowest || editb.e_plen + text_len > Limits.row)
         drop_prompt();
     else
         set_limits();
@@ -306,13 +307,14 @@ static int deliver_keys(char *line, int room) {
 static void show_begin() {
     const bool fresh = own_row || e_row_stale != 0;
     e_row_renewed();
-    if (!fresh) {
+    if (fresh) {
+        e_putchar('\n');
+        if (editb.e_crlf != 0) pr_prompt();
+        row_clear();
+    } else {
+        (void)e_show_cut_prompt();
         take_rest();
-        return;
     }
-    e_putchar('\n');
-    if (editb.e_crlf != 0) pr_prompt();
-    row_clear();
 }
 
 // The whole line, from its first key on.

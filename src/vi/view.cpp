@@ -50,6 +50,7 @@ static void come_back() {
         pr_prompt();
         forget_row();
     } else {
+        (void)e_show_cut_prompt();
         take_rest();
     }
     show_line();

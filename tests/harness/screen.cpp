@@ -15,7 +15,8 @@ void append_utf8(std::string &out, std::uint32_t c) {
         put(0xc0 | c >> 6);
         put(0x80 | (c & 0x3f));
     } else {
-        put(0xe0 | (c >> 12 & 0xf));
+        if (c >= 0x10000) put(0xf0 | c >> 18);
+        put(c >= 0x10000 ? 0x80 | (c >> 12 & 0x3f) : 0xe0 | c >> 12);
         put(0x80 | (c >> 6 & 0x3f));
         put(0x80 | (c & 0x3f));
     }
@@ -28,8 +29,12 @@ std::string trimmed(std::string text) {
 
 }  // namespace
 
-Screen::Screen(int rows, int cols)
-    : term_(vterm_new(rows, cols)), screen_(vterm_obtain_screen(term_)), rows_(rows), cols_(cols) {
+Screen::Screen(int rows, int cols, bool utf8)
+    : term_(vterm_new(rows, cols)),
+      screen_(vterm_obtain_screen(term_)),
+      rows_(rows),
+      cols_(cols),
+      utf8_(utf8) {
     vterm_set_utf8(term_, 1);
     vterm_screen_enable_altscreen(screen_, 1);
     vterm_screen_reset(screen_, 1);
@@ -38,11 +43,13 @@ Screen::Screen(int rows, int cols)
 Screen::~Screen() { vterm_free(term_); }
 
 void Screen::feed(std::string_view bytes) {
-    // morp works on bytes: each one takes a cell, also those that are no character by themselves.
     std::string text;
     for (const char c : bytes) {
         const auto byte = static_cast<unsigned char>(c);
-        append_utf8(text, byte < 0x80 || byte >= 0xa0 ? byte : 0xfffdU);
+        if (utf8_)
+            text += c;
+        else  // a cell also for those that are no character by themselves
+            append_utf8(text, byte < 0x80 || byte >= 0xa0 ? byte : 0xfffdU);
     }
     // It lays each call's text out on its stack.
     constexpr std::size_t kPiece = 16384;
@@ -61,7 +68,10 @@ std::string Screen::text(int row, int from, int to) const {
     for (int col = from; col < to && col < cols_; ++col) {
         VTermScreenCell cell;
         const bool shown = vterm_screen_get_cell(screen_, {row, col}, &cell) && cell.chars[0] != 0;
-        append_utf8(out, shown ? cell.chars[0] : ' ');
+        if (!shown) out += ' ';
+        if (!shown || cell.chars[0] == ~0U) continue;  // the second column of a wide character
+        for (int i = 0; i < VTERM_MAX_CHARS_PER_CELL && cell.chars[i] != 0; i++)
+            append_utf8(out, cell.chars[i]);
     }
     return out;
 }

@@ -17,7 +17,8 @@ struct Place {
 
 class Screen {
 public:
-    Screen(int rows, int cols);
+    // `utf8`: it takes characters for what they are; else each byte takes a cell.
+    Screen(int rows, int cols, bool utf8 = false);
     ~Screen();
     Screen(const Screen &) = delete;
     Screen &operator=(const Screen &) = delete;
@@ -39,6 +40,7 @@ private:
     VTermScreen *screen_;
     int rows_;
     int cols_;
+    bool utf8_;
 };
 
 }  // namespace harness

@@ -79,8 +79,8 @@ Session::Session(std::string_view style, std::string_view script)
 
 Session::Session(Options options)
     : options_(std::move(options)),
-      screen_(options_.rows, options_.cols),
-      paper_(options_.rows, options_.cols) {
+      screen_(options_.rows, options_.cols, options_.env.contains("Q_VXEXTENDED")),
+      paper_(options_.rows, options_.cols, options_.env.contains("Q_VXEXTENDED")) {
     paper_.feed(options_.prompt);
     std::string name = (fs::temp_directory_path() / "morp-test-XXXXXX").string();
     if (!mkdtemp(name.data())) fail_errno("mkdtemp");
