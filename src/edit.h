@@ -94,6 +94,9 @@ struct EditView {
     // Writes prompt and line again from the row's first column (a carriage return first), as ^L
     // does after its newline: somebody else has written on the screen meanwhile.
     void (*redraw)();
+    // The terminal has another width, and may have wrapped or cut the row: measures window and
+    // prompt anew, erases the row of the cursor and all below it, and writes prompt and line there.
+    void (*resized)();
     // Stores the bytes of the line as it stands, without its newline, at `dst` (kLineBuffer) and
     // returns their number. While a search text or the version is shown, that is the line being
     // kept behind it.

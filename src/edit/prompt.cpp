@@ -28,6 +28,7 @@ int e_row_stale = 0;
 // editor's own buffer, and stays until it is asked for anew.
 static char Rich_text[1 + kRichPromptSize];
 static bool Cut = false;  // it is the end of a longer one
+static int Columns = 0;   // of the terminal for which it was made
 static_assert(kRichPromptSize == 2 * kPrimeSize);
 
 void rows_begin(bool extended) { Rich_rows = extended; }
@@ -92,6 +93,7 @@ static void new_rich_prompt() {
 void e_new_prompt(int prompt_size) {
     editb.e_wsize = e_window(editb.e_fd) - 2;
     editb.e_crlf = Prime_buf[0] != '\0' ? 1 : 0;
+    Columns = e_columns();
     if (Rich_rows) {
         new_rich_prompt();
         return;
@@ -140,13 +142,17 @@ void e_rewrite_prompt() {
     e_flush();
 }
 
+int e_prompt_columns() { return Columns; }
+
 void e_erase_row(bool below) {
+    out_row_forget();
     e_putchar('\r');
     if (Dumb_terminal == 0) {
         e_write(below ? "\033[J" : "\033[K", 3);
         return;
     }
-    for (int left = e_window(editb.e_fd); left > 0; left--) e_putchar(' ');
+    const int known = e_columns();
+    for (int left = known > 0 ? known : e_window(editb.e_fd); left > 0; left--) e_putchar(' ');
     e_putchar('\r');
 }
 
@@ -177,6 +183,5 @@ bool e_show_cut_prompt() {
     if (!Cut || editb.e_crlf == 0) return false;
     e_erase_row(false);
     e_write(editb.e_prompt, strlen(editb.e_prompt));
-    out_row_forget();
     return true;
 }

@@ -36,12 +36,14 @@ PromptNow e_compare_prompt();
 // e_prompt leads to a buffer of its own: the prompt with its colours, cut at its left to half of the
 // window.
 void e_new_prompt(int prompt_size);
+// The columns of the terminal when it was called last.
+int e_prompt_columns();
 // Where that has left out a prompt's start, the row holds more than can be counted on: writes the
 // prompt in place of all that stands there, the cursor behind it. True where it has.
 bool e_show_cut_prompt();
 // True where e_prompt was made to leave half of the window.
 bool e_prompt_is_fitted();
-// Erases the cursor's row, and with `below` all rows under it; the cursor is in the first column.
+// Erases the cursor's row, what the program has left there too, and with `below` all rows under it; the cursor is in the first column.
 // Without escape sequences where the terminal has none, and then of the row alone.
 void e_erase_row(bool below);
 // Writes the captured prompt again after a carriage return, when it is printable.

@@ -63,20 +63,25 @@ static void take_rest() {
 // aside, and what is shown in its place.
 static int text_length() { return std::max({editb.e_eol, editb.e_cur, text_len()}); }
 
-static void come_back() {
+// Prompt and window, for the line that there is. Returns true when the prompt was given up.
+static bool measure() {
     const bool was_full = editb.e_eol + 1 >= editb.e_llimit;
     const int text_len = text_length();
     e_new_prompt(kPromptSize);
-    if (drop_unfit_prompt(text_len)) {
+    const bool given_up = drop_unfit_prompt(text_len);
+    editb.e_llimit = line_limit();
+    // A prompt that has grown must not end the line.
+    if (!was_full) editb.e_llimit = std::max(editb.e_llimit, editb.e_eol + 2);
+    return given_up;
+}
+
+static void come_back() {
+    if (measure()) {
         e_putchar('\n');
         out_row_new();
     } else {
         (void)e_show_cut_prompt();
     }
-
-    editb.e_llimit = line_limit();
-    // A prompt that has grown must not end the line.
-    if (!was_full) editb.e_llimit = std::max(editb.e_llimit, editb.e_eol + 2);
     draw(FIRST);
     take_rest();
     draw(UPDATE);
@@ -88,6 +93,12 @@ static void redraw() {
     draw(REFRESH);
 }
 
+static void resized() {
+    (void)measure();
+    e_erase_row(true);
+    draw(REFRESH);
+}
+
 static int text(char *dst) {
     const int len = kept.any ? kept.text.len : text_len();
     return bytes_from_units(dst, Limits.copy, kept.any ? kept.text.unit : editb.e_inbuf, len);
@@ -95,6 +106,6 @@ static int text(char *dst) {
 
 static bool within_line() { return editb.e_cur < editb.e_eol; }
 
-const EditView view = {step_off, come_back, redraw, text, within_line, make_up};
+const EditView view = {step_off, come_back, redraw, resized, text, within_line, make_up};
 
 }  // namespace emacs

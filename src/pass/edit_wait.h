@@ -3,6 +3,8 @@
 
 #include "edit/host.h"
 
+// Chooses, for the whole run, whether a line is drawn anew when the terminal gets another width.
+void edit_wait_begin(bool extended);
 // What the editors ask of their host (EditHost).
 KeyWait pass_wait_key(long timeout_ns);
 bool pass_look_for_key();

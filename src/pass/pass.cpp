@@ -45,6 +45,7 @@ void pass_all(int _fd) {
     e_host = &pass_host;
     Between_writes = pass_forward_waiting_signal;
     obeyed_begin(Extended != 0);
+    edit_wait_begin(Extended != 0);
     marks_begin(Extended != 0 && Dumb_terminal == 0);
     want_editing(Mode_vesk_init);
     constexpr int kKeyboardSignals[] = {SIGTSTP, SIGINT, SIGQUIT};

@@ -29,9 +29,9 @@ void take_rest() {
     if (row_show_rest(0, rest, out_row_rest(rest)) != 0) margin_shown() = 0;
 }
 
-static void come_back() {
+// Prompt and window, for the line that there is.
+static void measure() {
     const bool was_full = line_full();
-    const bool was_alone = own_row;
     const int kept = searching ? editb.e_ubuf->len : 0;
     own_row = false;
     e_new_prompt(kPromptSize);
@@ -39,7 +39,11 @@ static void come_back() {
     // A prompt that has grown must not end the line.
     if (!was_full && line_full())
         editb.e_llimit = std::max(editb.e_eol, columns_of(editb.e_eol + 1) - 1) + 1;
+}
 
+static void come_back() {
+    const bool was_alone = own_row;
+    measure();
     if (own_row) {
         e_putchar('\n');
         out_row_new();
@@ -65,6 +69,16 @@ static void redraw() {
     show_line();
 }
 
+static void resized() {
+    measure();
+    e_erase_row(true);
+    if (editb.e_crlf != 0) pr_prompt();
+    row_clear();
+    renew_row();
+    win_first() = 0;
+    show_line();
+}
+
 static int text(char *dst) {
     if (searching) return bytes_from_units(dst, Limits.copy, editb.e_ubuf->unit, editb.e_ubuf->len);
     return bytes_from_units(dst, Limits.copy, editb.e_inbuf, line_length());
@@ -72,6 +86,6 @@ static int text(char *dst) {
 
 static bool within_line() { return editb.e_cur < editb.e_eol; }
 
-const EditView view = {step_off, come_back, redraw, text, within_line, make_up};
+const EditView view = {step_off, come_back, redraw, resized, text, within_line, make_up};
 
 }  // namespace vi
