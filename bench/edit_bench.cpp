@@ -4,10 +4,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "edit.h"
+#include "edit/chars.h"
 #include "edit/prompt.h"
 #include "emacs/emacs_internal.h"
 #include "pass.h"
@@ -15,6 +17,7 @@
 
 static constexpr int kLength = 250;  // characters of a line as long as it can be
 static constexpr int kShort = 40;    // one that fits the window
+static constexpr int kLong = 4000;   // one of extended mode, where a key must not pay for it
 static constexpr int kPrompt = 2;
 static constexpr int kWindowColumns = 78;
 
@@ -69,21 +72,36 @@ private:
     int kept_;
 };
 
-static void set_up_line(int length, char *prompt, int style) {
+// What is measured: a key at a place in the line, in extended mode one of a line of any length.
+struct Key {
+    enum { start, middle, end } place;
+    enum { typed, move } kind = typed;
+    bool extended = false;
+    bool wide = false;  // each character takes two columns
+    int at(int length) const { return place == start ? 1 : place == middle ? length / 2 : length; }
+};
+
+static void set_up_line(int length, char *prompt, int style, const Key &key) {
     edit_reset_for_test();
     opt_flag = style;
+    Extended = key.extended ? 1 : 0;
+    setenv("LC_ALL", key.extended ? "C.UTF-8" : "C", 1);
+    chars_begin(key.extended);
     std::memcpy(prompt, "\r> ", sizeof "\r> ");
-    const std::string line = text_of(length, true);
-    text_begin(kLineUnits, kLineUnits);
-    (void)text_set(std::u32string(line.begin(), line.end()).data(), length);
+    const std::string text = text_of(length, true);
+    std::u32string line(text.begin(), text.end());
+    if (key.wide) line.assign(line.size(), U'\u6f22');
+    text_begin(kLineUnits, 4 * kLineUnits);
+    (void)text_set(line.data(), length);
     editb.e_prompt = prompt;
     editb.e_plen = kPrompt;
     editb.e_crlf = 1;
     editb.e_wsize = kWindowColumns;
 }
 
-// Puts a character in at `at`, or takes it out again.
-static void toggle_character(int at, bool in) {
+// Puts a character in at `at`, or takes it out again; a move leaves the line as it is.
+static void toggle_character(const Key &key, int at, bool in) {
+    if (key.kind == Key::move) return;
     if (in)
         (void)text_put(at, U"x", 1);
     else
@@ -95,35 +113,35 @@ static void lengths(benchmark::internal::Benchmark *key) {
 }
 
 // A key in the middle of a line, or at its end; a long line's window has moved.
-static void emacs_key(benchmark::State &state, bool in_the_middle) {
+static void emacs_key(benchmark::State &state, Key key) {
     const int length = static_cast<int>(state.range(0));
-    const int at = in_the_middle ? length / 2 : length;
+    const int at = key.at(length);
     const Discard discard;
     char prompt[emacs::kPromptSize];
-    set_up_line(length, prompt, kStyleEmacs);
+    set_up_line(length, prompt, kStyleEmacs, key);
     editb.e_cur = editb.e_eol = length;
     emacs::draw(emacs::FIRST);
     emacs::draw(emacs::UPDATE);
     bool in = true;
     for ([[maybe_unused]] const auto _ : state) {
-        toggle_character(at, in);
+        toggle_character(key, at, in);
         editb.e_eol = text_len();
-        editb.e_cur = at + (in ? 1 : 0);
+        editb.e_cur = at + (in ? 1 : 0) - (key.kind == Key::move ? 1 : 0);
         emacs::draw(emacs::UPDATE);
         e_flush();
         in = !in;
     }
 }
-BENCHMARK_CAPTURE(emacs_key, in_the_middle, true)->Apply(lengths);
-BENCHMARK_CAPTURE(emacs_key, at_the_end, false)->Apply(lengths);
+BENCHMARK_CAPTURE(emacs_key, in_the_middle, {Key::middle})->Apply(lengths);
+BENCHMARK_CAPTURE(emacs_key, at_the_end, {Key::end})->Apply(lengths);
 
-static void vi_key(benchmark::State &state, bool in_the_middle) {
+static void vi_key(benchmark::State &state, Key key) {
     const int length = static_cast<int>(state.range(0));
-    const int at = in_the_middle ? length / 2 : length;
+    const int at = key.at(length);
     const Discard discard;
     char prompt[emacs::kPromptSize];
     int globals[vi::kGlobals] = {};
-    set_up_line(length, prompt, kStyleVi);
+    set_up_line(length, prompt, kStyleVi, key);
     editb.e_globals = globals;
     editb.e_cur = editb.e_eol = length - 1;
     Row.home = {prompt, kPrompt, true, false};
@@ -133,12 +151,48 @@ static void vi_key(benchmark::State &state, bool in_the_middle) {
     vi::refresh_now(vi::MODE_INPUT);
     bool in = true;
     for ([[maybe_unused]] const auto _ : state) {
-        toggle_character(at, in);
+        toggle_character(key, at, in);
         editb.e_eol = text_len() - 1;
-        editb.e_cur = at - (in ? 0 : 1);
+        editb.e_cur = at - (in ? 0 : 1) - (key.kind == Key::move ? 1 : 0);
         vi::refresh_now(vi::MODE_INPUT);
         in = !in;
     }
 }
-BENCHMARK_CAPTURE(vi_key, in_the_middle, true)->Apply(lengths);
-BENCHMARK_CAPTURE(vi_key, at_the_end, false)->Apply(lengths);
+BENCHMARK_CAPTURE(vi_key, in_the_middle, {Key::middle})->Apply(lengths);
+BENCHMARK_CAPTURE(vi_key, at_the_end, {Key::end})->Apply(lengths);
+
+// Extended mode: the long line may cost three times the short one.
+static void extended_key(benchmark::State &state, void (*key_of_style)(benchmark::State &, Key),
+                         Key key) {
+    key.extended = true;
+    key_of_style(state, key);
+    Extended = 0;
+    chars_begin(false);
+}
+#define EXTENDED_KEYS(style)                                                                      \
+    BENCHMARK_CAPTURE(extended_key, style##_types_at_start, style##_key, {Key::start})            \
+        ->Arg(kShort)                                                                             \
+        ->Arg(kLong);                                                                             \
+    BENCHMARK_CAPTURE(extended_key, style##_types_at_end, style##_key, {Key::end})                \
+        ->Arg(kShort)                                                                             \
+        ->Arg(kLong);                                                                             \
+    BENCHMARK_CAPTURE(extended_key, style##_types_wide_at_start, style##_key,                     \
+                      {Key::start, Key::typed, true, true})                                       \
+        ->Arg(kShort)                                                                             \
+        ->Arg(kLong);                                                                             \
+    BENCHMARK_CAPTURE(extended_key, style##_types_wide_at_end, style##_key,                       \
+                      {Key::end, Key::typed, true, true})                                         \
+        ->Arg(kShort)                                                                             \
+        ->Arg(kLong);                                                                             \
+    BENCHMARK_CAPTURE(extended_key, style##_moves_at_start, style##_key, {Key::start, Key::move}) \
+        ->Arg(kShort)                                                                             \
+        ->Arg(kLong);                                                                             \
+    BENCHMARK_CAPTURE(extended_key, style##_moves_at_end, style##_key, {Key::end, Key::move})     \
+        ->Arg(kShort)                                                                             \
+        ->Arg(kLong);                                                                             \
+    BENCHMARK_CAPTURE(extended_key, style##_moves_wide_at_end, style##_key,                       \
+                      {Key::end, Key::move, true, true})                                          \
+        ->Arg(kShort)                                                                             \
+        ->Arg(kLong)
+EXTENDED_KEYS(emacs);
+EXTENDED_KEYS(vi);
