@@ -2,13 +2,13 @@
 #include "edit/row.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <string>
 
 #include "edit.h"
 #include "edit/chars.h"
 #include "edit/edit_internal.h"
+#include "edit/image.h"
 #include "edit/rich_prompt.h"
 #include "edit/text.h"
 #include "extended.h"
@@ -33,62 +33,14 @@ static int Pen = 0;
 
 static constexpr Cell kBlank = {' ', 0, 0, 1, 0, true};
 
-// ---- The image: the one rule of how wide what is.
+// ---- The image.
 
-static int last_column() { return Extended != 0 ? INT_MAX : kMaxLine; }
+int row_column(int index) { return image_place(index).column; }
 
-// A place in some text: a cluster begins at unit `index`, in column `column` of its image.
-struct Place {
-    int index;
-    int column;
-};
-
-// The end of the cluster at `at`.
-static int end_of(const genchar *text, int len, int at) {
-    return cluster_end(text, at < Row.cut && Row.cut < len ? Row.cut : len, at);
-}
-
-static Place behind(const genchar *text, int len, Place at) {
-    const int end = end_of(text, len, at.index);
-    return {end, at.column + cluster_shown(text + at.index, end - at.index, at.column).columns};
-}
-
-// The last place at or before unit `index`, as far as the image goes.
-static Place place_of(int index) {
-    const genchar *const text = editb.e_inbuf;
-    const int len = text_len();
-    Place at = {0, Row.start};
-    while (at.index < index && at.column < last_column()) {
-        const Place next = behind(text, len, at);
-        if (next.index > index) break;
-        at = next;
-    }
-    return at;
-}
-
-int row_column(int index) { return place_of(index).column; }
-
-int row_columns() { return row_column(text_len()); }
-
-int e_virt_to_phys(const genchar *virt, int len, genchar *phys, int cur, int poff) {
-    genchar *const last = phys + kMaxImage - kMostJoined * kSpelling;
-    Place at = {0, poff};
-    int column = poff;
-    phys += poff;
-    while (at.index < len && at.column < kMaxLine && phys < last) {
-        const Place next = behind(virt, len, at);
-        if (at.index <= cur && cur < next.index)
-            column = (opt_flag & kStyleVi) != 0 ? next.column - 1 : at.column;
-        for (int i = at.index; i < next.index; i++) {
-            if (unit_printable(virt[i]))
-                *phys++ = virt[i];
-            else
-                phys += unit_spelling(virt[i], at.column, phys);
-        }
-        at = next;
-    }
-    *phys = 0;
-    return column;
+int row_columns(int enough) {
+    const Place end = image_place_at(enough);
+    const bool more = end.index < text_len() && end.column < image_end();
+    return more ? image_behind(end).column : end.column;
 }
 
 // ---- Cells.
@@ -203,7 +155,7 @@ static int put_lead(Window *window, int first) {
 int row_lead_columns() { return put_lead(nullptr, 0); }
 
 static void begin(Window &window) {
-    blank(window, 0, kWidestWindow + 1);
+    blank(window, 0, Row.width + 1);
     window.used = window.pooled = 0;
 }
 
@@ -215,9 +167,9 @@ void row_want_line(int first) {
         (void)put_lead(Wanted, first);
     else
         put_prompt(*Wanted, Row.start, first);
-    Place at = {0, Row.start};
-    while (at.index < len && at.column < std::min(first + Row.width, last_column())) {
-        const Place next = behind(text, len, at);
+    Place at = image_place_at(first);
+    while (at.index < len && at.column < std::min(first + Row.width, image_end())) {
+        const Place next = image_behind(at);
         if (next.column > first)
             put_cluster(*Wanted, text + at.index, next.index - at.index, at.column, first);
         at = next;
@@ -233,6 +185,11 @@ void row_want_output(int prompt_columns, const char *rest, int len) {
 int row_wanted() { return Wanted->used; }
 
 // ---- What is shown without being written here.
+
+void row_set_width(int columns) {
+    if (columns > Row.width) blank(*Shown_window, Row.width + 1, columns + 1);
+    Row.width = columns;
+}
 
 void row_clear() {
     begin(*Shown_window);

@@ -52,8 +52,8 @@ extern RowState Row;
 // The column at which the unit `index` begins; that of the end for text_len(). In byte mode the
 // image ends behind the character that reaches column kMaxLine.
 int row_column(int index);
-// Columns of the whole image.
-int row_columns();
+// Columns of the whole image, or as many as reach beyond column `enough`.
+int row_columns(int enough);
 
 // What the window shall show: the image from column `first` on; prompt and rest of the program's.
 void row_want_line(int first);
@@ -63,6 +63,8 @@ void row_want_output(int prompt_columns, const char *rest, int len);
 // Columns that this takes in the window.
 int row_wanted();
 
+// The window is `columns` wide from now on; what it shows is kept, blanks behind it.
+void row_set_width(int columns);
 // Nothing is shown: blanks, the cursor in the first column.
 void row_clear();
 // The prompt is shown from the first column on, the cursor behind it.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "edit.h"
 #include "edit/chars.h"
@@ -13,18 +14,21 @@ static int Len = 0;
 static int Bytes = 0;       // that the units take
 static int Most_units = 0;  // what it may come to
 static int Most_bytes = 0;
+static int Changed = 0;  // see text_changed
 
 void (*Text_watch)(int at, int taken, const genchar *units, int n) = nullptr;
 
 void text_begin(int units, int bytes) {
     editb.e_inbuf = Line;
-    Len = Bytes = 0;
+    Len = Bytes = Changed = 0;
     Most_units = std::min(units, kLineUnits);
     Most_bytes = bytes;
     Text_watch = nullptr;
 }
 
 int text_len() { return Len; }
+
+int text_changed() { return std::exchange(Changed, kLineUnits + 1); }
 
 int text_room() { return std::max(std::min(Most_units - Len, Most_bytes - Bytes), 0); }
 
@@ -36,6 +40,7 @@ static bool replace_span(int at, int taken, const genchar *units, int n) {
     const int bytes = Bytes - bytes_of_units(Line + at, taken) + bytes_of_units(units, n);
     if (Len - taken + n > Most_units || (bytes > Most_bytes && bytes > Bytes)) return false;
     if (Text_watch != nullptr) Text_watch(at, taken, units, n);
+    Changed = std::min(Changed, at);
     std::memmove(Line + at + n, Line + at + taken, size_of(Len - at - taken));
     if (n > 0) std::memcpy(Line + at, units, size_of(n));
     Len += n - taken;

@@ -8,6 +8,9 @@
 // Begins an empty line of at most `units` units, which take at most `bytes` bytes.
 void text_begin(int units, int bytes);
 int text_len();
+// The lowest index at which anything has changed since this was asked last; above any index where
+// nothing has.
+int text_changed();
 // Units that can still be put; fewer where they take several bytes each.
 int text_room();
 // Puts the `n` units at `units` in at index `at` (0 to text_len()). They may be part of the line.

@@ -22,7 +22,7 @@ void putstring(const char *s) {
 
 static void set_width(int excess) {
     editb.e_wsize = e_window(editb.e_fd) - 2 - excess;
-    Row.width = editb.e_wsize;
+    row_set_width(editb.e_wsize);
 }
 
 // The column at which what is scrolled begins: behind the prompt, or with what stands in its place.
@@ -123,7 +123,7 @@ void draw(DRAWTYPE option) {
     scroll_to(p);
     row_want_line(offset);
     write_differences();
-    row_mark(marker(row_columns()));
+    row_mark(marker(row_columns(offset + editb.e_wsize)));
     row_move(p - offset);
     scvalid = 1;
 }

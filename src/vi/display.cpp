@@ -88,7 +88,7 @@ void refresh_now(int mode) {
     const int col = cursor_column(behind ? editb.e_cur + 1 : end_at(editb.e_cur));
     scroll_to(col);
     row_want_line(win_first());
-    editb.e_peol = row_columns() - 1;
+    editb.e_peol = row_columns(win_first() + editb.e_wsize) - 1;
 
     const int k = row_first_difference();
     const bool written = k >= Row.used && k >= row_wanted();

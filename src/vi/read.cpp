@@ -66,7 +66,7 @@ static void set_limits() {
     const int room = std::min(capacity, Limits.capacity - editb.e_plen);
     editb.e_llimit = std::clamp(room - 2, 0, highest_limit());
     editb.e_wsize -= editb.e_plen;
-    Row.width = editb.e_wsize;
+    row_set_width(editb.e_wsize);
     set_home();
 }
 
