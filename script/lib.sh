@@ -19,7 +19,8 @@ have() {
         g++ | cmake) command -v "$1" >/dev/null && return ;;
         ninja-build) command -v ninja >/dev/null && return ;;
     esac
-    [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+    # A package may be there for several architectures.
+    [[ $(dpkg-query -W -f '${db:Status-Status} ' "$1" 2>/dev/null) =~ (^| )installed( |$) ]]
 }
 
 # need PACKAGE...: installs the Debian packages that are missing, as root or through sudo, or says
