@@ -79,23 +79,24 @@ static void put_cell(Window &window, const genchar *units, int n, int columns, i
     for (int k = at + 1; k < to; k++) window.cell[k] = {0, 0, 0, 0, cell.colour, safe};
 }
 
-// The cluster of `n` units whose image begins in column `column`; the window in column `first`.
+// The cluster of `n` units whose image begins in column `column`; the window in column `first`. One
+// that doesn't show as a whole is shown unit by unit.
 static void put_cluster(Window &window, const genchar *units, int n, int column, int first) {
-    const Shown shown = cluster_shown(units, n, column);
-    if (!shown.spelled) {
-        put_cell(window, units, n, shown.columns, column - first, shown.safe);
+    const Shown whole = cluster_shown(units, n, column);
+    if (!whole.spelled) {
+        put_cell(window, units, n, whole.columns, column - first, whole.safe);
         return;
     }
-    if (n > 1) {
-        for (int i = 0; i < n; i++) {
-            put_cluster(window, units + i, 1, column, first);
-            column += cluster_shown(units + i, 1, column).columns;
-        }
-        return;
+    for (int i = 0; i < n; i++) {
+        const Shown shown = cluster_shown(units + i, 1, column);
+        genchar spelling[kSpelling];
+        const int len = shown.spelled ? unit_spelling(units[i], column, spelling) : 0;
+        for (int k = 0; k < len; k++)
+            put_cell(window, spelling + k, 1, 1, column + k - first, true);
+        if (!shown.spelled)
+            put_cell(window, units + i, 1, shown.columns, column - first, shown.safe);
+        column += shown.columns;
     }
-    genchar spelling[kSpelling];
-    const int len = unit_spelling(units[0], column, spelling);
-    for (int i = 0; i < len; i++) put_cell(window, spelling + i, 1, 1, column + i - first, true);
 }
 
 // Bytes that the program has written, a column for each unit that isn't to be printed. Returns the
