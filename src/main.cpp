@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdio>
@@ -16,6 +15,7 @@
 #include "editlib.h"
 #include "extended.h"
 #include "msg.h"
+#include "os.h"
 #include "pass.h"
 #include "pty.h"
 #include "run.h"
@@ -108,7 +108,7 @@ int morp_main(int argc, char **argv) {
     const pid_t pid = pty_fork(&master_fd, program);
     // The waits for a program to take a line are short; the program, started already, keeps its
     // own.
-    (void)prctl(PR_SET_TIMERSLACK, 1UL);
+    os_short_sleeps();
     pty_pkt_enable(master_fd);
     signal_catch(SIGTERM, sig_trap_sigterm);
     if (!signal_was_ignored(SIGHUP)) signal_catch(SIGHUP, sig_trap_sigterm);

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "msg.h"
+#include "os.h"
 #include "run.h"
 #include "wait.h"
 
@@ -27,8 +28,9 @@ static pid_t Parent = 0;      // morp, for the child
 int pty_master() {
     memcpy(pty_name_slave, "<UNSET>", sizeof "<UNSET>");
     pty_name_slave[kNameSize - 1] = '\0';
-    const int fd = open("/dev/ptmx", O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const int fd = posix_openpt(O_RDWR | O_NOCTTY);
     if (fd < 0) return fd;
+    (void)fcntl(fd, F_SETFD, FD_CLOEXEC);
     (void)grantpt(fd);  // a slave that can't be opened is reported by the child
     (void)unlockpt(fd);
     const char *name = ptsname(fd);
@@ -58,13 +60,7 @@ void pty_pkt_enable(int fd) {
 }
 
 int pty_open_peer(int master) {
-    constexpr int kFlags = O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
-#ifdef TIOCGPTPEER
-    const int peer = ioctl(master, TIOCGPTPEER, kFlags);
-    if (peer >= 0) return peer;
-#endif
-    const char *name = ptsname(master);
-    return name == nullptr ? -1 : open(name, kFlags);
+    return os_open_slave(master, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
 }
 
 // In the child: reports a failed start, whose message has been composed, and ends. `status`: see
@@ -85,6 +81,7 @@ int pty_open_peer(int master) {
         message_format("%s: can't open pty slave (\"%s\")", Program_name, pty_dname_slave());
         child_fail(report, 1);
     }
+    os_take_terminal(pty_slavefd);
     (void)close(master);
     tty_info settings = Tty_original;
     settings.tty_termios.c_iflag |= pty_input_flags;
@@ -114,7 +111,7 @@ pid_t pty_fork(int *mfd, char **argv_p) {
         finish(1);
     }
     int report[2];
-    if (pipe2(report, O_CLOEXEC) != 0) fatal("can't fork child process");
+    if (os_pipe(report) != 0) fatal("can't fork child process");
     Parent = getpid();
     const pid_t pid = fork();
     if (pid < 0) fatal("can't fork child process");

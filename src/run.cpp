@@ -2,7 +2,6 @@
 // be called by anybody at any time, catchers included, and never comes back.
 #include "run.h"
 
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include <cstring>
 
 #include "msg.h"
+#include "os.h"
 
 const char *Program_name = "morp";
 int Mode_vesk_init = 1;
@@ -52,7 +52,7 @@ void finish(int status) {
 static void die_of(int sig) {
     constexpr struct rlimit kNone = {0, 0};
     (void)setrlimit(RLIMIT_CORE, &kNone);
-    (void)prctl(PR_SET_DUMPABLE, 0UL);  // where cores are piped to a program the limit is no bound
+    os_no_core();
     (void)std::signal(sig, SIG_DFL);
     sigset_t set;
     sigemptyset(&set);

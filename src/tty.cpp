@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "morp_defs.h"
+#include "os.h"
 #include "wait.h"
 
 [[gnu::used]] static const char kVersion[] = "@(#)morp tty 1.0";
@@ -43,11 +44,11 @@ static void take_bits(tcflag_t &word, tcflag_t model, tcflag_t mask) {
 
 void tty_make_raw(struct termios *t) {
     t->c_iflag &= ~static_cast<tcflag_t>(IGNPAR | PARMRK | INLCR | IGNCR | ICRNL | INPCK | ISTRIP |
-                                         IUCLC | IXON);
+                                         kIuclc | IXON);
     t->c_iflag |= BRKINT;
     t->c_oflag &= ~static_cast<tcflag_t>(OPOST);
     t->c_cflag &= ~static_cast<tcflag_t>(PARENB);
-    t->c_lflag &= ~static_cast<tcflag_t>(ICANON | ISIG | XCASE);
+    t->c_lflag &= ~static_cast<tcflag_t>(ICANON | ISIG | kXcase);
     t->c_cc[VMIN] = 1;
     t->c_cc[VTIME] = 0;
 }
@@ -56,11 +57,11 @@ void tty_make_cooked(struct termios *t) {
     const struct termios &user = Tty_original.tty_termios;
     t->c_iflag &= ~static_cast<tcflag_t>(IGNPAR | PARMRK | INLCR | IGNCR);
     t->c_iflag |= BRKINT | ICRNL;
-    take_bits(t->c_iflag, user.c_iflag, INPCK | ISTRIP | IUCLC | IXON);
+    take_bits(t->c_iflag, user.c_iflag, INPCK | ISTRIP | kIuclc | IXON);
     take_bits(t->c_oflag, user.c_oflag, OPOST);
     take_bits(t->c_cflag, user.c_cflag, PARENB);
     t->c_lflag |= ICANON;
-    take_bits(t->c_lflag, user.c_lflag, ISIG | XCASE);
+    take_bits(t->c_lflag, user.c_lflag, ISIG | kXcase);
     t->c_lflag &= ~static_cast<tcflag_t>(ECHOCTL);
     std::copy(std::begin(user.c_cc), std::end(user.c_cc), std::begin(t->c_cc));
 }

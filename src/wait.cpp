@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <iterator>
 
+#include "os.h"
+
 static constexpr int kCaught[] = {SIGTERM, SIGHUP,  SIGINT,   SIGQUIT, SIGTSTP,
                                   SIGUSR2, SIGCHLD, SIGWINCH, SIGCONT};
 static constexpr int kIgnored[] = {SIGPIPE, SIGXFSZ};
@@ -85,13 +87,10 @@ void signal_catch(int sig, void (*catcher)(int)) {
 }
 
 static int wait_with(struct pollfd *fds, nfds_t count, long timeout_ns, const sigset_t *mask) {
-    constexpr long kSecond = 1000 * kMillisecond;
-    constexpr struct timespec kAtOnce = {};
-    const struct timespec limit = {timeout_ns / kSecond, timeout_ns % kSecond};
-    const int ready = ppoll(fds, count, timeout_ns == kNoTimeout ? nullptr : &limit, mask);
+    const int ready = os_poll(fds, count, timeout_ns, mask);
     const int err = errno;
-    // With a descriptor ready, ppoll serves no signal: a program that floods would keep them out.
-    if (ready > 0) (void)ppoll(nullptr, 0, &kAtOnce, mask);
+    // With a descriptor ready, no signal is served: a program that floods would keep them out.
+    if (ready > 0) os_serve_signals(mask);
     errno = err;
     return ready;
 }
@@ -102,6 +101,11 @@ int wait_ready(struct pollfd *fds, nfds_t count, long timeout_ns) {
 
 int wait_ready_no_child(struct pollfd *fds, nfds_t count, long timeout_ns) {
     return wait_with(fds, count, timeout_ns, &No_child_mask);
+}
+
+bool is_ready(int fd, short events) {
+    struct pollfd one = {fd, events, 0};
+    return os_poll(&one, 1, 0, nullptr) == 1 && (one.revents & events) != 0;
 }
 
 void wait_window_open(Window which) {
@@ -117,9 +121,7 @@ long long now_ns() {
 }
 
 static Channel own_channel(int fd, int flags) {
-    char path[] = "/proc/self/fd/0";
-    path[sizeof path - 2] = static_cast<char>('0' + fd);
-    const int own = open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const int own = os_reopen_terminal(fd, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (own >= 0) return {own, true};
     return {fd, false};
 }
@@ -139,7 +141,7 @@ ssize_t keyboard_read(void *buf, std::size_t len) {
     // a flush of the queue in between would cause.
     if (keyboard_waiting() == 0) {
         struct pollfd fd = {Keyboard.fd, POLLIN, 0};
-        if (poll(&fd, 1, 0) == 0) {
+        if (os_poll(&fd, 1, 0, nullptr) == 0) {
             errno = EAGAIN;
             return -1;
         }
@@ -160,8 +162,7 @@ int keyboard_waiting() {
 static ssize_t write_once(const Channel &to, const char *data, std::size_t len) {
     if (to.own) return write(to.fd, data, len);
     if (Hurry) {
-        struct pollfd fd = {to.fd, POLLOUT, 0};
-        if (poll(&fd, 1, 0) != 1 || (fd.revents & POLLOUT) == 0) {
+        if (!is_ready(to.fd, POLLOUT)) {
             errno = EAGAIN;
             return -1;
         }
@@ -200,8 +201,7 @@ void screen_hurry() { Hurry = true; }
 
 void screen_finish_write() {
     while (Rest.len > 0) {
-        struct pollfd fd = {Rest.to->fd, POLLOUT, 0};
-        if (poll(&fd, 1, 0) != 1 || (fd.revents & POLLOUT) == 0) break;
+        if (!is_ready(Rest.to->fd, POLLOUT)) break;
         // Without a descriptor of its own only a short piece is sure not to sleep.
         const std::size_t piece = Rest.to->own || Rest.len < 64 ? Rest.len : 64;
         const ssize_t n = write(Rest.to->fd, Rest.data, piece);
@@ -212,7 +212,7 @@ void screen_finish_write() {
 }
 
 bool screen_write_now(Screen to, const char *data, std::size_t len) {
-    constexpr int kPatienceMs = 100;
+    constexpr long kPatience = 100 * kMillisecond;
     const Channel &channel = to == Screen::program ? Program_screen : Editor_screen;
     // Of a write that may be sleeping it isn't known how far it has come.
     if (Rest.len > 0 && !Rest.to->own) return false;
@@ -220,7 +220,7 @@ bool screen_write_now(Screen to, const char *data, std::size_t len) {
     if (Rest.len > 0) return false;
     while (len > 0) {
         struct pollfd fd = {channel.fd, POLLOUT, 0};
-        if (poll(&fd, 1, kPatienceMs) != 1 || (fd.revents & POLLOUT) == 0) return false;
+        if (os_poll(&fd, 1, kPatience, nullptr) != 1 || (fd.revents & POLLOUT) == 0) return false;
         const ssize_t n = write(channel.fd, data, len);
         if (n < 0 && errno != EAGAIN && errno != EINTR) return false;
         if (n <= 0) continue;

@@ -34,11 +34,14 @@ inline constexpr long kMillisecond = 1000 * kMicrosecond;
 
 // The wait: sleeps until a descriptor is ready, a signal was served or `timeout_ns` has passed.
 // Signals that came are served in every case, also while descriptors are ready. With `progdone` set
-// it doesn't sleep. Returns as ppoll does: the number of ready descriptors, 0, or -1 with errno.
+// it doesn't sleep. Returns as poll does: the number of ready descriptors, 0, or -1 with errno.
 int wait_ready(struct pollfd *fds, nfds_t count, long timeout_ns);
 // The same with SIGCHLD kept back, whose catcher may leave by a jump that would forget how far the
 // caller has come; it sleeps with `progdone` set too.
 int wait_ready_no_child(struct pollfd *fds, nfds_t count, long timeout_ns);
+
+// True when `events` (POLLIN, POLLOUT) can be had from `fd` now.
+bool is_ready(int fd, short events);
 
 // Around one call that may sleep.
 enum class Window { write, end };

@@ -1,6 +1,5 @@
-// complete_files.cpp: names of files to complete with. A folder is read in blocks that the system
-// fills, without a copy of all its names, and as long as there is time.
-#include <dirent.h>
+// complete_files.cpp: names of files to complete with. A folder is read as long as there is time,
+// without a copy of all its names.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include "edit/complete_internal.h"
 #include "edit/host.h"
 #include "edit/remote.h"
+#include "os.h"
 
 namespace complete {
 
@@ -76,37 +76,35 @@ static bool is_hidden(std::string_view name, std::string_view word) {
     return name[0] == '.' && (word.empty() || word[0] != '.');
 }
 
-// Whether the sole candidate in `folder` is one, whose type the folder gives as `type`.
-static bool is_folder(int folder, int type) {
-    if (type == DT_DIR) return true;
-    if (type != DT_LNK && type != DT_UNKNOWN) return false;
+// Whether the sole candidate in `folder` is one, which the folder says is a `kind`.
+static bool is_folder(int folder, NameKind kind) {
+    if (kind == NameKind::folder) return true;
+    if (kind == NameKind::other) return false;
     const std::string_view *sole = nullptr;
     (void)candidates_sorted(&sole);
     char name[kMostBytes + 1];
     name[sole->copy(name, kMostBytes)] = '\0';
     struct stat is = {};
-    return !is_remote(folder, name) && fstatat(folder, name, &is, AT_NO_AUTOMOUNT) == 0 &&
+    return !is_remote(folder, name) && fstatat(folder, name, &is, kNoAutomount) == 0 &&
            S_ISDIR(is.st_mode);
 }
 
 // Offers the names of `folder`; those with a line end or the character `quote` could not be written.
 static void read_names(int folder, std::string_view word, genchar quote) {
-    static char block[64 * 1024];
+    constexpr unsigned kBetweenLooks = 256;  // names, between looks at the clock
     const char unfit[] = {'\n', '\r', quote != 0 ? static_cast<char>(quote) : '\n', '\0'};
-    int type = DT_UNKNOWN;
-    while (!late()) {
-        const ssize_t size = getdents64(folder, block, sizeof block);
-        if (size <= 0) break;  // its end; what can't be read is not there
-        for (ssize_t at = 0; at < size;) {
-            const auto *entry = reinterpret_cast<const dirent64 *>(block + at);
-            at += entry->d_reclen;
-            const std::string_view name = entry->d_name;
-            if (is_hidden(name, word) || name.find_first_of(unfit) != std::string_view::npos)
-                continue;
-            if (candidates_offer(name, 0)) type = entry->d_type;
-        }
+    NameKind sole = NameKind::unknown;
+    NameKind kind = NameKind::unknown;
+    FolderNames names = {folder, nullptr, 0, 0};
+    for (unsigned i = 0; i % kBetweenLooks != 0 || !late(); i++) {
+        const char *entry = os_next_name(names, kind);
+        if (entry == nullptr) break;
+        const std::string_view name = entry;
+        if (is_hidden(name, word) || name.find_first_of(unfit) != std::string_view::npos) continue;
+        if (candidates_offer(name, 0)) sole = kind;
     }
-    Sole_folder = candidates_found() == 1 && is_folder(folder, type);
+    os_end_names(names);
+    Sole_folder = candidates_found() == 1 && is_folder(folder, sole);
 }
 
 int offer_names(const genchar *path, int n, genchar quote) {

@@ -76,7 +76,7 @@ void offer_listed(const genchar *word, int n) {
     const char *names = getenv("Q_VXWORDS");
     std::size_t left = kMostRead;
     while (names != nullptr && left > 0) {
-        const char *end = strchrnul(names, ':');
+        const char *end = names + strcspn(names, ":");
         const std::size_t len = static_cast<std::size_t>(end - names);
         char name[PATH_MAX];
         if (len > 0 && len < sizeof name) {

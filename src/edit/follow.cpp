@@ -9,6 +9,7 @@
 #include "edit.h"
 #include "edit/edit_internal.h"
 #include "edit/prompt.h"
+#include "os.h"
 
 // The capture takes the output in pieces of this size, each up to its first NUL.
 static constexpr int kPrimePiece = 254;
@@ -145,7 +146,7 @@ void e_setup_prime(const char *data, int len) {
     int row_from = 0;
     int from = 0;
     // Rows that are done don't matter: most of a flood is passed over here.
-    if (const void *const newline = memrchr(data, '\n', static_cast<std::size_t>(len))) {
+    if (const void *const newline = os_last_byte(data, '\n', static_cast<std::size_t>(len))) {
         row_from = static_cast<int>(static_cast<const char *>(newline) - data);
         if (row_from > 0) out_row_leave(data[row_from - 1] == '\r');
         if (Rich_rows) pass_over(data, row_from);

@@ -6,9 +6,10 @@
 #include <unistd.h>
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
+
+#include "os.h"
 
 static constexpr int kMostLinks = 40;  // as many as the system follows
 
@@ -66,19 +67,6 @@ bool is_remote_in(std::string_view mounts, std::string_view path) {
         remote = is_remote_type(take_field(line));
     }
     return remote;
-}
-
-static std::string_view read_table() {
-    std::size_t len = 0;
-    const int fd = open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return {};
-    while (len < sizeof Table) {
-        const ssize_t n = read(fd, Table + len, sizeof Table - len);
-        if (n <= 0) break;  // what could not be read is not known
-        len += static_cast<std::size_t>(n);
-    }
-    (void)close(fd);  // nothing was written
-    return {Table, len};
 }
 
 static bool any_remote(std::string_view mounts) {
@@ -142,19 +130,14 @@ static bool leads_there(std::string_view mounts, char *left, std::size_t len) {
 }
 
 bool is_remote(int folder, const char *name) {
-    const std::string_view mounts = read_table();
+    const std::string_view mounts(Table, os_mounts(Table, sizeof Table));
     if (!any_remote(mounts)) return false;
     char path[PATH_MAX];
     std::size_t len = 0;
     if (name[0] != '/') {
-        char where[64];
-        if (folder == AT_FDCWD)
-            (void)snprintf(where, sizeof where, "/proc/self/cwd");
-        else
-            (void)snprintf(where, sizeof where, "/proc/self/fd/%d", folder);
-        const ssize_t n = readlink(where, path, sizeof path - 1);
-        if (n <= 0) return true;
-        len = static_cast<std::size_t>(n);
+        len = folder == AT_FDCWD ? os_folder_of(getpid(), path, sizeof path - 1)
+                                 : os_path_of(folder, path, sizeof path - 1);
+        if (len == 0) return true;
         path[len++] = '/';
     }
     const std::string_view rest = name;

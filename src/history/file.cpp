@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <cstring>
 
 #include "history/history_internal.h"
+#include "os.h"
 
 [[gnu::used]] static const char kVersion[] = "@(#)morp history 1.0";
 
@@ -154,7 +154,7 @@ static FileOffset write_out() {
         if (end < 0) hist_eof();
         return end;
     }
-    __fpurge(file);
+    os_purge(file);
     std::clearerr(file);
     return -1;
 }

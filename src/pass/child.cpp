@@ -14,6 +14,7 @@
 #include "edit/prompt.h"
 #include "edit_wait.h"
 #include "marks.h"
+#include "os.h"
 #include "pass.h"
 #include "run.h"
 #include "tty.h"
@@ -40,8 +41,7 @@ enum_child_state check_child_state() {
 // A line being edited leaves the row to what the program said last.
 static void step_aside_for_last_words() {
     if (e_view == nullptr || master_fd < 0) return;
-    struct pollfd fd = {master_fd, POLLIN, 0};
-    if (poll(&fd, 1, 0) == 1 && (fd.revents & POLLIN) != 0) pass_before_output();
+    if (is_ready(master_fd, POLLIN)) pass_before_output();
 }
 
 void sig_trap_sigcld(int sig) {
@@ -70,11 +70,7 @@ void sig_trap_sigcont(int) {
 }
 
 static void drop_pending(int sig) {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, sig);
-    constexpr struct timespec kAtOnce = {};
-    while (sigtimedwait(&set, nullptr, &kAtOnce) == sig) {
+    while (os_take_signal(sig)) {
     }
 }
 

@@ -17,6 +17,7 @@
 #include "extended.h"
 #include "marks.h"
 #include "mode.h"
+#include "os.h"
 #include "output.h"
 #include "pace.h"
 #include "pass.h"
@@ -60,8 +61,8 @@ int handle_signal_general(int fd, int sig) {
     // handles.
     if (sig == SIGTSTP && group == Child_pid && program_stops_by_default() && can_be_continued()) {
         (void)kill(-Child_pid, SIGSTOP);
-    } else if (!known || ioctl(fd, TIOCSIG, sig) != 0) {
-        // Without a foreground group TIOCSIG would succeed and reach nobody.
+    } else if (!known || !os_signal_foreground(fd, sig)) {
+        // Without a foreground group that would succeed and reach nobody.
         (void)kill(-group, sig);
     }
     if (Det_line) det_len = 0;

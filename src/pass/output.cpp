@@ -105,8 +105,7 @@ void relay_rest_of_piece(int fd) {
 void relay_waiting(int fd) {
     const unsigned long from = Relayed_bytes;
     while (Relayed_bytes - from < kRelayFirst) {
-        struct pollfd master = {fd, POLLIN, 0};
-        if (poll(&master, 1, 0) != 1 || (master.revents & POLLIN) == 0) return;
+        if (!is_ready(fd, POLLIN)) return;
         (void)handle_fd_stdout(fd);
     }
 }

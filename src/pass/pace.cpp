@@ -46,10 +46,7 @@ static int Kept_peer = -1;        // the slave, kept open while more lines wait 
 // Waits until the system has taken what was written to the master: a poll of the slave flushes its
 // worker, except where there is something to read already. True when there is, which an end of file
 // alone is too.
-static bool flush_worker(int peer) {
-    struct pollfd fd = {peer, POLLIN, 0};
-    return poll(&fd, 1, 0) == 1 && (fd.revents & POLLIN) != 0;
-}
+static bool flush_worker(int peer) { return is_ready(peer, POLLIN); }
 
 Unread unread_on(int peer) {
     int count = 0;

@@ -17,10 +17,11 @@ static std::string entry(pid_t pid, const char *name) {
 static void read_call(pid_t pid, Nap &nap) {
     std::ifstream in(entry(pid, "syscall"));
     long number = 0;
-    std::string fds, count, timeout;
-    if (!(in >> number >> fds >> count >> timeout)) return;
+    std::string fds, count, ppoll_timeout, error_fds, select_timeout;
+    if (!(in >> number >> fds >> count >> ppoll_timeout >> error_fds >> select_timeout)) return;
     nap.known = true;
-    nap.endless_wait = number == SYS_ppoll && timeout == "0x0";
+    nap.endless_wait = (number == SYS_ppoll && ppoll_timeout == "0x0") ||
+                       (number == SYS_pselect6 && select_timeout == "0x0");
 }
 
 Nap nap(pid_t pid) {
