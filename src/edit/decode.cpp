@@ -47,7 +47,6 @@ static bool After_return = false;  // a newline now belongs to the carriage retu
 static Decoder Character;
 static char Mark_begun[kMarkLength];  // the beginning of a mark among keys that pass
 static int Mark_len = 0;
-static long long Passed_ns = 0;  // when keys of this paste passed last, 0 if none has
 
 // State: the bytes of the key being taken.
 static unsigned char Log[kMostLogged];
@@ -115,7 +114,6 @@ static bool is_plain(const Control &control) {
 
 static void begin_paste() {
     Pasting = true;
-    Passed_ns = 0;
     Pastes++;
 }
 
@@ -312,9 +310,6 @@ int decode_bytes_of(int held, char *dst) {
 }
 
 int decode_passed_keys(char *keys, int len) {
-    const long long now = now_ns();
-    if (Passed_ns != 0 && now - Passed_ns >= kSilence) Pasting = false;
-    Passed_ns = now;
     int kept = 0;
     char *const in = keys + Mark_len;
     std::memmove(in, keys, static_cast<std::size_t>(len));
