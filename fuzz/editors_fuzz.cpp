@@ -372,7 +372,7 @@ bool look_for_key() { return Run.pasted && !Run.keys.empty(); }
 bool wait_between_lines() {
     if (Run.keys.empty() && editb.e_index == 0 && !decode_in_paste()) {
         Run.typed.clear();
-        Run.followed = Extended != 0;
+        Run.followed = Extended != 0 && !kread_has_line();
     }
     if (editb.e_index > 0 || kread_has_line()) return true;
     if (!Run.later.empty()) type(std::exchange(Run.later, ""));

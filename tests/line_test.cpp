@@ -1,9 +1,6 @@
-// line_test.cpp: the rooms below the editors: what a character is, in both modes, and what the
-// row writes for cells that terminals are not of one mind about.
+// line_test.cpp: the rooms below the editors: what a character is, in both modes, how wide the window
+// is, what the program's output switches. What the row shows is judged by the fuzz target.
 #include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <numeric>
@@ -12,8 +9,6 @@
 #include "edit.h"
 #include "edit/chars.h"
 #include "edit/prompt.h"
-#include "edit/row.h"
-#include "edit/text.h"
 #include "extended.h"
 #include "tty.h"
 
@@ -140,73 +135,6 @@ TEST(Chars, ClassesAndCase) {
     EXPECT_EQ(unit_to_upper(0xdf), 0xdfU);
     EXPECT_TRUE(unit_upper('Q') && unit_lower('q') && unit_to_upper('q') == 'Q' &&
                 unit_to_lower('Q') == 'q');
-}
-
-// What the row writes to show `line` in place of what it shows, as the emacs styles do, and to put
-// the cursor at `unit`.
-static std::string row_writes(const std::string &line, int unit) {
-    int out[2];
-    if (pipe(out) != 0) abort();
-    const int kept = dup(STDERR_FILENO);
-    dup2(out[1], STDERR_FILENO);
-    const std::u32string units = units_of(line);
-    (void)text_set(units.data(), static_cast<int>(units.size()));
-    row_want_line(0);
-    const int k = row_first_difference();
-    if (row_unsafe_from(k))
-        row_write_from(k);
-    else
-        for (int column = 0; column < Row.width; column++)
-            if (!row_same(column)) row_update(column);
-    row_move(row_column(unit));
-    e_flush();
-    dup2(kept, STDERR_FILENO);
-    close(kept);
-    close(out[1]);
-    char bytes[1024];
-    const ssize_t n = read(out[0], bytes, sizeof bytes);
-    close(out[0]);
-    return {bytes, static_cast<std::size_t>(std::max<ssize_t>(n, 0))};
-}
-
-TEST(Row, CellsOfUncertainWidth) {
-    choose(kUtf8);
-    Extended = 1;
-    char prompt[] = "\r";
-    edit_reset_for_test();
-    editb.e_prompt = prompt;
-    text_begin(kLineUnits, kLineUnits);
-    Row = {};
-    Row.home = {"\r", 0, true, true};
-    Row.width = 10;
-    Row.cut = -1;
-    Row.marker = ' ';
-    row_clear();
-    struct Step {
-        const char *name, *line;
-        int cursor;
-        const char *written;
-    };
-    static constexpr Step kSteps[] = {
-        {"plain", "abc", 2, "abc\b"},
-        {"only what differs", "abd", 2, "d\b"},
-        {"two columns of East Asia",
-         "ab\xe6\xbc\xa2"
-         "c",
-         3,
-         "\xe6\xbc\xa2"
-         "c\b"},
-        {"all behind a doubtful one", "a\xc3\xa9\xe6\xbc\xa2", 3, "\ra\xc3\xa9\xe6\xbc\xa2\033[K"},
-        {"no backspace over it", "a\xc3\xa9\xe6\xbc\xa2", 1, "\ra"},
-        {"a mark that joins", "ae\xcc\x81", 3, "e\xcc\x81\033[K"},
-        {"half a character at the edge", "ae\xcc\x81xxxxxxx\xe6\xbc\xa2", 3, "xxxxxxx\rae\xcc\x81"},
-    };
-    for (const Step &step : kSteps) {
-        SCOPED_TRACE(step.name);
-        EXPECT_EQ(row_writes(step.line, step.cursor), step.written);
-    }
-    Extended = 0;
-    choose(nullptr);
 }
 
 TEST(Row, WindowOfTheTerminal) {
