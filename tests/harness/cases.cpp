@@ -79,9 +79,12 @@ std::vector<Section> sections_of(const std::string &file) {
         else
             section.lines.push_back({file + ":" + std::to_string(number) + ": ", line});
     }
-    for (const Section &section : sections)
+    if (sections.empty() || all.lines.size() > 1) throw std::runtime_error(file + ": no sections");
+    for (Section &section : sections) {
         if (section.lines.empty()) throw std::runtime_error(file + ": nothing in " + section.name);
-    if (sections.empty() || !all.lines.empty()) throw std::runtime_error(file + ": no sections");
+        if (!is_table(section))
+            section.lines.insert(section.lines.begin(), all.lines.begin(), all.lines.end());
+    }
     return sections;
 }
 
