@@ -199,7 +199,15 @@ inline WideImage wide_image() {
     const int len = text_len() - (in_vi() && vi::end_blank ? 1 : 0);
     const bool input = vi::view_mode == vi::MODE_INPUT;
     WideImage image = {{}, -1};
-    int column = Row.start;
+    int column = Row.lead_len > 0 ? 0 : Row.start;
+    for (int at = 0, end = 0; at < Row.lead_len; at = end) {
+        end = cluster_end(Row.lead, Row.lead_len, at);
+        for (const Piece &piece : pieces_of(Row.lead + at, end - at, column)) {
+            image.pieces.push_back(piece);
+            column += piece.columns;
+        }
+    }
+    require(column == Row.start);
     for (int at = 0; at < len;) {
         const int end = cluster_end(text, at < Row.cut && Row.cut < len ? Row.cut : len, at);
         if (!in_vi() && at == editb.e_cur) image.cursor = column;
@@ -226,9 +234,10 @@ inline Printed wide_expected() {
     const int first = window_first();
     const int width = editb.e_wsize;
     require(image.cursor >= first && image.cursor < first + width + (in_vi() ? 1 : 0));
-    const bool prompt = in_vi() || first < editb.e_plen || first == 0;
+    const bool lead = Row.lead_len > 0;
+    const bool prompt = !lead && (in_vi() || first < editb.e_plen || first == 0);
     Printed printed = {prompt ? editb.e_prompt + 1 : "", ""};
-    int column = Row.start;
+    int column = lead ? 0 : Row.start;
     const auto print = [&](const Piece &piece) {
         const int from = std::max(column, first);
         const int to = std::min(column + piece.columns, first + width);
@@ -240,7 +249,7 @@ inline Printed wide_expected() {
     };
     for (const Piece &piece : image.pieces) print(piece);
     const bool more = column > first + width;
-    const bool left = in_vi() ? first > 0 && column > width : first > editb.e_plen;
+    const bool left = in_vi() ? first > 0 && column > width : first > (lead ? 0 : editb.e_plen);
     while (column < first + width) print({" ", 1});
     printed.behind += more ? (left ? '*' : '>') : (left ? '<' : ' ');
     return printed;
