@@ -1,7 +1,7 @@
 // editors_fuzz.cpp: an editor under any keys, history, prompt and output that comes in between; the
 // input's first byte gives style and mode. After each burst the row shows prompt and line as far as
-// the window goes, the marker and the cursor where they belong; a line that is sent stands on the row
-// that it leaves; the prompt is what the program's output ends in.
+// the window goes, the marker and the cursor where they belong; a line that is sent stands on the
+// row that it leaves; the prompt is what the program's output ends in.
 //
 // It runs on a host of its own, without src/pass, and stands in for src/wait.cpp.
 // The terminal's settings are those of a real pseudo-terminal on descriptor 0; its keys and its
@@ -208,8 +208,8 @@ void check_prompt(const std::pair<std::string, bool> &before, const std::string 
                                        now, [](char c) { return is_printable(byte_of(c)); })));
 }
 
-// What the program has left behind its cursor, as far as it is known. Else nothing is there. Returns
-// the columns in use.
+// What the program has left behind its cursor, as far as it is known. Else nothing is there.
+// Returns the columns in use.
 int take_rest() {
     char rest[kRowColumns];
     const std::string known(rest, static_cast<std::size_t>(out_row_rest(rest)));

@@ -1,9 +1,11 @@
-// wide.h: extended mode. What was typed, as text. The row, on two terminals that differ about widths: one gives each unit
-// all that it may take, one shows what joins as one character. Whatever is written, neither wraps,
-// and both show what they would if prompt and window were printed afresh.
+// wide.h: extended mode. What was typed, as text. The row, on two terminals that differ about
+// widths: one gives each unit all that it may take, one shows what joins as one character. Whatever
+// is written, neither wraps, and both show what they would if prompt and window were printed
+// afresh.
 #pragma once
 
 #include <wchar.h>
+#include <array>
 
 #include <algorithm>
 #include <cstdio>
@@ -259,7 +261,8 @@ inline Printed wide_expected() {
 class Screens {
 public:
     Screens() = default;
-    explicit Screens(int columns) : columns_(columns), each_{{columns, false}, {columns, true}} {}
+    explicit Screens(int columns)
+        : columns_(columns), each_{Terminal(columns, false), Terminal(columns, true)} {}
     void write(std::string_view bytes) {
         for (Terminal &terminal : each_) terminal.write(bytes);
     }
@@ -285,7 +288,7 @@ public:
 
 private:
     int columns_ = 0;
-    Terminal each_[2];
+    std::array<Terminal, 2> each_;
 };
 
 // Where the `typed` keys are text and nothing else, of a paste all of it: the text.

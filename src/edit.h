@@ -80,8 +80,8 @@ extern int opt_flag;  // editing style
 // The editor's side of output that arrives while it waits for a key. An editor registers its view
 // once its terminal is raw, its record is set up and e_env is armed, and unregisters it (null)
 // before it returns; between the two, every call below may come from within e_getchar (only from
-// there, and from complete_at), so nothing that an editor keeps across e_getchar may depend on the prompt's length or the
-// row's image unless come_back corrects it.
+// there, and from complete_at), so nothing that an editor keeps across e_getchar may depend on the
+// prompt's length or the row's image unless come_back corrects it.
 struct EditView {
     // Takes the text off the screen, so that the row is as the program left it: the prompt, the
     // cursor right behind it. Where the window has moved and the prompt can't be written again: an
@@ -146,8 +146,8 @@ void e_setcooked(int fd);
 // falls into a cooked moment.
 void e_end_edit(int fd);
 // Usable columns: COLUMNS - 1 within 20 to 160, or 79 when COLUMNS is not set. In extended mode the
-// terminal's columns less one, at most 1,000, and 79 for a terminal narrower than 6; COLUMNS, from 5
-// on, where the size is unknown. `fd` is not used.
+// terminal's columns less one, at most 1,000, and 79 for a terminal narrower than 6; COLUMNS, from
+// 5 on, where the size is unknown. `fd` is not used.
 int e_window(int fd);
 // Puts the `n` keys as read (at most what the read-ahead stack has room for; overwritten) behind
 // those held. In the vi style a plain NUL is dropped: no line can hold it.
@@ -188,8 +188,8 @@ void e_write(const char *data, std::size_t len);
 void e_flush();
 // Writes what is queued, then the bell.
 void e_ringbell();
-// Where the line can't be given to the program as it stands, rings, stores the index of the unit that
-// is in the way at `at`, and returns true. To be asked before the line is ended.
+// Where the line can't be given to the program as it stands, rings, stores the index of the unit
+// that is in the way at `at`, and returns true. To be asked before the line is ended.
 bool e_refused(int *at);
 // Newline, then e_flush.
 void e_crlf();

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <string_view>
 
-// A place in the history file, in bytes from its start. As wide as the file's size can be, also where
-// a long has 32 bits.
+// A place in the history file, in bytes from its start. As wide as the file's size can be, also
+// where a long has 32 bits.
 using FileOffset = std::int64_t;
 
 // A place in the history. `his_command` -1 means none (`his_line` is 0 then).
@@ -43,8 +43,8 @@ void hist_record(const char *text, std::size_t len);
 
 // Offset of command `n`, or -1 when the ring does not hold it. Needs an open history.
 FileOffset hist_position(int n);
-// Chooses, once a run, whether a lower-case letter of a text that is looked for anywhere in a command
-// stands for both cases, by the C library. Needs no call where it doesn't.
+// Chooses, once a run, whether a lower-case letter of a text that is looked for anywhere in a
+// command stands for both cases, by the C library. Needs no call where it doesn't.
 void hist_begin(bool either_case);
 // Finds `string` from command `index1` (not searched itself) on, towards newer commands when
 // `direction` is positive, else towards older ones; anywhere in a command when `flag` is not 0,
@@ -56,14 +56,14 @@ histloc hist_find(const char *string, int index1, int flag, int direction);
 inline constexpr int kHistGoesOn = -2;
 histloc hist_find_part(const char *string, int *index1, int direction);
 // Copies command `command` into `s1`: its line `line` (from 0), or all lines when -1, the final
-// newline dropped. Stores at most Limits.copy - 1 characters and a NUL (258 bytes, kLineBuffer in extended
-// mode); null only counts. Returns the lines passed, -1 without a history.
+// newline dropped. Stores at most Limits.copy - 1 characters and a NUL (258 bytes, kLineBuffer in
+// extended mode); null only counts. Returns the lines passed, -1 without a history.
 int hist_copy(char *s1, int command, int line);
 // The `word`-th word (from 1) of the newest command, NUL-terminated inside the work buffer `s1`
 // (as large); the last one when there are fewer or `word` is below 1. Null without a history.
 char *hist_word(char *s1, int word);
-// Hands the text of each command in reach to `take`, the newest first, of a long one the first 64 KiB,
-// until it returns false. `take` calls nothing here.
+// Hands the text of each command in reach to `take`, the newest first, of a long one the first 64
+// KiB, until it returns false. `take` calls nothing here.
 void hist_each(bool (*take)(std::string_view command));
 // The place `lines` lines away from (`command`, `line`). Past the newest command: fixind + 1; past
 // the oldest in reach: his_command -1. his_line is 0 in both cases.

@@ -9,8 +9,8 @@ inline constexpr int kStyleGmacs = 1;
 inline constexpr int kStyleEmacs = 2;
 inline constexpr int kStyleVi = 8;
 
-// Units that a line being edited ever has room for; bytes of a buffer that takes a line, or the copy
-// of one, in either mode. How much of it a mode uses: Limits in extended.h.
+// Units that a line being edited ever has room for; bytes of a buffer that takes a line, or the
+// copy of one, in either mode. How much of it a mode uses: Limits in extended.h.
 inline constexpr int kLineUnits = 4096;
 inline constexpr int kLineBuffer = 4096;
 // A copy of a history command: at most 257 bytes and a NUL. So many columns an image has, and a

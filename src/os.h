@@ -24,7 +24,8 @@ inline constexpr tcflag_t kXcase = 0;
 
 // As ppoll: sleeps until a descriptor is ready, a signal that `mask` lets through was served, or
 // `timeout_ns` has passed; negative: without an end. `mask` null: that of the process.
-// Portable: POLLIN, POLLPRI and POLLOUT alone are told, and a descriptor is below FD_SETSIZE, else EINVAL.
+// Portable: POLLIN, POLLPRI and POLLOUT alone are told, and a descriptor is below FD_SETSIZE, else
+// EINVAL.
 int os_poll(struct pollfd *fds, nfds_t count, long timeout_ns, const sigset_t *mask);
 // Serves the signals that are pending and that `mask` lets through.
 void os_serve_signals(const sigset_t *mask);
@@ -39,7 +40,8 @@ int os_reopen_terminal(int fd, int flags);
 int os_open_slave(int master, int flags);
 // Makes the terminal `fd` that of the session that has just begun.
 void os_take_terminal(int fd);
-// Sends `sig` to the foreground group of the terminal behind `master`. False where that can't be done.
+// Sends `sig` to the foreground group of the terminal behind `master`. False where that can't be
+// done.
 bool os_signal_foreground(int master, int sig);
 
 // ---- Processes.

@@ -6,7 +6,8 @@
 
 // Opens and unlocks a new master. Returns its descriptor, or a negative value with errno set.
 int pty_master();
-// Opens the slave that pty_master recorded, close-on-exec. Returns its descriptor, or -1 after closing `master`.
+// Opens the slave that pty_master recorded, close-on-exec. Returns its descriptor, or -1 after
+// closing `master`.
 int pty_slave(int master);
 // Name of the master device: empty, the clone device has none.
 char *pty_dname();
@@ -18,8 +19,8 @@ void pty_pkt_enable(int fd);
 // Input flags that the slave gets beside the user's.
 extern tcflag_t pty_input_flags;
 // Creates the pair, starts `argv_p` on the slave as leader of a new session, with the settings of
-// Tty_original and pty_input_flags. Stores the master (close-on-exec, non-blocking) through `mfd` and returns the
-// child's process id. Failures end the process.
+// Tty_original and pty_input_flags. Stores the master (close-on-exec, non-blocking) through `mfd`
+// and returns the child's process id. Failures end the process.
 pid_t pty_fork(int *mfd, char **argv_p);
 // Waits until the child has become the program, signals served. 0 when it has; else its message is
 // on the slave or on standard error, it ends, and the result is the exit status that tells why: 127

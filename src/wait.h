@@ -68,8 +68,8 @@ int keyboard_waiting();
 enum class Screen { program, editor };
 // Writes all of `data`, waiting for the terminal, signals served. Returns 0, or -1 with errno.
 int screen_write(Screen to, const char *data, std::size_t len);
-// For catchers that go on afterwards: writes `data` behind what an interrupted screen_write has left.
-// False where the terminal doesn't take all of it within 100 ms.
+// For catchers that go on afterwards: writes `data` behind what an interrupted screen_write has
+// left. False where the terminal doesn't take all of it within 100 ms.
 bool screen_write_now(Screen to, const char *data, std::size_t len);
 // Waits until the terminal has sent what was written.
 void screen_drain();

@@ -48,8 +48,8 @@ protected:
         fs::remove_all(folder_);
     }
 
-    // The line behind a TAB at its end; a dot behind it where nothing has gone in, "TAB" where it is
-    // one.
+    // The line behind a TAB at its end; a dot behind it where nothing has gone in, "TAB" where it
+    // is one.
     static std::string tab(const std::string &line, int room = 1000) {
         std::vector<genchar> units(line.size());
         text_begin(kLineUnits, kLineUnits);

@@ -1,5 +1,5 @@
-// line_test.cpp: the rooms below the editors: what a character is, in both modes, how wide the window
-// is, what the program's output switches. What the row shows is judged by the fuzz target.
+// line_test.cpp: the rooms below the editors: what a character is, in both modes, how wide the
+// window is, what the program's output switches. What the row shows is judged by the fuzz target.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -162,8 +162,8 @@ private:
     bool sound_ = true;
 };
 
-// Opens a regular file; others may have no end, or keep whoever opens them waiting. Null on failure,
-// errno 0 for another kind.
+// Opens a regular file; others may have no end, or keep whoever opens them waiting. Null on
+// failure, errno 0 for another kind.
 std::FILE *open_regular(const char *name) {
     const int fd = open(name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     struct stat st;
@@ -256,8 +256,8 @@ bool same_file(int fd, int other) {
            one.st_ino == two.st_ino;
 }
 
-// Makes `name`, which must not exist, of the lines on standard input. It appears with its last line,
-// so nobody finds, or appends to, half of it.
+// Makes `name`, which must not exist, of the lines on standard input. It appears with its last
+// line, so nobody finds, or appends to, half of it.
 int import(const char *name) {
     std::string unfinished = std::string(name) + ".XXXXXX";
     const auto give_up = [](const std::string &what) {

@@ -57,8 +57,8 @@ static bool is_path(int from, int at) {
     return from < at && (line[from] == '~' || std::find(line + from, line + at, U'/') != line + at);
 }
 
-// Names behind a quote have their blanks and all else, and end with it; else the last word there may
-// begin one.
+// Names behind a quote have their blanks and all else, and end with it; else the last word there
+// may begin one.
 static Place find_names(int word, int quoted, int at) {
     const genchar *const line = editb.e_inbuf;
     const genchar quote = quoted >= 0 ? line[quoted - 1] : 0;

@@ -14,8 +14,8 @@ void complete_begin(bool wanted);
 
 enum class Tab {
     text,     // the key is a TAB
-    replace,  // the units of the line from `from` to the TAB give way to the `n` units at `unit`: the
-              // word to what it goes on as, a backslash to a TAB
+    replace,  // the units of the line from `from` to the TAB give way to the `n` units at `unit`:
+              // the word to what it goes on as, a backslash to a TAB
     done,     // nothing goes in: the bell was rung, or the candidates were shown
 };
 struct Completion {

@@ -89,7 +89,8 @@ static bool is_folder(int folder, NameKind kind) {
            S_ISDIR(is.st_mode);
 }
 
-// Offers the names of `folder`; those with a line end or the character `quote` could not be written.
+// Offers the names of `folder`; those with a line end or the character `quote` could not be
+// written.
 static void read_names(int folder, std::string_view word, genchar quote) {
     constexpr unsigned kBetweenLooks = 256;  // names, between looks at the clock
     const char unfit[] = {'\n', '\r', quote != 0 ? static_cast<char>(quote) : '\n', '\0'};

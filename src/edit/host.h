@@ -19,8 +19,8 @@ struct EditHost {
     // Opens the working directory of the program that is in the foreground, where file names that
     // the user types are looked up: a descriptor for openat, or -1. Null: it is morp's own.
     int (*open_folder)() = nullptr;
-    // The first of the `n` units of a line that can't be given to the program, which gets none of it
-    // then; -1 where all can. Null: all can.
+    // The first of the `n` units of a line that can't be given to the program, which gets none of
+    // it then; -1 where all can. Null: all can.
     int (*refused)(const genchar *units, int n) = nullptr;
 };
 // Set before the first line is read.

@@ -1,6 +1,6 @@
-// image.h: the image of the line, the columns that it takes: the one rule of how wide what is. Columns
-// of places that were asked for are kept, so that a key in a long line costs no more than in a short
-// one.
+// image.h: the image of the line, the columns that it takes: the one rule of how wide what is.
+// Columns of places that were asked for are kept, so that a key in a long line costs no more than
+// in a short one.
 #pragma once
 
 #include "morp_defs.h"

@@ -1,6 +1,7 @@
-// out_row.cpp: what the program left on the screen's row behind its cursor, and where that is. A program
-// that ends a piece of output with a carriage return leaves the cursor in front of it: the line
-// being edited then stands over that output, which has to be seen again when the line steps aside.
+// out_row.cpp: what the program left on the screen's row behind its cursor, and where that is. A
+// program that ends a piece of output with a carriage return leaves the cursor in front of it: the
+// line being edited then stands over that output, which has to be seen again when the line steps
+// aside.
 #include <algorithm>
 #include <cstring>
 

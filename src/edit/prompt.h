@@ -1,6 +1,6 @@
-// prompt.h: the program's output as far as a line stands on it: the prompt, which is what the program
-// printed last, and the row of its cursor. One follower of the output (follow.cpp) feeds both.
-// Nothing here runs inside a signal catcher.
+// prompt.h: the program's output as far as a line stands on it: the prompt, which is what the
+// program printed last, and the row of its cursor. One follower of the output (follow.cpp) feeds
+// both. Nothing here runs inside a signal catcher.
 #pragma once
 
 // Characters of program output kept for the prompt.
@@ -14,8 +14,8 @@ void rows_begin(bool extended);
 
 // Takes `len` bytes of program output that are being shown, as they were read: mostly a packet.
 void e_setup_prime(const char *data, int len);
-// True when the output ended within what a terminal takes as one, a carriage return before a newline
-// included; only within an escape sequence or a character.
+// True when the output ended within what a terminal takes as one, a carriage return before a
+// newline included; only within an escape sequence or a character.
 bool out_row_in_piece();
 bool out_row_in_sequence();
 
@@ -31,10 +31,10 @@ void e_reset_prime();
 // compared as far as 127 characters from the end go. `none`: there is none now, and was none then.
 enum class PromptNow { none, same, other };
 PromptNow e_compare_prompt();
-// Fills e_prompt, e_plen, e_crlf for a line behind the prompt and sets e_wsize; `prompt_size` is that
-// of the buffer at e_prompt, which gets at most prompt_size - 2 characters. In extended mode
-// e_prompt leads to a buffer of its own: the prompt with its colours, cut at its left to half of the
-// window.
+// Fills e_prompt, e_plen, e_crlf for a line behind the prompt and sets e_wsize; `prompt_size` is
+// that of the buffer at e_prompt, which gets at most prompt_size - 2 characters. In extended mode
+// e_prompt leads to a buffer of its own: the prompt with its colours, cut at its left to half of
+// the window.
 void e_new_prompt(int prompt_size);
 // The columns of the terminal when it was called last.
 int e_prompt_columns();
@@ -43,8 +43,9 @@ int e_prompt_columns();
 bool e_show_cut_prompt();
 // True where e_prompt was made to leave half of the window.
 bool e_prompt_is_fitted();
-// Erases the cursor's row, what the program has left there too, and with `below` all rows under it; the cursor is in the first column.
-// Without escape sequences where the terminal has none, and then of the row alone.
+// Erases the cursor's row, what the program has left there too, and with `below` all rows under it;
+// the cursor is in the first column. Without escape sequences where the terminal has none, and then
+// of the row alone.
 void e_erase_row(bool below);
 // Writes the captured prompt again after a carriage return, when it is printable.
 void e_rewrite_prompt();

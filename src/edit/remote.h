@@ -4,9 +4,11 @@
 
 #include <string_view>
 
-// Whether the path `name`, which counts from the folder open as `folder` (AT_FDCWD: morp's own), leads
-// there, also through symbolic links. What doesn't exist counts as where it would be. A path that is
-// too long, or leads through too many links, counts as remote; where the system has no table of them none is.
+// Whether the path `name`, which counts from the folder open as `folder` (AT_FDCWD: morp's own),
+// leads there, also through symbolic links. What doesn't exist counts as where it would be. A path
+// that is too long, or leads through too many links, counts as remote; where the system has no
+// table of them none is.
 bool is_remote(int folder, const char *name);
-// Whether the absolute path `path` as it stands does, with `mounts` as /proc/self/mountinfo has them.
+// Whether the absolute path `path` as it stands does, with `mounts` as /proc/self/mountinfo has
+// them.
 bool is_remote_in(std::string_view mounts, std::string_view path);

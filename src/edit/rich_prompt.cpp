@@ -11,7 +11,8 @@
 #include "extended.h"
 #include "morp_defs.h"
 
-// Highest number of a parameter, and most colour sequences: a cell of the row counts them in a byte.
+// Highest number of a parameter, and most colour sequences: a cell of the row counts them in a
+// byte.
 static constexpr int kHighestNumber = 9999;
 static constexpr int kMostColours = 255;
 

@@ -1,4 +1,5 @@
-// rich_prompt.h: a prompt with colours and characters of any width, as extended mode writes it again.
+// rich_prompt.h: a prompt with colours and characters of any width, as extended mode writes it
+// again.
 #pragma once
 
 // What came of the captured output.

@@ -200,8 +200,8 @@ void give_fetched_back();
 int escape(int ch, int count);
 // Chooses the commands behind ESC, once a run.
 void escape_begin(bool extended);
-// The user's own character that `key` is, or the key; whether that is a command (loop.cpp).
-int code_of(int key);
+// The user's own character that the key `c` is, or the key; whether that is a command (loop.cpp).
+int code_of(int c);
 bool is_command(int code);
 // The next key of a command; an escape key of the user's own is one of its own (loop.cpp).
 int next_key();

@@ -1,6 +1,6 @@
-// kills.h: what was deleted, to be put in again. In extended mode the last kills live on from line to
-// line, and those that follow each other directly are one; else there is the last deletion alone,
-// which is forgotten with its line. editb.e_tmp is the newest one.
+// kills.h: what was deleted, to be put in again. In extended mode the last kills live on from line
+// to line, and those that follow each other directly are one; else there is the last deletion
+// alone, which is forgotten with its line. editb.e_tmp is the newest one.
 #pragma once
 
 #include "edit/text.h"

@@ -200,8 +200,8 @@ static int count_newlines(FileOffset from, FileOffset to) {
 
 static constexpr histloc kNone = {-1, 0};
 
-// Finds the needle beyond command `from`. When it has looked at about `most` bytes in vain, `from` is
-// the command looked at last and the result's command kHistGoesOn.
+// Finds the needle beyond command `from`. When it has looked at about `most` bytes in vain, `from`
+// is the command looked at last and the result's command kHistGoesOn.
 static histloc find_from(const history::Needle &needle, int &from, int step, FileOffset most) {
     const int bound = step > 0 ? fc_fix->fixind : std::max(fc_fix->fixind - fc_fix->fixmax, 1);
     if (step > 0 ? from >= bound : from <= bound) return kNone;

@@ -1,8 +1,8 @@
 // needle.cpp: see needle.h. Bytes are compared as they are, or, where a search is told so, a
 // lower-case letter of the text stands for both cases. Then the text is a row of pieces, characters
-// with one or two looks. A stretch of them, the anchor, is looked for as quickly as bytes are: either
-// as it is, or, of ASCII, in a copy of the block in lower case. Around a hit the other pieces are
-// compared.
+// with one or two looks. A stretch of them, the anchor, is looked for as quickly as bytes are:
+// either as it is, or, of ASCII, in a copy of the block in lower case. Around a hit the other
+// pieces are compared.
 #include "history/needle.h"
 
 #include <algorithm>
@@ -92,8 +92,8 @@ static unsigned char folded(unsigned char c) {
     return static_cast<unsigned char>(c + (upper ? 'a' - 'A' : 0));
 }
 
-// The character at `text`, which ends behind `left` bytes; what doesn't decode is a byte. Stores its
-// upper case in `other` (MB_LEN_MAX), where that is another one. Returns the bytes of both.
+// The character at `text`, which ends behind `left` bytes; what doesn't decode is a byte. Stores
+// its upper case in `other` (MB_LEN_MAX), where that is another one. Returns the bytes of both.
 struct Looks {
     std::size_t length;
     std::size_t other_length;

@@ -18,8 +18,8 @@ struct Hit {
     std::size_t length;
 };
 
-// The needle for `text`, which is not empty. What it is made of serves one search at a time. `most` is
-// 0 where no command can hold it.
+// The needle for `text`, which is not empty. What it is made of serves one search at a time. `most`
+// is 0 where no command can hold it.
 Needle needle_of(const char *text, bool anywhere);
 // To be called when other bytes, `size` of them, have been read to Block.
 void needle_see_block(std::size_t size);

@@ -1,6 +1,6 @@
 // locale.cpp: the locale of the characters. A morp that is linked statically can't use the locales
-// of the machine it was copied to, which may be in another form, or missing. It brings C.UTF-8 along,
-// in a file while the library reads it; of other characters it takes bytes.
+// of the machine it was copied to, which may be in another form, or missing. It brings C.UTF-8
+// along, in a file while the library reads it; of other characters it takes bytes.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -16,14 +16,15 @@
 
 const int kNoAutomount = 0;
 
-// ---- Waiting. pselect is the one wait with a mask that every system has, and some have no poll for
-// terminals.
+// ---- Waiting. pselect is the one wait with a mask that every system has, and some have no poll
+// for terminals.
 
 struct Sets {
     fd_set read, write, urgent;
 };
 
-// Sets what is asked for. Returns one more than the highest descriptor, -1 when one is out of range.
+// Sets what is asked for. Returns one more than the highest descriptor, -1 when one is out of
+// range.
 static int fill(Sets &sets, const struct pollfd *fds, nfds_t count) {
     int above = 0;
     FD_ZERO(&sets.read);

@@ -1,5 +1,5 @@
-// obeyed.cpp: see obeyed.h. Which bytes these are is asked anew for each line: programs change them.
-// No catcher enters it.
+// obeyed.cpp: see obeyed.h. Which bytes these are is asked anew for each line: programs change
+// them. No catcher enters it.
 #include "obeyed.h"
 
 #include <algorithm>

@@ -7,6 +7,6 @@ bool program_stops_by_default();
 // group is not orphaned. Looks at morp's ancestors.
 bool can_be_continued();
 // Opens the working directory of the process that leads the foreground group of the program's
-// terminal, that of the program where the system doesn't tell, else morp's own: a descriptor for openat
-// alone. -1 where there is none that can be opened without asking the network.
+// terminal, that of the program where the system doesn't tell, else morp's own: a descriptor for
+// openat alone. -1 where there is none that can be opened without asking the network.
 int open_program_folder();

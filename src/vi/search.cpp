@@ -31,7 +31,7 @@ int search(int mode) {
     pattern[std::max(len, 0)] = '\0';
     if (!typed || editb.e_eol == 0) {
         del_line(RESULT_BAD);
-        strcpy(pattern, editb.e_search);
+        memcpy(pattern, editb.e_search, strlen(editb.e_search) + 1);
     }
     const int towards = mode == 'N' ? -direction : direction;
     int from = editb.e_hline;
@@ -42,7 +42,7 @@ int search(int mode) {
     } while (found >= 0 && !recallable(found));
     if (found < 0) return -1;
     editb.e_hline = found;
-    strcpy(editb.e_search, pattern);
+    memcpy(editb.e_search, pattern, strlen(pattern) + 1);
     return 0;
 }
 

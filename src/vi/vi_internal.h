@@ -125,7 +125,8 @@ int cntlmode();
 int command_of(int key);
 // Leaves the row for the next one, with the prompt on it.
 void next_row();
-// Reads a key that belongs to a command already begun, as e_gettyped; kKeyNothing for a pasted one, which has rung.
+// Reads a key that belongs to a command already begun, as e_gettyped; kKeyNothing for a pasted one,
+// which has rung.
 int command_argument();
 
 // textmod.cpp Carries out `c` if it is a command that changes or yanks text; `mode` is 0, or `c`

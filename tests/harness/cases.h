@@ -9,7 +9,8 @@
 //
 // A section is a table, whose first line names the columns, or a list of steps (see script.h), or
 // a table and, behind a line "steps", the steps for each of its rows. A column is a setting of one
-// case. Columns named before the first section are those of every table that names none. Text is written so:
+// case. Columns named before the first section are those of every table that names none. Text is
+// written so:
 //
 //     ^A ^[ ^?      control keys, ^? the delete key
 //     \e \s \n ...  escape, blank (which would be trimmed), \a \b \n \r \t as in C
