@@ -99,11 +99,13 @@ void demand(const fuzz::Expected &want) {
     std::abort();
 }
 
-// In extended mode a row that can't be led back to its first column can't be told.
+// In extended mode a row that can't be led back to its first column can't be told, and none is
+// judged while something else stands in the prompt's place.
 void check_row() {
     if (Run.broken || !fuzz::up_to_date()) return;
     if (Extended != 0) {
-        if (editb.e_crlf != 0 && fuzz::window_base() >= 0) Run.screens.check();
+        const bool told = editb.e_crlf != 0 && fuzz::window_base() >= 0;
+        if (told && Row.lead_len == 0) Run.screens.check();
         return;
     }
     if (Run.fresh) Run.base = Run.column - (fuzz::image(false).cursor - fuzz::window_first());
