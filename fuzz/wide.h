@@ -174,7 +174,8 @@ inline std::vector<Piece> pieces_of(const genchar *units, int n, int column) {
             bytes, static_cast<std::size_t>(bytes_from_units(bytes, sizeof bytes, text, len)));
     };
     const Shown shown = cluster_shown(units, n, column);
-    if (!shown.spelled) return {{spell(units, n), shown.columns}};
+    const bool open = n > 1 && units[n - 1] == kJoiner;  // not written before something follows
+    if (!shown.spelled) return {{spell(units, n - (open ? 1 : 0)), shown.columns}};
     std::vector<Piece> pieces;
     for (int i = 0; i < n; i++) {
         if (unit_printable(units[i])) {

@@ -172,7 +172,6 @@ static constexpr Range kEastAsian[] = {
 };
 
 static constexpr genchar kZeroWidthNonJoiner = 0x200c;
-static constexpr genchar kJoiner = 0x200d;
 static constexpr genchar kEmojiStyle = 0xfe0f;
 static constexpr genchar kEmojiFrom = 0x1f000;
 

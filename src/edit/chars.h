@@ -24,6 +24,8 @@ constexpr bool is_bad_byte(genchar u) { return u >= kBadByte && u < kBadByte + 2
 inline constexpr int kCharacterBytes = 16;
 inline constexpr int kDecodedUnits = kCharacterBytes + 1;
 inline constexpr int kMostJoined = 32;
+// Joins the characters beside it, and shows nothing of its own.
+inline constexpr genchar kJoiner = 0x200d;
 
 // Chooses the rules, for the whole run: those of bytes, or the locale's. A locale that isn't
 // installed but whose name asks for UTF-8 is replaced by "C.UTF-8". Byte mode needs no call.

@@ -257,7 +257,12 @@ static void write_cell(const Window &window, int column) {
     const Cell &cell = window.cell[column];
     set_pen(cell.colour);
     write_unit(cell.unit);
-    for (int i = 0; i < cell.count; i++) write_unit(window.pool[cell.rest + i]);
+    // A joiner that nothing follows yet stays back: some terminals would join what is written next,
+    // wherever the cursor has gone by then.
+    const genchar *const rest = window.pool + cell.rest;
+    const int most =
+        cell.count > 0 && rest[cell.count - 1] == kJoiner ? cell.count - 1 : cell.count;
+    for (int i = 0; i < most; i++) write_unit(rest[i]);
     Row.at = column + std::max<int>(cell.columns, 1);
 }
 
