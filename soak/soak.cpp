@@ -15,7 +15,7 @@
 //     stands          $line stands behind the prompt, the cursor behind it; "at TEXT": TEXT alone
 //     answer          $answer and the next prompt stand below $line
 //     rest            the program waits for a line, nothing is typed, no descriptor is left over
-//     reading NAME    the program, or job of a shell, in front is called so and sleeps
+//     reading         the program sleeps
 //     maybe STEP      every other time
 //     ahead, wild     several lines in one go, and their answers; keys without a plan
 #include <gtest/gtest.h>
@@ -30,12 +30,12 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 
 #include "harness/process.h"
 #include "harness/script.h"
-#include "keys.h"
 
 namespace fs = std::filesystem;
 using harness::Case;
@@ -52,6 +52,9 @@ constexpr int kColumns = 80;  // as morp is told; the window is never narrower
 constexpr const char *kStyles[] = {"emacs", "gmacs", "vi"};
 constexpr const char *kMemcheck = "valgrind --leak-check=full --error-exitcode=99 --log-file=";
 
+using Random = std::mt19937_64;
+using Lines = std::vector<std::string>;
+
 [[noreturn]] void fault(const std::string &what) { throw std::runtime_error(what); }
 
 std::string trimmed(std::string text, const char *blanks = " ") {
@@ -64,6 +67,20 @@ Lines split(const std::string &text) {
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) lines.push_back(line);
     return lines;
+}
+
+// The rows of a table of soak.txt.
+const std::vector<Case> &rows_of(const std::string &table) {
+    static std::map<std::string, std::vector<Case>> tables;
+    if (tables.empty())
+        for (const auto &section : harness::sections_of("soak.txt"))
+            tables[section.name] = section.cases();
+    return tables.at(table);
+}
+
+// Printable characters and nothing else.
+bool simple(const std::string &text) {
+    return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
 }
 
 long resident_kib(pid_t pid) {
@@ -98,27 +115,36 @@ struct Soak {
     std::string dir = "/tmp/morp-soak-XXXXXX";  // history files
     std::map<std::string, Lines> files;         // for each of them, what has to be in it
     Lines log;                                  // actions and keys
-    std::size_t steps = 0, lines = 0, visits = 0, kills = 0;
+    std::size_t steps = 0, lines = 0, visits = 0;
     long rss = 0, open = 0;  // when it was last at rest
     bool valgrind = false;
 
     Fields program;
     std::string style, prompt, file;
-    bool vi = false, outer = false, kept = false;  // kept: there is a history file
-    Lines *recorded = nullptr;                     // all that has to be in the history
-    Lines got;                                     // all that the recorder has to have received
-    std::string perhaps;                           // may be in the history
-    std::string line, answer;                      // of the running action
+    bool vi = false;
+    Lines *recorded = nullptr;  // all that has to be in the history
+    Lines got;                  // all that the recorder has to have received
+    std::string perhaps;        // may be in the history
+    std::string line, answer;   // of the running action
     std::unique_ptr<harness::Script> s;
 
-    std::size_t roll(std::size_t n) { return below(random, n); }
+    // 0 to n - 1; 0 as well when n is 0.
+    std::size_t roll(std::size_t n) { return n == 0 ? 0 : static_cast<std::size_t>(random() % n); }
     bool half() { return roll(2) == 0; }
-    std::string some_letters(std::size_t most) { return letters(random, 1 + roll(most)); }
+    template <typename T>
+    const T &any_of(const std::vector<T> &list) {
+        return list[roll(list.size())];
+    }
+    std::string some_letters(std::size_t most) {
+        std::string text(1 + roll(most), ' ');
+        for (char &c : text) c = static_cast<char>('a' + roll(26));
+        return text;
+    }
 
     void note(const std::string &what) { log.push_back(what); }
     void print_figures() const {
-        std::printf("%zu lines, %zu programs, %zu kills, %ld KiB, %ld descriptors\n", lines, visits,
-                    kills, rss, open);
+        std::printf("%zu lines, %zu programs, %ld KiB, %ld descriptors\n", lines, visits, rss,
+                    open);
         (void)std::fflush(stdout);
     }
 
@@ -138,7 +164,7 @@ struct Soak {
             if (can(harness::get(row.fields, "needs")))
                 choice.insert(choice.end(), std::stoul(harness::get(row.fields, "weight", "1")),
                               &row);
-        return *any_of(random, choice);
+        return *any_of(choice);
     }
 
     using In = std::istream;
@@ -152,7 +178,7 @@ struct Soak {
         {"stands", [this](In &) { stands(line); }},
         {"answer", [this](In &) { answered(); }},
         {"rest", [this](In &) { at_rest(); }},
-        {"reading", [this](In &in) { reading(rest(in)); }},
+        {"reading", [this](In &) { reading(); }},
         {"maybe", [this](In &in) { half() ? take(rest(in), {}) : void(); }},
         {"ahead", [this](In &) { ahead(); }},
         {"wild", [this](In &) { wild(); }}};
@@ -167,7 +193,7 @@ struct Soak {
         while (words.size() + 12 < wanted) words += " .,:-+_"[roll(7)] + some_letters(9);
         if (kind == "bytes" && !vi && roll(8) == 0)
             words.insert(roll(words.size()),
-                         any_of(random, Lines{"\t", "\xc3\xa4", "\xe2\x82\xac", "\xff", "~"}));
+                         any_of(Lines{"\t", "\xc3\xa4", "\xe2\x82\xac", "\xff", "~"}));
         return words;
     }
 
@@ -180,28 +206,43 @@ struct Soak {
         const std::string text = new_text();
         line = about(text, "line");
         answer = about(text, "answer");
-        const std::size_t cut = roll(line.size());
-        const harness::Place now = s->size();
-        Fields names = program;
+        Fields names = parts(line);
         names.merge(Fields{
             {"text", escaped(text)},
-            {"begun", escaped(line.substr(0, cut))},
-            {"rest", escaped(line.substr(cut))},
+            {"answer", escaped(answer)},
             {"word", some_letters(20)},
-            {"junk", some_letters(20)},
-            {"kept", outer ? some_letters(20) : ""},
-            {"seen", outer || vi ? "" : some_letters(20)},
             {"escape", vi && half() ? "\\e" : ""},
-            {"digit", std::to_string(roll(10))},
-            {"moves", std::string("jkfbGgdu").substr(roll(8))},
             {"window", std::to_string(12 + roll(40)) + " " + std::to_string(kColumns + roll(60))},
-            {"extent", std::to_string(now.row) + " " + std::to_string(now.col)},
-            {"next", can("prompt") ? "output \\n" + program.at("prompt") : "asleep"},
-            {"back", outer ? "at outer$\\s then mode original then add fg\\r"
-                           : "stopped STOP then mode original then fg"}});
-        names["line"] = escaped(line);
-        names["answer"] = escaped(answer);
+            {"next", can("prompt") ? "output \\n" + program.at("prompt") : "asleep"}});
+        names.merge(Fields(program));
         return names;
+    }
+
+    // What a line is typed from.
+    Fields parts(const std::string &text) {
+        const std::size_t cut = 1 + roll(text.size());
+        return {{"line", escaped(text)},
+                {"begun", escaped(text.substr(0, cut))},
+                {"rest", escaped(text.substr(cut))},
+                {"wrong", escaped(with_mistakes(text))},
+                {"junk", some_letters(20)},
+                {"digit", std::to_string(roll(10))}};
+    }
+
+    std::string with_mistakes(const std::string &text) {
+        std::string keys;
+        for (const char c : text) {
+            const std::string wrong = roll(8) == 0 ? some_letters(8) : "";
+            keys += wrong + std::string(wrong.size(), '\x7f') + c;
+        }
+        return keys;
+    }
+
+    // Keys that leave exactly `text` in an edit that was empty, the cursor at its end.
+    std::string keys_for(const std::string &text) {
+        if (!simple(text)) return text;
+        return unescaped(
+            harness::filled(any_of(rows_of(vi ? "Vi" : "Emacs")).fields.at("keys"), parts(text)));
     }
 
     void send(const std::string &keys) {
@@ -220,9 +261,7 @@ struct Soak {
     }
 
     void enter(const std::string &text) {
-        const Keys keys = keys_for(random, text, vi, *recorded);
-        note(" \"" + visible(text) + "\" by " + keys.way);
-        send(keys.bytes);
+        send(keys_for(text));
         stands(text);
         s->from = s->mark();
         send("\r");
@@ -238,7 +277,7 @@ struct Soak {
         for (std::size_t n = 2 + roll(paste ? 20 : 4); n > 0; --n) {
             const std::string text = new_text();
             got.push_back(about(text, "line"));
-            keys += (paste ? got.back() : keys_for(random, got.back(), vi, *recorded).bytes) + "\r";
+            keys += (paste ? got.back() : keys_for(got.back())) + "\r";
             typed(got.back());
             answers.push_back(about(text, "answer"));
         }
@@ -254,7 +293,8 @@ struct Soak {
 
     void wild() {
         const std::size_t before = received().size();
-        send(wild_keys(random, vi));
+        const auto all = harness::words_of(rows_of("WildKeys")[vi ? 1 : 0].fields.at("keys"));
+        for (std::size_t n = 1 + roll(25); n > 0; --n) send(unescaped(any_of(all)));
         do {
             send("\r");
             s->wait_asleep();
@@ -262,7 +302,7 @@ struct Soak {
         got = received();
         for (std::size_t n = before; n < got.size(); ++n) typed(got[n]);
         at_rest();
-        if (kept) check_recorded();
+        check_recorded();
     }
 
     // --- What is seen ---
@@ -305,18 +345,9 @@ struct Soak {
         rss = resident_kib(pid);
     }
 
-    // The program, or the job of a shell, that has the terminal is one called so and sleeps.
-    void reading(const std::string &name) {
-        const pid_t shell = s->program_pid();
-        s->wait_for(name + " to read", [&] {
-            std::ifstream stat("/proc/" + std::to_string(shell) + "/stat");
-            std::string state;
-            pid_t parent = 0, group = 0, session = 0, terminal = 0, job = -1;
-            std::getline(stat, state, ')') >> state >> parent >> group >> session >> terminal >>
-                job;
-            return job > 0 && harness::nap(job).state == 'S' &&
-                   harness::executable(job).find("/" + name) != std::string::npos;
-        });
+    void reading() {
+        const pid_t pid = s->program_pid();
+        s->wait_for("the program to read", [&] { return harness::nap(pid).state == 'S'; });
     }
 
     Lines received() { return split(s->file("got")); }
@@ -353,31 +384,23 @@ struct Soak {
         prompt = unescaped(program.at("prompt"));
         style = kStyles[visits++ % std::size(kStyles)];
         vi = style == "vi";
-        outer = !lines_only && !valgrind && roll(3) == 0;
-        kept = lines_only || roll(10) != 0;
-        file = kept ? dir + "/" + program.at("name") : "/dev/null";
-        if (!kept) files[file].clear();
+        file = dir + "/" + program.at("name");
         recorded = &files[file];
-        note("visit " + std::to_string(visits) + ": " + program.at("name") + ", " + style +
-             (outer ? ", in a shell" : "") + (kept ? "" : ", no history"));
+        note("visit " + std::to_string(visits) + ": " + program.at("name") + ", " + style);
         got.clear();
         perhaps.clear();
         const std::string command = unescaped(program.at("command"));
-        harness::Options options = {.style = style,
-                                    .program = {"sh", "-c", command},
-                                    .env = {{"Q_VXHISTFILE", file},
-                                            {"PROGRAM", command},
-                                            {"PS1", outer ? "outer$ " : "$ "},
-                                            {"LESSHISTFILE", "-"},
-                                            {"SQLITE_HISTORY", "/dev/null"}}};
-        if (outer) options.outer = {"dash", "-i"};
+        harness::Options options = {
+            .style = style,
+            .program = {"sh", "-c", command},
+            .env = {
+                {"Q_VXHISTFILE", file}, {"LESSHISTFILE", "-"}, {"SQLITE_HISTORY", "/dev/null"}}};
         if (valgrind) {
             options.outer = harness::words_of(std::string(kMemcheck) + dir + "/memcheck " +
                                               harness::morp() + " --");
             options.outer.insert(options.outer.end(), {"sh", "-c", command});
         }
         s = std::make_unique<harness::Script>(options);
-        if (outer) take("at outer$\\s then add PS1='$ ' \"$MORP\" -- sh -c \"$PROGRAM\"\\r", {});
         at(prompt);
         s->wait_editing(prompt);
         // Nothing was printed yet where there is no prompt: morp can't write the row again.
@@ -386,34 +409,14 @@ struct Soak {
     }
 
     void end() {
-        const Case &row = any_of(random, rows_of("Ends"));
-        const int status = std::stoi(row.fields.at("status"));
+        const Case &row = any_of(rows_of("Ends"));
         Fields names = new_names();
-        names["middle"] = choose("Middles").fields.at("steps") + (outer ? " then asleep" : "");
-        // Behind what vi's terminal driver still held.
-        names["told"] = outer ? "mode original then add ^Uecho ended $?\\r then text ended " +
-                                    std::to_string(status < 0 ? 128 - status : status) +
-                                    "\\n then add exit\\r then exit"
-                              : "exit " + std::to_string(status);
+        names["middle"] = choose("Middles").fields.at("steps");
         note(row.fields.at("name"));
-        kills += row.fields.at("steps").starts_with("$middle") ? 1 : 0;
         take(row.fields.at("steps"), names);
-        if (outer) {
-            s->wait_for("the outer shell",
-                        [&] { return s->row(s->cursor().row).ends_with("outer$"); });
-            if (status < 0) s->set_terminal(s->terminal_at_start());
-        }
-        take(names["told"], {});
-        s->wait_no_process();
-        for (const auto &entry : fs::directory_iterator(s->home()))
-            if (const std::string name = entry.path().filename();
-                name != "got" && name != "page" && name != "note")
-                fault("left behind: " + name);
-        // A killed morp can't restore the terminal.
-        if (status < 0 && !outer) s->set_terminal(s->terminal_at_start());
         s.reset();  // its end checks the terminal and what sanitizers have said
         if (testing::UnitTest::GetInstance()->Failed()) fault("see above");
-        if (kept && fs::exists(file)) check_recorded();
+        check_recorded();
     }
 
     // With `many`: so many lines without pause. Memory must not grow after the first thousand.
@@ -425,7 +428,7 @@ struct Soak {
             const Case &row = many > 0 ? rows_of("Actions")[1] : choose("Actions");
             note(std::to_string(++steps) + " " + row.fields.at("name"));
             take(row.fields.at("steps"), new_names());
-            if (kept && roll(30) == 0) check_recorded();
+            if (roll(30) == 0) check_recorded();
             if (many == 0 || lines < first + 1000) continue;
             if (flat == 0) flat = rss;
             if (rss > flat) fault(std::to_string(rss - flat) + " KiB more than at first");
