@@ -156,7 +156,9 @@ static int substitute(const Change &change) {
 
 static int substitute_chars(Change &change) {
     save_v();
-    delete_(text_ahead(editb.e_cur, change.count) - editb.e_cur, RESULT_BAD);
+    // On an empty line the cursor is in front of the text.
+    const int end = text_ahead(std::max(editb.e_cur, 0), change.count);
+    delete_(end - editb.e_cur, RESULT_BAD);
     return substitute(change);
 }
 
