@@ -3,10 +3,9 @@
 // the window goes, the marker and the cursor where they belong; a line that is sent stands on the
 // row that it leaves; the prompt is what the program's output ends in.
 //
-// It runs on a host of its own, without src/pass, and stands in for src/wait.cpp.
-// The terminal's settings are those of a real pseudo-terminal on descriptor 0; its keys and its
-// screen of one row are here. The driver's part of a vi line is modelled without its erasing: bytes
-// are echoed and held until a terminator.
+// It runs on a host of its own, without src/pass, and stands in for src/wait.cpp. The settings are a
+// real pseudo-terminal's, on descriptor 0; keys and a screen of one row are here. The driver's part
+// of a vi line is modelled without its erasing: bytes are echoed and held until a terminator.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -14,11 +13,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
 
 #include "edit.h"
@@ -84,19 +81,14 @@ bool shows(fuzz::Expected want) {
         cells.resize(want.cells.size());
     else
         want.cells.resize(cells.size(), ' ');
-    if (const auto most = static_cast<std::size_t>(std::max(Run.told - from, 0));
-        most < cells.size()) {
-        cells.resize(most);
-        want.cells.resize(most);
-    }
-    return cells == want.cells && (want.column < 0 || Run.column == want.column);
+    const auto most = static_cast<std::size_t>(std::max(Run.told - from, 0));
+    return cells.compare(0, most, want.cells, 0, most) == 0 &&
+           (want.column < 0 || Run.column == want.column);
 }
 
 void demand(const fuzz::Expected &want) {
     if (shows(want)) return;
-    (void)std::fprintf(stderr, "shown, cursor %d:\n[%.*s]\nwanted from %d, cursor %d:\n[%s]\n",
-                       Run.column, kColumns, Run.cells, want.from, want.column, want.cells.c_str());
-    std::abort();
+    fuzz::fail_row({Run.cells, kColumns}, Run.column, want.cells, want.column);
 }
 
 // In extended mode a row that can't be led back to its first column can't be told, and none is
@@ -104,9 +96,8 @@ void demand(const fuzz::Expected &want) {
 void check_row() {
     if (Run.broken || !fuzz::up_to_date()) return;
     if (Extended != 0) {
-        const bool told = editb.e_crlf != 0 && fuzz::window_base() >= 0;
-        if (told && Row.lead_len == 0) Run.screens.check();
-        return;
+        const bool told = editb.e_crlf != 0 && fuzz::window_base() >= 0 && Row.lead_len == 0;
+        return told ? Run.screens.check() : void();
     }
     if (Run.fresh) Run.base = Run.column - (fuzz::image(false).cursor - fuzz::window_first());
     Run.fresh = false;
@@ -140,8 +131,7 @@ void check_taken() {
 void check_sent(std::string_view sent) {
     if (Extended != 0) return check_delivered(sent);
     if (sent.back() != '\n' || editb.e_raw != kTtyRaw || Run.broken || Run.driven) return;
-    sent.remove_suffix(1);
-    fuzz::require(Run.finished && sent == Run.sent);
+    fuzz::require(Run.finished && sent == Run.sent + '\n');
 }
 
 // --- The screen ---
@@ -150,9 +140,8 @@ void newline() {
     // A line that the driver has ended is shown whole, whatever the window.
     Run.driven = e_view == nullptr;
     if (Run.editing && !Run.driven && editb.e_raw == kTtyRaw && !Run.broken) {
-        const bool known = !Run.fresh || fuzz::window_base() >= 0;
         const fuzz::Expected want = fuzz::expected(Run.base, true);
-        Run.finished = !known || shows({want.cells, want.from});
+        Run.finished = (Run.fresh && fuzz::window_base() < 0) || shows({want.cells, want.from});
         Run.sent = fuzz::line(true);
     }
     std::fill_n(Run.cells, kColumns, ' ');
@@ -188,13 +177,11 @@ void show(char c) {
 // The prompt as captured, whole, and whether it may be written again.
 std::pair<std::string, bool> prompt() {
     static char text[kPrimeSize + 2];
-    const auto kept = std::tuple(editb.e_prompt, editb.e_plen, editb.e_crlf, editb.e_wsize);
+    const auto kept = editb;
     editb.e_prompt = text;
     e_new_prompt(sizeof text);
     fuzz::require(text[0] == '\r' && editb.e_wsize >= 18 && editb.e_wsize <= 158);
-    const bool again = editb.e_crlf == 1;
-    std::tie(editb.e_prompt, editb.e_plen, editb.e_crlf, editb.e_wsize) = kept;
-    return {text + 1, again};
+    return {text + 1, std::exchange(editb, kept).e_crlf == 1};
 }
 
 // The capture goes on with `piece`, from its last line end or escape on.
@@ -274,9 +261,8 @@ void program_writes(std::string_view text) {
 // The first draw of a line takes the row behind the cursor for empty.
 void program_writes_between_lines(std::string_view text) {
     program_writes(text);
-    if (Extended != 0) return;
     char rest[kRowColumns];
-    if (out_row_rest(rest) == 0) return;
+    if (Extended != 0 || out_row_rest(rest) == 0) return;
     out_row_forget();
     std::fill(Run.cells + Run.column, Run.cells + kColumns, ' ');
     Run.program_row.assign(Run.cells, kColumns);
@@ -412,8 +398,7 @@ void begin(fuzz::Input in) {
     const auto &[name, code] = kStyles[choice % 128 % 3];
     Extended = choice / 128;
     opt_flag = code;
-    const int columns = Run.in.byte();
-    fuzz::set_environment(name, columns);
+    fuzz::set_environment(name, Run.in.byte());
     kread_begin();
     decode_reset();
     fuzz::set_terminal(Run.in.byte());
@@ -467,11 +452,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 }
 
 ssize_t keyboard_read(void *buf, std::size_t len) {
-    if (Run.keys.empty()) {
-        if (Run.ended) return 0;
-        errno = EAGAIN;
-        return -1;
-    }
+    errno = EAGAIN;
+    if (Run.keys.empty()) return Run.ended ? 0 : -1;
     std::size_t n = std::min(len, Run.keys.size());
     std::size_t used = n;
     if (editb.e_raw == kTtyAlt) {

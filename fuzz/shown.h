@@ -2,6 +2,8 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -19,6 +21,13 @@ struct Expected {
     int from = 0;
     int column = -1;
 };
+
+[[noreturn]] inline void fail_row(const std::string &shown, int at, const std::string &wanted,
+                                  int cursor) {
+    (void)std::fprintf(stderr, "shown, cursor %d:\n[%s]\nwanted, cursor %d:\n[%s]\n", at,
+                       shown.c_str(), cursor, wanted.c_str());
+    std::abort();
+}
 
 inline bool in_vi() { return opt_flag == kStyleVi; }
 

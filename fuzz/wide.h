@@ -281,9 +281,7 @@ public:
             const int cursor = wanted.column();
             wanted.write(printed.behind);
             if (shown.column() == cursor && shown.row() == wanted.row()) continue;
-            (void)std::fprintf(stderr, "shown, cursor %d:\n[%s]\nwanted, cursor %d:\n[%s]\n",
-                               shown.column(), shown.row().c_str(), cursor, wanted.row().c_str());
-            std::abort();
+            fail_row(shown.row(), shown.column(), wanted.row(), cursor);
         }
     }
 
