@@ -241,11 +241,25 @@ static void go_on_at(int at) {
     moved = true;
 }
 
+// What a key that only rings leaves: typing goes on as if there had been none.
+struct Typing {
+    int cur, mode;
+};
+
+static After back_to(const Typing &before, int &mode) {
+    editb.e_cur = before.cur;
+    mode = before.mode;
+    return After::refresh;
+}
+
 static After move(const Move &key, int &mode) {
-    const int at = end_typing(mode);
-    const int to = key.to(at);
-    if (to < 0) e_ringbell();
-    go_on_at(to < 0 ? at : to);
+    const Typing before = {editb.e_cur, mode};
+    const int to = key.to(end_typing(mode));
+    if (to < 0) {
+        e_ringbell();
+        return back_to(before, mode);
+    }
+    go_on_at(to);
     return After::refresh;
 }
 
@@ -254,11 +268,13 @@ static After walk(const Walk &key, int &mode) {
         e_ringbell();
         return After::next_key;
     }
+    const Typing before = {editb.e_cur, mode};
     editb.e_cur = end_typing(mode) - 1;
     editb.e_repeat = 1;
     const int shown = editb.e_hline;
     key.run(MODE_INPUT);
-    if (editb.e_hline != shown) fetched = true;
+    if (editb.e_hline == shown) return back_to(before, mode);
+    fetched = true;
     go_on_at(editb.e_cur + 1);
     return After::refresh;
 }
