@@ -74,9 +74,6 @@ std::string visible(std::string_view bytes) {
     return out;
 }
 
-Session::Session(std::string_view style, std::string_view script)
-    : Session(Options{.style = std::string(style), .program = {"sh", "-c", std::string(script)}}) {}
-
 Session::Session(Options options)
     : options_(std::move(options)),
       screen_(options_.rows, options_.cols, options_.env.contains("Q_VXEXTENDED")),
@@ -86,8 +83,6 @@ Session::Session(Options options)
     if (!mkdtemp(name.data())) fail_errno("mkdtemp");
     dir_ = name;
     fs::create_directory(home());
-    for (const auto &[file, bytes] : options_.files)
-        std::ofstream(dir_ / "home" / file, std::ios::binary) << bytes;
     const winsize size = window(options_.rows, options_.cols);
     int pair[2];
     if (openpty(&master_, &slave_, nullptr, nullptr, &size) < 0 ||

@@ -31,8 +31,6 @@ struct Options {
     std::string prompt = "> ";                    // what the program itself prints first
     int rows = 24;
     int cols = 80;
-    // Bytes laid into a file of this name in the home directory.
-    std::map<std::string, std::string> files = {};
 };
 
 // The modes in which morp keeps the user's terminal.
@@ -52,8 +50,6 @@ std::string visible(std::string_view bytes);
 
 class Session {
 public:
-    // `script` is run by "sh -c" inside morp.
-    Session(std::string_view style, std::string_view script);
     explicit Session(Options options);
     // Ends what still runs (SIGTERM to morp) and fails the test when morp does not end, a process
     // stays behind, the terminal is not as it was found or a sanitizer has reported something.
