@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 
 #include "edit/chars.h"
 #include "wait.h"
@@ -85,8 +84,15 @@ static void share(const genchar *units, int n) {
     Shared_len = same;
 }
 
+// FNV-1a; never 0.
+static std::uint64_t hash_of(std::string_view text) {
+    std::uint64_t hash = 0xcbf29ce484222325;
+    for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+    return hash | 1;
+}
+
 static bool is_new(std::string_view text) {
-    const std::uint64_t hash = std::hash<std::string_view>{}(text) | 1;
+    const std::uint64_t hash = hash_of(text);
     std::size_t at = hash % kHashes;
     for (; Hashes[at] != 0; at = (at + 1) % kHashes)
         if (Hashes[at] == hash) return false;

@@ -38,7 +38,7 @@ static std::size_t home_of(std::string_view user, char *dst, std::size_t size) {
             if (line.substr(0, line.find(':')) != user) continue;
             const std::size_t end = std::min(line.rfind(':'), line.size());
             const std::size_t start = line.substr(0, end).rfind(':');
-            if (start < end) home = line.substr(start + 1, end - start - 1);
+            if (start < end) home = rest_of(line.substr(0, end), start + 1);
         }
     }
     if (home.size() >= size) return 0;
@@ -51,7 +51,7 @@ static int open_folder(std::string_view path) {
     char name[PATH_MAX];
     std::size_t len = 0;
     if (!path.empty() && path[0] == '~') {
-        const std::string_view user = path.substr(1, path.find('/') - 1);
+        const std::string_view user = rest_of(path.substr(0, path.find('/')), 1);
         len = home_of(user, name, sizeof name);
         if (len == 0) return -1;
         path.remove_prefix(user.size() + 1);
@@ -129,7 +129,7 @@ int offer_names(const genchar *path, int n, genchar quote) {
     }
     const int fd = open_folder(all.substr(0, folder_len));
     if (fd < 0) return folder_units;
-    read_names(fd, all.substr(folder_len), quote);
+    read_names(fd, rest_of(all, folder_len), quote);
     (void)close(fd);  // nothing was written
     return folder_units;
 }

@@ -72,7 +72,7 @@ bool is_remote_in(std::string_view mounts, std::string_view path) {
 static bool any_remote(std::string_view mounts) {
     // A line of its own for each: " - " stands in front of the type.
     for (std::size_t at = 0; (at = mounts.find(" - ", at)) != std::string_view::npos; at += 3)
-        if (is_remote_type(mounts.substr(at + 3))) return true;
+        if (is_remote_type(rest_of(mounts, at + 3))) return true;
     return false;
 }
 

@@ -4,6 +4,13 @@
 
 #include <string_view>
 
+// What stands behind the first `n` characters of `text`, which has so many. substr checks that, and
+// for the check alone the program would load the C++ library.
+constexpr std::string_view rest_of(std::string_view text, std::size_t n) {
+    text.remove_prefix(n);
+    return text;
+}
+
 // Whether the path `name`, which counts from the folder open as `folder` (AT_FDCWD: morp's own),
 // leads there, also through symbolic links. What doesn't exist counts as where it would be. A path
 // that is too long, or leads through too many links, counts as remote; where the system has no
