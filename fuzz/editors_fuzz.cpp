@@ -3,9 +3,9 @@
 // the window goes, the marker and the cursor where they belong; a line that is sent stands on the
 // row that it leaves; the prompt is what the program's output ends in.
 //
-// It runs on a host of its own, without src/pass, and stands in for src/wait.cpp. The settings are a
-// real pseudo-terminal's, on descriptor 0; keys and a screen of one row are here. The driver's part
-// of a vi line is modelled without its erasing: bytes are echoed and held until a terminator.
+// It runs on a host of its own, without src/pass, and stands in for src/wait.cpp. The settings are
+// a real pseudo-terminal's, on descriptor 0; keys and a screen of one row are here. The driver's
+// part of a vi line is modelled without its erasing: bytes are echoed and held until a terminator.
 #include <fcntl.h>
 #include <unistd.h>
 
