@@ -22,7 +22,7 @@
 #include "utils.h"
 #include "vi.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp editlib 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp editlib 1.0";
 
 static constexpr int editfd =
     STDIN_FILENO;          // the user's terminal; reads elsewhere are never edited

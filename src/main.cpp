@@ -22,7 +22,7 @@
 #include "utils.h"
 #include "wait.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp main 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp main 1.0";
 
 // Their addresses are handed to the system, so they live as long as the process.
 static char *argv_shell[2];

@@ -2,6 +2,6 @@
 #include "main.h"
 
 // Beside the modules' own, for what(1) and strings(1). CMakeLists.txt says which version it is.
-[[gnu::used]] static const char kVersion[] = "@(#)morp " MORP_VERSION;
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp " MORP_VERSION;
 
 int main(int argc, char **argv) { return morp_main(argc, argv); }

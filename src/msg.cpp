@@ -10,7 +10,7 @@
 
 #include "morp_defs.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp msg 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp msg 1.0";
 
 char Message_buf[kMessageSize];
 

@@ -15,7 +15,7 @@
 #include "run.h"
 #include "wait.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp pty 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp pty 1.0";
 
 static constexpr std::size_t kNameSize = 26;
 static char pty_name[kNameSize];

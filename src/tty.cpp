@@ -13,7 +13,7 @@
 #include "os.h"
 #include "wait.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp tty 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp tty 1.0";
 
 tty_info Tty_original;
 tty_info suspended_tty;

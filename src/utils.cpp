@@ -9,7 +9,7 @@
 #include "morp_defs.h"
 #include "run.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp utils 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp utils 1.0";
 
 static constexpr const char *edtype_vars[] = {"Q_VXEDITOR", "VISUAL", "EDITOR"};
 

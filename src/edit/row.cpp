@@ -17,10 +17,10 @@
 static constexpr int kPool = 2 * kLineUnits;
 
 struct Window {
-    Cell cell[kWidestWindow + 1];
     int used;  // columns in use
-    genchar pool[kPool];
     int pooled;
+    Cell cell[kWidestWindow + 1];
+    genchar pool[kPool];  // last: few lines need it, and its memory
 };
 
 // State: the window as the screen shows it, and as it shall be.

@@ -16,7 +16,7 @@
 #include "utils.h"
 #include "wait.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp edit 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp edit 1.0";
 
 edit editb;
 int opt_flag = 0;

@@ -13,7 +13,7 @@
 namespace emacs {
 
 // What `what` and similar tools look for; ^V shows the text behind the marker.
-[[gnu::used]] static const char kVersion[] = "@(#)morp emacs editor 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp emacs editor 1.0";
 static constexpr int kVersionMarker = 4;
 
 After line_start(Command &command) {

@@ -15,7 +15,7 @@
 #include "history/history_internal.h"
 #include "os.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp history 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp history 1.0";
 
 fixcmd *fc_fix = nullptr;
 

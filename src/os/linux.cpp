@@ -140,7 +140,7 @@ static NameKind kind_of(int type) {
 
 // In blocks that the system fills, without a copy of all names.
 const char *os_next_name(FolderNames &names, NameKind &kind) {
-    alignas(dirent64) static char block[64 * 1024];
+    alignas(64) static char block[64 * 1024];  // as other large ones: then the small stand together
     names.stream = block;
     if (names.at >= names.size) {
         names.at = 0;

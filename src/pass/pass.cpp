@@ -24,7 +24,7 @@
 #include "wait.h"
 #include "waits.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp pass 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp pass 1.0";
 
 // State of the whole run.
 char buff[kPassBuffer];

@@ -21,7 +21,7 @@
 #include "wait.h"
 #include "waits.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp ploop 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp ploop 1.0";
 
 // There is something to begin a line with, without another key.
 static bool line_begun_ahead() {

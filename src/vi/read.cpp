@@ -13,7 +13,7 @@
 #include "vi_internal.h"
 #include "wait.h"
 
-[[gnu::used]] static const char kVersion[] = "@(#)morp vi 1.0";
+[[gnu::used, gnu::retain]] static const char kVersion[] = "@(#)morp vi 1.0";
 
 namespace vi {
 
