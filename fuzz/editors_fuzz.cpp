@@ -91,12 +91,11 @@ void demand(const fuzz::Expected &want) {
     fuzz::fail_row({Run.cells, kColumns}, Run.column, want.cells, want.column);
 }
 
-// In extended mode a row that can't be led back to its first column can't be told, and none is
-// judged while something else stands in the prompt's place.
+// In extended mode a row that can't be led back to its first column can't be told.
 void check_row() {
     if (Run.broken || !fuzz::up_to_date()) return;
     if (Extended != 0) {
-        const bool told = editb.e_crlf != 0 && fuzz::window_base() >= 0 && Row.lead_len == 0;
+        const bool told = editb.e_crlf != 0 && fuzz::window_base() >= 0;
         return told ? Run.screens.check() : void();
     }
     if (Run.fresh) Run.base = Run.column - (fuzz::image(false).cursor - fuzz::window_first());

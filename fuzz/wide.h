@@ -226,6 +226,30 @@ inline WideImage wide_image() {
     return image;
 }
 
+// What stands in place of the prompt while a search is typed, and the cursor: at the last occurrence
+// of the text, whose lower-case letters stand for both cases; at the end without a match.
+inline void check_search() {
+    using namespace std::string_view_literals;
+    const std::u32string_view lead(Row.lead, static_cast<std::size_t>(Row.lead_len));
+    const std::u32string_view line(editb.e_inbuf, static_cast<std::size_t>(text_len()));
+    const std::size_t from = lead.find('\'') + 1;
+    const std::u32string_view kind = lead.substr(0, from);
+    require(kind == U"(back)'"sv || kind == U"(on)'"sv || kind == U"(none)'"sv);
+    require(lead.size() >= from + 3 && lead.ends_with(U"': "sv));
+    const std::u32string_view text = lead.substr(from, lead.size() - from - 3);
+    const auto stands_for = [](genchar in_line, genchar typed) {
+        return in_line == typed || unit_to_lower(in_line) == typed;
+    };
+    int at = text_len();
+    if (kind != U"(none)'"sv && !text.empty()) {
+        const auto found =
+            std::find_end(line.begin(), line.end(), text.begin(), text.end(), stands_for);
+        require(found != line.end());
+        at = cluster_start(editb.e_inbuf, text_len(), static_cast<int>(found - line.begin()));
+    }
+    require(editb.e_cur == at);
+}
+
 // Whether typing goes on within what would be one cluster.
 inline bool cut_within_cluster() {
     const int cut = Row.cut;
@@ -271,6 +295,7 @@ public:
 
     // The row is as it would be afresh.
     void check() const {
+        if (Row.lead_len > 0) check_search();
         const Printed printed = wide_expected();
         for (const bool joins : {false, true}) {
             // What is typed next to what it may join is written apart from it.
