@@ -11,6 +11,7 @@
 #include "edit/complete_internal.h"
 #include "edit/remote.h"
 #include "edit/seen.h"
+#include "edit/sequence.h"
 #include "history.h"
 
 namespace complete {
@@ -110,44 +111,27 @@ static bool take_command(std::string_view command) {
 
 // ---- The program's output.
 
-// Where a byte stands in what the terminal takes as one.
-enum class Part { text, escape, control, string, string_escape };
-
 // Sequences that colour and erase stand within words; those that move the cursor end one.
-static Part take_seen(Part part, char c) {
-    const int byte = byte_of(c);
-    switch (part) {
-        case Part::escape:
-            if (c == '[') return Part::control;
-            if (byte != 0 && std::strchr("]PX^_", c) != nullptr) return Part::string;
-            return byte >= 0x20 && byte <= 0x2f ? Part::escape : Part::text;
-        case Part::control:
-            if (byte >= 0x20 && byte <= 0x3f) return Part::control;
-            if (c != 'm' && c != 'K') end_piece(kLeastUsed);
-            return Part::text;
-        case Part::string:
-            if (c == kEscape) return Part::string_escape;
-            return c == kBell ? Part::text : Part::string;
-        case Part::string_escape:
-            return Part::text;
-        case Part::text:
-            break;
-    }
-    if (c == kEscape) return Part::escape;
-    take_used(c);
-    return Part::text;
+static void take_seen(Sequence &at, char c) {
+    const Sequence before = at;
+    at = sequence_step(before, byte_of(c));
+    if (at != Sequence::none) return;
+    if (before == Sequence::none)
+        take_used(c);
+    else if (before == Sequence::control && c != 'm' && c != 'K')
+        end_piece(kLeastUsed);
 }
 
 static void offer_seen() {
     const SeenPieces seen = seen_pieces();
     begin_piece();
-    Part part = Part::text;
+    Sequence at = Sequence::none;
     // Of a word whose beginning is gone nothing is left.
     std::string_view older = seen.piece[0];
     const auto whole = std::find_if(older.begin(), older.end(), ends_used);
     older.remove_prefix(static_cast<std::size_t>(whole - older.begin()));
     for (const std::string_view text : {older, seen.piece[1]})
-        for (const char c : text) part = take_seen(part, c);
+        for (const char c : text) take_seen(at, c);
     end_piece(kLeastUsed);
 }
 

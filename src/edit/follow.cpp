@@ -9,15 +9,17 @@
 #include "edit.h"
 #include "edit/edit_internal.h"
 #include "edit/prompt.h"
+#include "edit/sequence.h"
 #include "os.h"
 
 // The capture takes the output in pieces of this size, each up to its first NUL.
 static constexpr int kPrimePiece = 254;
 
-// State: where output ended in what the terminal takes as one.
-enum class Piece { whole, carriage_return, escape, control, string, string_escape, character };
-static Piece Open = Piece::whole;
-static int Missing = 0;    // bytes that a character of several still lacks
+// State: where output ended in what the terminal takes as one: in a sequence, in a character of
+// several bytes, of which some are missing, or behind a carriage return.
+static Sequence Open = Sequence::none;
+static int Missing = 0;
+static bool After_return = false;
 static int Parameter = 0;  // of a control sequence: 0 none, its only byte, -1 more than that
 
 // State: the terminal's modes that the program has switched, of a control sequence its numbers.
@@ -29,8 +31,14 @@ static int Number = 0;             // the parameter being read, never above kHig
 static bool Names_paste = false;   // one of those before it is kBracketedPaste
 static constexpr int kHighestNumber = 99999;
 
+static void nothing_open() {
+    Open = Sequence::none;
+    Missing = 0;
+    After_return = false;
+}
+
 void edit_reset_follower() {
-    Open = Piece::whole;
+    nothing_open();
     Paste_mode = false;
 }
 
@@ -41,14 +49,6 @@ unsigned long program_paste_switches() { return Paste_switches; }
 static void switch_paste_mode(bool on) {
     Paste_mode = on;
     Paste_switches++;
-}
-
-static Piece begin_piece(int c) {
-    if (c == kEscape) return Piece::escape;
-    if (c == '\r') return Piece::carriage_return;
-    if (c < 0xc0) return Piece::whole;
-    Missing = c >= 0xf0 ? 3 : c >= 0xe0 ? 2 : 1;
-    return Piece::character;
 }
 
 static void parameter_byte(int c) {
@@ -72,50 +72,45 @@ static void switch_mode(int c) {
     if (paste && (c == 'h' || c == 'l')) switch_paste_mode(c == 'h');
 }
 
-static Piece after_escape(int c) {
-    Parameter = 0;
-    if (c == 'c') switch_paste_mode(false);  // the terminal begins anew
-    if (c == '[') return Piece::control;
-    if (c != 0 && std::strchr("]PX^_", c) != nullptr) return Piece::string;
-    return c >= 0x20 && c <= 0x2f ? Piece::escape : Piece::whole;
+static void take_in_sequence(int c) {
+    const Sequence before = Open;
+    Open = sequence_step(before, c);
+    if (before == Sequence::string) return;
+    if (before != Sequence::control) {
+        Parameter = 0;
+        if (c == 'c') switch_paste_mode(false);  // the terminal begins anew
+    } else if (Open == Sequence::none) {
+        switch_mode(c);
+    } else {
+        parameter_byte(c);
+    }
 }
 
-static Piece next_piece(int c) {
-    switch (Open) {
-        case Piece::escape:
-        case Piece::string_escape:
-            return after_escape(c);
-        case Piece::control:
-            if (c < 0x20 || c > 0x3f) {
-                switch_mode(c);
-                return Piece::whole;
-            }
-            parameter_byte(c);
-            return Piece::control;
-        case Piece::string:
-            if (c == kEscape) return Piece::string_escape;
-            return c == kBell ? Piece::whole : Piece::string;
-        case Piece::character:
-            if ((c & 0xc0) != 0x80) return begin_piece(c);
-            return --Missing > 0 ? Piece::character : Piece::whole;
-        case Piece::whole:
-        case Piece::carriage_return:
-            break;
+static void take(int c) {
+    if (Open != Sequence::none) {
+        take_in_sequence(c);
+    } else if (Missing > 0 && (c & 0xc0) == 0x80) {
+        Missing--;
+    } else {
+        Open = sequence_step(Open, c);
+        After_return = c == '\r';
+        Missing = c >= 0xf0 ? 3 : c >= 0xe0 ? 2 : c >= 0xc0 ? 1 : 0;
     }
-    return begin_piece(c);
 }
 
 static void follow_on_row(char c, int width) {
-    const Piece before = Open;
-    Open = next_piece(byte_of(c));
-    if (before == Piece::control) {
-        if (Open == Piece::whole) out_row_take_control(c, Parameter);
-    } else if (before == Piece::whole || before == Piece::carriage_return) {
-        if (Open != Piece::escape) out_row_take(c, width);
-    } else if (before == Piece::escape && Open == Piece::whole) {
-        out_row_forget();
-    } else if (before == Piece::character && Open != Piece::character) {
-        if (is_printable(byte_of(c)) || Open == Piece::carriage_return) out_row_take(c, width);
+    const Sequence before = Open;
+    const bool in_character = Missing > 0;
+    take(byte_of(c));
+    if (before == Sequence::none) {
+        // Of a character of several bytes the first one counts.
+        const bool counts = in_character
+                                ? Missing == 0 && (is_printable(byte_of(c)) || After_return)
+                                : Open == Sequence::none;
+        if (counts) out_row_take(c, width);
+    } else if (Open == Sequence::none) {
+        if (before == Sequence::control) out_row_take_control(c, Parameter);
+        if (before == Sequence::escape) out_row_forget();
     }
 }
 
@@ -130,14 +125,14 @@ static bool cut(const char *data, int at) {
 static void pass_over(const char *data, int len) {
     const char *const end = data + len;
     while (data < end) {
-        if (!out_row_in_sequence() || Open == Piece::character) {
+        if (Open == Sequence::none) {
             const void *const found =
                 std::memchr(data, kEscape, static_cast<std::size_t>(end - data));
             if (found == nullptr) return;
             data = static_cast<const char *>(found);
-            Open = Piece::whole;
+            Missing = 0;
         }
-        Open = next_piece(byte_of(*data++));
+        take(byte_of(*data++));
     }
 }
 
@@ -150,7 +145,7 @@ void e_setup_prime(const char *data, int len) {
         row_from = static_cast<int>(static_cast<const char *>(newline) - data);
         if (row_from > 0) out_row_leave(data[row_from - 1] == '\r');
         if (Rich_rows) pass_over(data, row_from);
-        Open = Piece::whole;
+        nothing_open();
         if (!cut(data, row_from)) from = row_from;
     }
     // So much without a newline has left the row anyway, unless most of it is colours.
@@ -168,6 +163,6 @@ void e_setup_prime(const char *data, int len) {
     }
 }
 
-bool out_row_in_piece() { return Open != Piece::whole; }
+bool out_row_in_piece() { return out_row_in_sequence() || After_return; }
 
-bool out_row_in_sequence() { return out_row_in_piece() && Open != Piece::carriage_return; }
+bool out_row_in_sequence() { return Open != Sequence::none || Missing > 0; }

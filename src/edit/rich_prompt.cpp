@@ -8,6 +8,7 @@
 #include "edit.h"
 #include "edit/chars.h"
 #include "edit/prompt.h"
+#include "edit/sequence.h"
 #include "extended.h"
 #include "morp_defs.h"
 
@@ -82,49 +83,53 @@ static void take_other(const Control &control) {
     Made.columns = std::max(Made.columns, 0);
 }
 
-// `escape` begins a control sequence. Returns its end.
-static const char *take_control(const char *escape) {
-    const char *final = escape + 2;
-    while (*final >= 0x20 && *final <= 0x3f) final++;
-    if (*final == '\0') {
-        Made.writable = false;
-        return final;
-    }
+// The control sequence from `escape` to its final byte.
+static void take_control(const char *escape, const char *final) {
     const Control control = read_control(escape + 2, final);
     const bool mode = control.private_mode && (control.final == 'h' || control.final == 'l');
     const bool erases = control.final == 'K' || control.final == 'J';
     if (control.final == 'm' && control.plain && !control.private_mode)
         take_colour(escape, final + 1);
     else if (erases && control.plain && (control.number[0] == 0 || Made.columns == 0))
-        return final + 1;  // only what is not there yet is erased
+        return;  // only what is not there yet is erased
     else if (!mode)
         take_other(control);
-    return final + 1;
 }
 
-// A string up to BEL or ESC and a backslash.
-static const char *string_end(const char *p) {
-    for (; *p != '\0'; p++) {
-        if (*p == kBell) return p + 1;
-        if (*p == kEscape) return p[1] == '\\' ? p + 2 : p;
+// The last byte of the sequence that `escape` begins; nullptr where the output ends in it. A string
+// without an end goes up to the next escape.
+static const char *sequence_last(const char *escape) {
+    Sequence at = Sequence::escape;
+    for (const char *p = escape + 1; *p != '\0'; p++) {
+        const bool behind_others = at == Sequence::escape && p > escape + 1;
+        if (at == Sequence::string_escape && *p != '\\') return p - 2;
+        at = sequence_step(at, byte_of(*p));
+        if (at == Sequence::none || (behind_others && at != Sequence::escape)) return p;
     }
-    Made.writable = false;
-    return p;
+    return nullptr;
 }
 
-// An escape sequence. Returns its end.
-static const char *take_escape(const char *escape) {
-    const char kind = escape[1];
-    if (kind == '[') return take_control(escape);
-    if (kind != '\0' && std::strchr("]PX^_", kind) != nullptr) return string_end(escape + 2);
-    const char *end = escape + 1;
-    while (*end >= 0x20 && *end <= 0x2f) end++;
+// A sequence of an escape, bytes 20 to 2f and its last one.
+static void take_plain_escape(const char *escape, const char *last) {
     // Characters of another set would be letters when they are written again; keypad modes are
     // nothing to be seen.
-    const bool charset = end > escape + 1 && std::strchr("()*+-./%", kind) != nullptr;
-    const bool keypad = kind == '=' || kind == '>';
-    if (!keypad && (!charset || *end == '0')) Made.writable = false;
-    return *end != '\0' ? end + 1 : end;
+    const bool charset = last > escape + 1 && std::strchr("()*+-./%", escape[1]) != nullptr;
+    const bool keypad = last == escape + 1 && (*last == '=' || *last == '>');
+    if (!keypad && (!charset || *last == '0')) Made.writable = false;
+}
+
+// Takes the sequence. Returns its end.
+static const char *take_escape(const char *escape) {
+    const char *const last = sequence_last(escape);
+    if (last == nullptr) {
+        Made.writable = false;
+        return escape + std::strlen(escape);
+    }
+    if (escape[1] == '[')
+        take_control(escape, last);
+    else if (!sequence_begins_string(escape[1]))
+        take_plain_escape(escape, last);
+    return last + 1;
 }
 
 static void take_tab() {
