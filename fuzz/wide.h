@@ -226,8 +226,9 @@ inline WideImage wide_image() {
     return image;
 }
 
-// What stands in place of the prompt while a search is typed, and the cursor: at the last occurrence
-// of the text, whose lower-case letters stand for both cases; at the end without a match.
+// What stands in place of the prompt while a search is typed, and the cursor: at the last
+// occurrence of the text, whose lower-case letters stand for both cases; at the end without a
+// match.
 inline void check_search() {
     using namespace std::string_view_literals;
     const std::u32string_view lead(Row.lead, static_cast<std::size_t>(Row.lead_len));

@@ -1,5 +1,5 @@
-// sequence.h: the grammar of the escape sequences in a program's output, for all that read it. (Keys
-// have one of their own, see decode.h: there an escape may stand for itself.)
+// sequence.h: the grammar of the escape sequences in a program's output, for all that read it.
+// (Keys have one of their own, see decode.h: there an escape may stand for itself.)
 #pragma once
 
 #include "morp_defs.h"
