@@ -199,8 +199,9 @@ void check_prompt(const std::pair<std::string, bool> &before, const std::string 
 // What the program has left behind its cursor, as far as it is known. Else nothing is there.
 // Returns the columns in use.
 int take_rest() {
-    char rest[kRowColumns];
-    const std::string known(rest, static_cast<std::size_t>(out_row_rest(rest)));
+    genchar rest[kRowColumns];
+    const int len = out_row_rest(rest);
+    const std::string known(rest, rest + len);
     char *const from = Run.cells + Run.column;
     fuzz::require(!Run.plain || std::string_view(from, known.size()) == known);
     fuzz::require(std::ranges::all_of(known, [](char c) { return is_printable(byte_of(c)); }));
@@ -260,7 +261,7 @@ void program_writes(std::string_view text) {
 // The first draw of a line takes the row behind the cursor for empty.
 void program_writes_between_lines(std::string_view text) {
     program_writes(text);
-    char rest[kRowColumns];
+    genchar rest[kRowColumns];
     if (Extended != 0 || out_row_rest(rest) == 0) return;
     out_row_forget();
     std::fill(Run.cells + Run.column, Run.cells + kColumns, ' ');

@@ -103,10 +103,8 @@ static void follow_on_row(char c, int width) {
     const bool in_character = Missing > 0;
     take(byte_of(c));
     if (before == Sequence::none) {
-        // Of a character of several bytes the first one counts.
-        const bool counts = in_character
-                                ? Missing == 0 && (is_printable(byte_of(c)) || After_return)
-                                : Open == Sequence::none;
+        const bool text = byte_of(c) >= 0x80 || is_printable(byte_of(c));
+        const bool counts = in_character ? text || After_return : Open == Sequence::none;
         if (counts) out_row_take(c, width);
     } else if (Open == Sequence::none) {
         if (before == Sequence::control) out_row_take_control(c, Parameter);

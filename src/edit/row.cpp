@@ -115,6 +115,15 @@ static int put_bytes(Window &window, const char *bytes, int len, int at, int col
     return at;
 }
 
+// What the program has left on its row, as out_row_rest gives it.
+static void put_rest(Window &window, const genchar *rest, int len, int at) {
+    for (int k = 0, next = 0; k < len; k = next) {
+        for (next = k + 1; next < len && rest[next] == 0;) next++;
+        const Shown shown = cluster_shown(rest + k, 1, at + k);
+        put_cell(window, rest + k, 1, next - k, at + k, shown.safe);
+    }
+}
+
 // The text of the prompt, its colours counted.
 static void put_coloured(Window &window, const char *text, int at) {
     int colours = 0;
@@ -177,10 +186,10 @@ void row_want_line(int first) {
     }
 }
 
-void row_want_output(int prompt_columns, const char *rest, int len) {
+void row_want_output(int prompt_columns, const genchar *rest, int len) {
     begin(*Wanted);
     put_prompt(*Wanted, prompt_columns, 0);
-    (void)put_bytes(*Wanted, rest, len, prompt_columns);
+    put_rest(*Wanted, rest, len, prompt_columns);
 }
 
 int row_wanted() { return Wanted->used; }
@@ -203,13 +212,13 @@ void row_show_prompt() {
     Row.at = editb.e_plen;
 }
 
-int row_show_rest(int from, const char *rest, int len) {
+int row_show_rest(int from, const genchar *rest, int len) {
     const int room = Row.width - from;
     const int shown = std::clamp(len, 0, room);
-    (void)put_bytes(*Shown_window, rest, shown, from);
+    put_rest(*Shown_window, rest, shown, from);
     Row.used = from + shown;
     Row.stale = false;
-    return len > room ? static_cast<unsigned char>(rest[room]) : 0;
+    return len > room ? static_cast<int>(rest[room]) : 0;
 }
 
 void row_show_echo(int n) {
@@ -280,11 +289,14 @@ static void row_back() {
     Row.at = 0;
 }
 
-void row_take_off(const char *rest, int len, int used) {
+void row_take_off(const genchar *rest, int len, int used) {
+    const bool doubtful = std::any_of(
+        rest, rest + len, [](genchar u) { return u != 0 && !cluster_shown(&u, 1, 0).safe; });
+    const bool far = (doubtful || unsafe(*Shown_window, 0, Row.width)) && Row.home.known;
     used = std::max({used, Row.at, len});
-    const bool far = unsafe(*Shown_window, 0, Row.width) && Row.home.known;
     row_back();
-    for (int i = 0; i < used; i++) e_putchar(i < len ? static_cast<unsigned char>(rest[i]) : ' ');
+    for (int i = 0; i < used; i++)
+        if (i >= len || rest[i] != 0) write_unit(i < len ? rest[i] : ' ');
     Row.at = used;
     if (far) {
         if (Dumb_terminal == 0) e_write("\033[K", 3);
@@ -379,8 +391,9 @@ void row_overwrite(genchar u, int step) {
 
 void row_mark(int c) {
     if (c == Row.marker) return;
+    const genchar unit = static_cast<genchar>(c);
     row_move(Row.width);
-    e_putchar(c);
-    Row.at++;
+    write_unit(unit);
+    Row.at += cluster_shown(&unit, 1, 0).columns;
     Row.marker = c;
 }

@@ -59,7 +59,7 @@ int row_columns(int enough);
 void row_want_line(int first);
 // Columns of the text in place of the prompt.
 int row_lead_columns();
-void row_want_output(int prompt_columns, const char *rest, int len);
+void row_want_output(int prompt_columns, const genchar *rest, int len);
 // Columns that this takes in the window.
 int row_wanted();
 
@@ -71,7 +71,7 @@ void row_clear();
 void row_show_prompt();
 // The program's `rest` is shown from column `from` on. Returns what of it stands in the marker's
 // column, 0 for nothing.
-int row_show_rest(int from, const char *rest, int len);
+int row_show_rest(int from, const genchar *rest, int len);
 // The first `n` units of the line are shown as the terminal's driver has echoed them.
 void row_show_echo(int n);
 // Plain unit `u` at the cursor, which stays (`step` 0) or moves on (1): overwrites one plain cell.
@@ -83,7 +83,7 @@ void row_move(int column);
 void row_step();
 // Puts the program's `rest` in place of what is shown, of which `used` columns are in use, and
 // leaves the cursor in front of it: by backspaces, where these can be trusted.
-void row_take_off(const char *rest, int len, int used);
+void row_take_off(const genchar *rest, int len, int used);
 // Whether one column is up to date, and bringing it so, the cursor behind it.
 bool row_same(int column);
 void row_update(int column);

@@ -42,19 +42,19 @@ static void step_off() {
         e_reset_prime();
         out_row_new();
     }
-    char rest[kRowColumns];
+    genchar rest[kRowColumns];
     const int len = out_row_rest(rest);
     const int room = editb.e_wsize - prompt;
     row_want_output(prompt, rest, len);
     write_differences();
-    row_mark(room < len ? byte_of(rest[room]) : ' ');
+    row_mark(room < len && rest[room] != 0 ? static_cast<int>(rest[room]) : ' ');
     row_move(prompt);
 }
 
 // The row behind the cursor may hold output that the text now covers: it counts as shown, so that
 // the next update blanks it.
 static void take_rest() {
-    char rest[kRowColumns];
+    genchar rest[kRowColumns];
     const int beyond = row_show_rest(editb.e_plen, rest, out_row_rest(rest));
     if (beyond != 0) overflow = beyond;
 }

@@ -17,7 +17,7 @@ static void step_off() {
     const int marked = margin_shown() != ' ' ? editb.e_wsize + 1 : 0;
     if (own_row) out_row_new();
     // Output that the text has covered shows again.
-    char rest[kRowColumns];
+    genchar rest[kRowColumns];
     const int len = std::min(out_row_rest(rest), editb.e_wsize + 1);
     row_take_off(rest, len, std::max(Row.used, marked));
     margin_shown() = ' ';
@@ -25,7 +25,7 @@ static void step_off() {
 
 // The text is about to cover it: the next refresh blanks it.
 void take_rest() {
-    char rest[kRowColumns];
+    genchar rest[kRowColumns];
     if (row_show_rest(0, rest, out_row_rest(rest)) != 0) margin_shown() = 0;
 }
 
