@@ -164,7 +164,7 @@ static constexpr Range kFormats[] = {
 // Of private use, and no characters at all.
 static constexpr Range kPrivate[] = {
     {0xd800, 0xf8ff}, {0xfdd0, 0xfdef}, {0xf0000, 0x10ffff}, {0x110000, 0xffffffff}};
-// Two columns everywhere, where the library says two.
+// Two columns everywhere, where the library says two; of what it doesn't know it says nothing.
 static constexpr Range kEastAsian[] = {
     {0x1100, 0x115f}, {0x2e80, 0x303e}, {0x3041, 0x3247},   {0x3250, 0x4dbf},
     {0x4e00, 0xa4cf}, {0xac00, 0xd7a3}, {0xf900, 0xfaff},   {0xfe30, 0xfe6f},
@@ -300,7 +300,7 @@ int cluster_before(const genchar *line, int len, int at) {
 // ---- How they are shown.
 
 static bool certain(genchar u, int width) {
-    return ascii_prints(u) || (width == 2 && in_any(u, kEastAsian));
+    return ascii_prints(u) || (width == 2 && in_any(u, kEastAsian) && !unassigned(u));
 }
 
 static Shown unit_shown(genchar u, int at) {
