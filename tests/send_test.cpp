@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -80,16 +81,21 @@ struct Terminals {
         EXPECT_EQ(write(user, line.data(), line.size()), static_cast<ssize_t>(line.size()));
         return handle_stdin_fd(master_fd);
     }
-    std::string received() const {
+    // Whether there is more, waited for while less than `expected` has come.
+    static bool more(int fd, std::size_t come, std::size_t expected) {
+        pollfd ready{fd, POLLIN, 0};
+        return poll(&ready, 1, come < expected ? 60'000 : 0) > 0;
+    }
+    std::string received(std::size_t expected) const {
         char bytes[64];
         std::string all;
-        for (ssize_t n = 0; (n = read(program, bytes, sizeof bytes)) > 0;)
-            all.append(bytes, static_cast<std::size_t>(n));
+        while (more(program, all.size(), expected))
+            all.append(bytes, static_cast<std::size_t>(read(program, bytes, sizeof bytes)));
         return all;
     }
     // What was shown of it: not even the echo of the newline is.
-    unsigned long shown() const {
-        for (int packets = 0; packets < 4; packets++) (void)handle_fd_stdout(master_fd);
+    static unsigned long shown(std::size_t expected) {
+        while (more(master_fd, Relayed_bytes, expected)) (void)handle_fd_stdout(master_fd);
         return Relayed_bytes;
     }
     bool echoes() const {
@@ -113,15 +119,15 @@ TEST(Send, WhatIsRefusedOfALineGoesAsALine) {
         // A line end of the program's own is not taken for the echo.
         const unsigned long printed = takes == 4 ? 2 : 0;
         EXPECT_EQ(write(terminals.program, "\n", printed / 2), static_cast<ssize_t>(printed / 2));
-        EXPECT_EQ(terminals.shown(), printed);
+        EXPECT_EQ(Terminals::shown(printed), printed);
         for (int tries = 0; tries < 2 && keyboard_pending(); tries++) {
             Master_hung_up = 0;  // a while has passed
             (void)handle_pending(master_fd);
         }
         EXPECT_FALSE(keyboard_pending());
         EXPECT_TRUE(keyboard_wanted());
-        EXPECT_EQ(terminals.received(), "abcd\n");
-        EXPECT_EQ(terminals.shown(), printed);
+        EXPECT_EQ(terminals.received(5), "abcd\n");
+        EXPECT_EQ(Terminals::shown(printed), printed);
         EXPECT_TRUE(terminals.echoes());
     }
 }
@@ -133,8 +139,8 @@ TEST(Send, EchoThatCouldNotBePutBackIsBackBeforeTheNextKeyIsTaken) {
     EXPECT_FALSE(terminals.echoes());
     EXPECT_EQ(terminals.type("cd\r"), 0);
     EXPECT_TRUE(terminals.echoes());
-    EXPECT_EQ(terminals.received(), "ab\ncd\n");
-    EXPECT_EQ(terminals.shown(), 0U);
+    EXPECT_EQ(terminals.received(6), "ab\ncd\n");
+    EXPECT_EQ(Terminals::shown(0), 0U);
 }
 
 TEST(Send, AnEchoThatIsReadInTwoPartsIsDroppedAndNothingElseIs) {
