@@ -27,8 +27,9 @@ int e_row_stale = 0;
 // State: the prompt with its colours, a carriage return in front of it. It takes the place of the
 // editor's own buffer, and stays until it is asked for anew.
 static char Rich_text[1 + kRichPromptSize];
-static bool Cut = false;  // it is the end of a longer one
-static int Columns = 0;   // of the terminal for which it was made
+static bool Cut = false;       // it is the end of a longer one
+static bool Coloured = false;  // the program has left a colour on
+static int Columns = 0;        // of the terminal for which it was made
 static_assert(kRichPromptSize == 2 * kPrimeSize);
 
 void rows_begin(bool extended) { Rich_rows = extended; }
@@ -88,12 +89,14 @@ static void new_rich_prompt() {
     const int known = made.writable ? -1 : out_row_column();
     editb.e_plen = known >= 0 ? known : made.columns;
     Cut = made.cut;
+    Coloured = made.coloured;
 }
 
 void e_new_prompt(int prompt_size) {
     editb.e_wsize = e_window(editb.e_fd) - 2;
     editb.e_crlf = Prime_buf[0] != '\0' ? 1 : 0;
     Columns = e_columns();
+    Coloured = false;
     if (Rich_rows) {
         new_rich_prompt();
         return;
@@ -176,6 +179,8 @@ void e_above_end() {
         out_row_new();
     }
 }
+
+bool e_prompt_leaves_colour() { return Coloured; }
 
 bool e_prompt_is_fitted() { return Rich_rows && editb.e_crlf != 0; }
 

@@ -43,6 +43,9 @@ int e_prompt_columns();
 bool e_show_cut_prompt();
 // True where e_prompt was made to leave half of the window.
 bool e_prompt_is_fitted();
+// True where the program has left a colour on behind the prompt. e_prompt takes it back in front
+// and at its end: the line is shown without.
+bool e_prompt_leaves_colour();
 // Erases the cursor's row, what the program has left there too, and with `below` all rows under it;
 // the cursor is in the first column. Without escape sequences where the terminal has none, and then
 // of the row alone.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "edit.h"
 #include "edit/chars.h"
@@ -13,9 +14,9 @@
 #include "morp_defs.h"
 
 // Highest number of a parameter, and most colour sequences: a cell of the row counts them in a
-// byte.
+// byte, those at both ends included.
 static constexpr int kHighestNumber = 9999;
-static constexpr int kMostColours = 255;
+static constexpr int kMostColours = 253;
 
 // State: of one call.
 static genchar Units[kRichPromptSize];  // of one run of text
@@ -206,16 +207,20 @@ static void cut_left(char *text, int excess) {
 }
 
 RichPrompt rich_prompt(char *dst, const char *captured, int most) {
-    constexpr char kNone[] = "\033[m";
-    Made = {0, true, false};
-    Out = dst;
-    Out_end = dst + kRichPromptSize - sizeof kNone;
+    constexpr std::string_view kNone = "\033[m";
+    Made = {0, true, false, false};
+    Out = std::copy(kNone.begin(), kNone.end(), dst);
+    Out_end = dst + kRichPromptSize - kNone.size() - 1;
     Colours = 0;
     Coloured = false;
     for (const char *p = captured; *p != '\0';)
         p = is_text(*p) ? take_run(p) : take_control_byte(p);
-    if (Coloured) Out = std::copy_n(kNone, sizeof kNone - 1, Out);
+    if (Coloured)
+        Out = std::copy(kNone.begin(), kNone.end(), Out);
+    else
+        Out = std::copy(dst + kNone.size(), Out, dst);
     *Out = '\0';
+    Made.coloured = Coloured && Made.writable;
     if (Made.writable && Made.columns > most) {
         cut_left(dst, Made.columns - most);
         *Out = '\0';

@@ -7,6 +7,7 @@ struct RichPrompt {
     int columns;    // that it takes on the screen
     bool writable;  // the text made of it looks the same wherever it is written
     bool cut;       // its beginning was left out, "<" stands in its place
+    bool coloured;  // the program has left a colour on, which the text takes back at both its ends
 };
 
 // The most bytes of such a text, the NUL behind it included.

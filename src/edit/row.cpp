@@ -4,11 +4,13 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "edit.h"
 #include "edit/chars.h"
 #include "edit/edit_internal.h"
 #include "edit/image.h"
+#include "edit/prompt.h"
 #include "edit/rich_prompt.h"
 #include "edit/text.h"
 #include "extended.h"
@@ -28,7 +30,8 @@ static Window Windows[2];
 static Window *Shown_window = &Windows[0];
 static Window *Wanted = &Windows[1];
 RowState Row;
-// State: the colour in which the terminal writes, as in Cell. It is none whenever the row is left.
+// State: the colour in which the terminal writes, as in Cell. It is none whenever the row is left:
+// row_take and row_leave change from and to the program's.
 static int Pen = 0;
 
 static constexpr Cell kBlank = {' ', 0, 0, 1, 0, true};
@@ -210,6 +213,7 @@ void row_clear() {
 void row_show_prompt() {
     put_prompt(*Shown_window, editb.e_plen, 0);
     Row.at = editb.e_plen;
+    row_take();
 }
 
 int row_show_rest(int from, const genchar *rest, int len) {
@@ -304,6 +308,7 @@ void row_take_off(const genchar *rest, int len, int used) {
         Row.at = 0;
     }
     for (; Row.at > 0; Row.at--) e_putchar('\b');
+    row_leave();
     row_clear();
 }
 
@@ -377,6 +382,18 @@ void row_write_from(int column) {
     std::swap(Shown_window, Wanted);
     Row.used = Shown_window->used;
     Row.stale = false;
+}
+
+void row_take() {
+    if (e_prompt_leaves_colour()) e_write("\033[m", 3);
+}
+
+void row_leave() {
+    if (!e_prompt_leaves_colour()) return;
+    const std::string_view prompt = editb.e_prompt;
+    const auto sequences = std::count(prompt.begin(), prompt.end(), '\033');
+    if (sequences > 0) set_pen(static_cast<int>(sequences) - 1);  // else it was given up
+    Pen = 0;
 }
 
 void row_overwrite(genchar u, int step) {

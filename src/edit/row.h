@@ -74,6 +74,10 @@ void row_show_prompt();
 int row_show_rest(int from, const genchar *rest, int len);
 // The first `n` units of the line are shown as the terminal's driver has echoed them.
 void row_show_echo(int n);
+// The editor takes the row over, without the colour that the program has left on; the program goes
+// on at the cursor, in that colour.
+void row_take();
+void row_leave();
 // Plain unit `u` at the cursor, which stays (`step` 0) or moves on (1): overwrites one plain cell.
 void row_overwrite(genchar u, int step);
 

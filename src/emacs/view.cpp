@@ -49,6 +49,7 @@ static void step_off() {
     write_differences();
     row_mark(room < len && rest[room] != 0 ? static_cast<int>(rest[room]) : ' ');
     row_move(prompt);
+    row_leave();
 }
 
 // The row behind the cursor may hold output that the text now covers: it counts as shown, so that

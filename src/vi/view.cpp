@@ -25,6 +25,7 @@ static void step_off() {
 
 // The text is about to cover it: the next refresh blanks it.
 void take_rest() {
+    row_take();
     genchar rest[kRowColumns];
     if (row_show_rest(0, rest, out_row_rest(rest)) != 0) margin_shown() = 0;
 }
