@@ -49,7 +49,12 @@ namespace soak {
 namespace {
 
 constexpr int kColumns = 80;  // as morp is told; the window is never narrower
-constexpr const char *kStyles[] = {"emacs", "gmacs", "vi"};
+struct Style {
+    const char *name;
+    bool extended;
+};
+constexpr Style kStyles[] = {
+    {"emacs", false}, {"vi", true}, {"gmacs", false}, {"emacs", true}, {"vi", false}};
 constexpr const char *kMemcheck = "valgrind --leak-check=full --error-exitcode=99 --log-file=";
 
 using Random = std::mt19937_64;
@@ -83,6 +88,11 @@ bool simple(const std::string &text) {
     return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
 }
 
+// Whether `at` is inside a character of several bytes.
+bool inside(const std::string &text, std::size_t at) {
+    return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xc0) == 0x80;
+}
+
 long resident_kib(pid_t pid) {
     std::ifstream in("/proc/" + std::to_string(pid) + "/statm");
     long total = 0, pages = -1;
@@ -112,8 +122,8 @@ struct Soak {
     bool valgrind = false;
 
     Fields program;
-    std::string style, prompt, file;
-    bool vi = false;
+    std::string prompt, file;
+    bool vi = false, extended = false;
     Lines *recorded = nullptr;  // all that has to be in the history
     std::string perhaps;        // may be in the history
     std::string line, answer;   // of the running action
@@ -182,9 +192,10 @@ struct Soak {
         std::string words = some_letters(9);
         const std::size_t wanted = roll(kind == "bytes" && roll(10) == 0 ? 190 : 45);
         while (words.size() + 12 < wanted) words += " .,:-+_"[roll(7)] + some_letters(9);
-        if (kind == "bytes" && !vi && roll(8) == 0)
+        if (kind == "bytes" && (!vi || extended) && roll(8) == 0)
             words.insert(roll(words.size()),
-                         any_of(Lines{"\t", "\xc3\xa4", "\xe2\x82\xac", "\xff", "~"}));
+                         any_of(Lines{extended ? "\xf0\x9f\x91\x8d" : "\t", "\xc3\xa4",
+                                      "\xe6\xbc\xa2", "\xff", "~"}));
         return words;
     }
 
@@ -211,7 +222,8 @@ struct Soak {
 
     // What a line is typed from.
     Fields parts(const std::string &text) {
-        const std::size_t cut = 1 + roll(text.size());
+        std::size_t cut = 1 + roll(text.size());
+        while (inside(text, cut)) ++cut;
         return {{"line", escaped(text)},
                 {"begun", escaped(text.substr(0, cut))},
                 {"rest", escaped(text.substr(cut))},
@@ -222,16 +234,16 @@ struct Soak {
 
     std::string with_mistakes(const std::string &text) {
         std::string keys;
-        for (const char c : text) {
-            const std::string wrong = roll(8) == 0 ? some_letters(8) : "";
-            keys += wrong + std::string(wrong.size(), '\x7f') + c;
+        for (std::size_t at = 0; at < text.size(); ++at) {
+            const std::string wrong = roll(8) == 0 && !inside(text, at) ? some_letters(8) : "";
+            keys += wrong + std::string(wrong.size(), '\x7f') + text[at];
         }
         return keys;
     }
 
     // Keys that leave exactly `text` in an edit that was empty, the cursor at its end.
     std::string keys_for(const std::string &text) {
-        if (!simple(text)) return text;
+        if (!simple(text) && !extended) return text;
         return unescaped(
             harness::filled(any_of(rows_of(vi ? "Vi" : "Emacs")).fields.at("keys"), parts(text)));
     }
@@ -248,7 +260,8 @@ struct Soak {
     void typed(const std::string &text) {
         ++lines;
         const std::string kept_part = trimmed(text, " \t\n\v\f\r");
-        if (!kept_part.empty()) recorded->push_back(kept_part);
+        const bool again = extended && !recorded->empty() && recorded->back() == kept_part;
+        if (!kept_part.empty() && !again) recorded->push_back(kept_part);
     }
 
     void enter(const std::string &text) {
@@ -370,18 +383,22 @@ struct Soak {
     void start(bool lines_only) {
         program = (lines_only ? rows_of("Programs")[0] : choose("Programs")).fields;
         prompt = unescaped(program.at("prompt"));
-        style = kStyles[visits++ % std::size(kStyles)];
-        vi = style == "vi";
+        const Style &style = kStyles[visits++ % std::size(kStyles)];
+        vi = style.name == std::string_view("vi");
+        extended = style.extended;
         file = dir + "/" + program.at("name");
         recorded = &files[file];
-        note("visit " + std::to_string(visits) + ": " + program.at("name") + ", " + style);
+        note("visit " + std::to_string(visits) + ": " + program.at("name") + ", " + style.name +
+             (extended ? ", extended" : ""));
         perhaps.clear();
         const std::string command = unescaped(program.at("command"));
-        harness::Options options = {
-            .style = style,
-            .program = {"sh", "-c", command},
-            .env = {
-                {"Q_VXHISTFILE", file}, {"LESSHISTFILE", "-"}, {"SQLITE_HISTORY", "/dev/null"}}};
+        harness::Options options = {.style = style.name,
+                                    .program = {"sh", "-c", command},
+                                    .env = {{"Q_VXHISTFILE", file},
+                                            {"Q_VXEXTENDED", extended ? "1" : "0"},
+                    {"LC_ALL", extended ? "C.UTF-8" : "C"},
+                                            {"LESSHISTFILE", "-"},
+                                            {"SQLITE_HISTORY", "/dev/null"}}};
         if (valgrind) {
             options.outer = harness::words_of(std::string(kMemcheck) + dir + "/memcheck " +
                                               harness::morp() + " --");
@@ -398,6 +415,7 @@ struct Soak {
     void end() {
         const Case &row = any_of(rows_of("Ends"));
         Fields names = new_names();
+        names["killed"] = extended ? "-9" : "0";
         names["middle"] = choose("Middles").fields.at("steps");
         note(row.fields.at("name"));
         take(row.fields.at("steps"), names);
@@ -444,7 +462,9 @@ int main(int argc, char **argv) {
     try {
         const auto end = Clock::now() + minutes(count);
         auto next = Clock::now() + minutes(1);
-        for (long n = 0; mode == "minutes" ? Clock::now() < end : n < (lines ? 3 : count); ++n) {
+        for (long n = 0; mode == "minutes" ? Clock::now() < end
+                                           : n < (lines ? long{std::size(soak::kStyles)} : count);
+             ++n) {
             soak.visit(lines ? static_cast<std::size_t>(count) : 0);
             if (!lines && Clock::now() < next) continue;
             next += minutes(1);
