@@ -7,6 +7,7 @@
 //     extended    1: in extended mode, in a locale of UTF-8; "0 1": without it, and with it
 //     history     commands, with "; " between them
 //     typed       keys before those of each case
+//     split       1: each byte of the keys comes at a wait of its own; "0 1": all at once, and so
 //     stale       1: the row still shows an interrupted edit
 //     cooked      1: the driver has a part of the (vi) line
 //     keys        a carriage return follows
@@ -23,6 +24,7 @@
 // A case that is called "... something" goes on in the terminal of the case before.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -31,7 +33,6 @@
 #include <cstdlib>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -50,6 +51,20 @@
 #include "utils.h"
 #include "vi.h"
 #include "wait.h"
+
+// State: the keys that are still to come, one for each wait, and where they are typed.
+static std::string_view Coming;
+static int Keyboard = -1;
+
+static KeyWait wait_for_one(long timeout_ns) {
+    if (Coming.empty()) return pass_host.wait_key(timeout_ns);
+    EXPECT_EQ(write(Keyboard, Coming.data(), 1), 1);
+    Coming.remove_prefix(1);
+    pollfd there = {STDIN_FILENO, POLLIN, 0};
+    EXPECT_EQ(poll(&there, 1, -1), 1);
+    return KeyWait::ready;
+}
+static constexpr EditHost kOneByOne = {wait_for_one, [] { return false; }};
 
 class EditorTerminal {
 public:
@@ -85,7 +100,7 @@ public:
         out_ = out[0];
         fcntl(out_, F_SETFL, O_NONBLOCK);
         edit_reset_for_test();
-        e_host = &pass_host;
+        e_host = harness::get(setting, "split") == "1" ? &kOneByOne : &pass_host;
         emacs_reset_for_test();
         vi_reset_for_test();
         kread_reset_for_test();
@@ -115,7 +130,9 @@ public:
         if (!cooked) e_setraw(STDIN_FILENO);
         // A vi line begins in raw mode only with a key typed ahead.
         const bool ahead = vi && !cooked && !keys.empty();
-        const std::string_view typed = keys.substr(ahead ? 1 : 0);
+        std::string_view typed = keys.substr(ahead ? 1 : 0);
+        Keyboard = keys_;
+        if (e_host == &kOneByOne) Coming = std::exchange(typed, "");
         EXPECT_EQ(write(keys_, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
         if (ahead) e_ungetchar(byte_of(keys[0]));
         char line[kLineBuffer + 1] = {};
@@ -162,9 +179,9 @@ static void check_case(EditorTerminal &terminal, const harness::Fields &c) {
     using harness::unescaped;
     // A misspelt column would be a case that expects nothing.
     static const std::set<std::string> kKnown = {
-        "name",   "extended", "style",   "columns", "prompt", "erase",  "kill",
-        "werase", "lnext",    "history", "typed",   "stale",  "cooked", "keys",
-        "line",   "shown",    "output",  "bells",   "row",    "col",    "next"};
+        "name",  "extended", "style", "columns", "prompt", "erase", "kill",  "werase",
+        "lnext", "history",  "typed", "stale",   "cooked", "keys",  "split", "line",
+        "shown", "output",   "bells", "row",     "col",    "next"};
     for (const auto &[name, text] : c) EXPECT_TRUE(kKnown.contains(name)) << name;
     const std::string prompt = unescaped(harness::get(c, "prompt"));
     e_setup_prime(prompt.data(), static_cast<int>(prompt.size()));
@@ -185,12 +202,12 @@ static void check_case(EditorTerminal &terminal, const harness::Fields &c) {
     expect("next", e_compare_prompt() == PromptNow::same ? "same" : "other", "", "");
 }
 
-static void check_cases(const harness::Section &section, const std::string &extended) {
-    SCOPED_TRACE("extended = " + extended);
+static void check_cases(const harness::Section &section, const harness::Fields &mode) {
+    SCOPED_TRACE("extended = " + mode.at("extended") + ", split = " + mode.at("split"));
     std::optional<EditorTerminal> terminal;
     for (harness::Case c : section.cases()) {
         SCOPED_TRACE(c.where);
-        c.fields["extended"] = extended;
+        for (const auto &[name, value] : mode) c.fields[name] = value;
         if (!c.fields.at("name").starts_with("...")) {
             terminal.reset();
             terminal.emplace(c.fields);
@@ -201,8 +218,12 @@ static void check_cases(const harness::Section &section, const std::string &exte
 }
 
 static void check_modes(const harness::Section &section) {
-    std::istringstream modes(harness::get(section.settings, "extended", "0"));
-    for (std::string mode; modes >> mode;) check_cases(section, mode);
+    const auto modes = [&](const char *name) {
+        return harness::words_of(harness::get(section.settings, name, "0"));
+    };
+    for (const std::string &extended : modes("extended"))
+        for (const std::string &split : modes("split"))
+            check_cases(section, {{"extended", extended}, {"split", split}});
 }
 
 class Editors : public testing::TestWithParam<harness::Section> {};
@@ -213,6 +234,39 @@ INSTANTIATE_TEST_SUITE_P(emacs, Editors, testing::ValuesIn(harness::sections_of(
                          harness::kNamed);
 INSTANTIATE_TEST_SUITE_P(vi, Editors, testing::ValuesIn(harness::sections_of("vi.txt")),
                          harness::kNamed);
+
+// A place for each of the sequences in cases/keys.txt: the keys before and behind it, and the
+// column that tells the line, empty where the place doesn't matter.
+struct Spot {
+    const char *style, *before, *behind, *column;
+};
+static constexpr Spot kSpots[] = {{"emacs", "ab cd", "X", "line"},
+                                  {"vi", "ab cd", "X", "line"},
+                                  {"vi", "ab cd\\e$", "iX", "commands"}};
+
+static void check_sequences(const harness::Case &c, const Spot &place) {
+    harness::Fields fields = c.fields;
+    fields["style"] = place.style;
+    fields["line"] = c.fields.at(place.column);
+    for (const char *column : {"sequences", "commands"}) fields.erase(column);
+    if (fields["bells"].empty()) fields.erase("bells");
+    EditorTerminal terminal(fields);
+    remember(fields["history"]);
+    for (const std::string &sequence : harness::words_of(c.fields.at("sequences"))) {
+        SCOPED_TRACE(sequence);
+        fields["keys"] = place.before + sequence + place.behind;
+        check_case(terminal, fields);
+    }
+}
+
+TEST(Sequences, AreTakenWholeHoweverTheyAreSplit) {
+    for (const harness::Section &section : harness::sections_of("keys.txt"))
+        for (const harness::Case &c : section.cases())
+            for (const Spot &place : kSpots) {
+                SCOPED_TRACE(c.where + ": " + place.style + ", " + place.column);
+                if (!c.fields.at(place.column).empty()) check_sequences(c, place);
+            }
+}
 
 TEST(EditorsEnd, AtASignal) {
     for (const char *style : {"emacs", "vi"}) {
