@@ -96,7 +96,7 @@ void e_new_prompt(int prompt_size) {
     editb.e_wsize = e_window(editb.e_fd) - 2;
     editb.e_crlf = Prime_buf[0] != '\0' ? 1 : 0;
     Columns = e_columns();
-    Coloured = false;
+    Cut = Coloured = false;
     if (Rich_rows) {
         new_rich_prompt();
         return;

@@ -252,13 +252,12 @@ static const char *colour_sequence(int n) {
 
 static void set_pen(int colour) {
     if (colour == Pen) return;
-    if (colour < Pen) {
-        e_write("\033[m", 3);
-        Pen = 0;
-    }
-    int first = Pen + 1;
+    const int before = colour < Pen ? 0 : Pen;
+    int first = before + 1;
     for (int i = first; i < colour; i++)
         if (colour_none(colour_sequence(i))) first = i + 1;
+    // One that takes all back may stand right in front of the next.
+    if (Pen > 0 && (before == 0 || first > Pen + 1)) e_write("\033[m", 3);
     for (int i = first; i <= colour; i++) {
         const char *const sequence = colour_sequence(i);
         e_write(sequence, static_cast<std::size_t>(colour_end(sequence) - sequence));
