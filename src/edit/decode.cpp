@@ -38,6 +38,9 @@ static constexpr int kMostLogged = 64;
 
 // State: chosen once a run.
 static bool Bytes = true;
+static EscapeKey Usual_escape = EscapeKey::prefix;
+
+// State: what an escape key is to the key being taken. A line may end within that.
 static EscapeKey Escape = EscapeKey::prefix;
 
 // State: the paste under way, which outlives a line, and the character, which ends with it.
@@ -48,13 +51,14 @@ static Decoder Character;
 static char Mark_begun[kMarkLength];  // the beginning of a mark among keys that pass
 static int Mark_len = 0;
 
-// State: the bytes of the key being taken.
+// State: the bytes of the key being taken, or taken last.
 static unsigned char Log[kMostLogged];
 static int Logged = 0;
+static bool Taking = false;  // it lacks some
 
 void decode_begin(bool bytes, EscapeKey escape) {
     Bytes = bytes;
-    Escape = escape;
+    Usual_escape = Escape = escape;
 }
 
 void decode_reset() {
@@ -63,7 +67,11 @@ void decode_reset() {
     Mark_len = 0;
 }
 
-void decode_begin_line() { Character = {}; }
+void decode_begin_line() {
+    Character = {};
+    Escape = Usual_escape;
+    Taking = false;
+}
 
 bool decode_in_paste() { return Pasting; }
 int decode_pastes() { return Pastes; }
@@ -263,11 +271,14 @@ static int next_code() {
 
 int e_getkey() {
     if (Bytes) return byte_key();
-    for (;;) {
+    int key = kKeyNothing;
+    Taking = true;
+    while (key == kKeyNothing) {
         Logged = 0;
-        const int key = next_code();
-        if (key != kKeyNothing) return key;
+        key = next_code();
     }
+    Taking = false;
+    return key;
 }
 
 int e_gettyped() { return Bytes ? e_getchar() : e_getkey(); }
@@ -281,10 +292,9 @@ bool e_is_text(int code) {
 
 int e_gettext() {
     if (Bytes) return e_getquoted();
-    const EscapeKey kept = Escape;
     Escape = EscapeKey::key;
     const int key = e_getkey();
-    Escape = kept;
+    Escape = Usual_escape;
     const bool sequence = key >= kKeyBase && (key & kPasted) == 0;
     if (!sequence || Logged == 0 || Log[0] != kEscape) return key;
     for (int i = Logged - 1; i > 0; i--) e_ungetkey(kPasted | Log[i]);
@@ -292,8 +302,8 @@ int e_gettext() {
 }
 
 int decode_unfinished(char *dst, int room) {
-    const int n = std::min(Character.held, room);
-    std::memcpy(dst, Character.bytes, static_cast<std::size_t>(n));
+    const int n = Taking ? std::min(Logged, room) : 0;
+    std::memcpy(dst, Log, static_cast<std::size_t>(n));
     return n;
 }
 

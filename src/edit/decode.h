@@ -60,10 +60,10 @@ void e_ungetkey(int code);
 inline constexpr int kKeyBytes = 16;
 int decode_bytes_of(int held, char *dst);
 
-// To be called at the start of a line: the edit before may have ended within a character.
+// To be called at the start of a line: the edit before may have ended within a key.
 void decode_begin_line();
-// The edit was taken away: stores the bytes that had come of a character, at most `room`, at `dst`,
-// and returns their number.
+// The edit was taken away: stores the bytes that had come of a key, a character or a sequence, at
+// most `room`, at `dst`, and returns their number.
 int decode_unfinished(char *dst, int room);
 
 // True between the marks of a paste.
