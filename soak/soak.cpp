@@ -297,7 +297,11 @@ struct Soak {
 
     void wild() {
         const std::size_t before = split(s->file("got")).size();
-        const auto all = harness::words_of(rows_of("WildKeys")[vi ? 1 : 0].fields.at("keys"));
+        const auto keys_of = [](std::size_t row) {
+            return harness::words_of(rows_of("WildKeys")[row].fields.at("keys"));
+        };
+        Lines all = keys_of(vi ? 1 : 0);
+        if (extended) std::ranges::copy(keys_of(2), std::back_inserter(all));
         for (std::size_t n = 1 + roll(25); n > 0; --n) send(unescaped(any_of(all)));
         do {
             send("\r");
@@ -396,7 +400,7 @@ struct Soak {
                                     .program = {"sh", "-c", command},
                                     .env = {{"Q_VXHISTFILE", file},
                                             {"Q_VXEXTENDED", extended ? "1" : "0"},
-                    {"LC_ALL", extended ? "C.UTF-8" : "C"},
+                                            {"LC_ALL", extended ? "C.UTF-8" : "C"},
                                             {"LESSHISTFILE", "-"},
                                             {"SQLITE_HISTORY", "/dev/null"}}};
         if (valgrind) {
