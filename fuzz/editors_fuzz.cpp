@@ -210,19 +210,15 @@ int take_rest() {
     return Run.column + static_cast<int>(known.find_last_not_of(' ') + 1);
 }
 
-// Text and line ends; at most half of the row, which may be a prompt.
 void program_writes_wide(std::string_view text) {
-    std::string piece = std::exchange(Run.interrupted, false) && !text.empty() ? "\r\n" : "";
-    Run.screens.write(piece);
-    const int most = e_window(STDIN_FILENO) / 2 - 4;
-    for (const char c : text) {
-        const bool full = Run.screens.column() > most;
-        if (!full && c != '\n' && !is_printable(byte_of(c))) continue;
-        const std::string_view one = full || c == '\n' ? "\r\n" : std::string_view(&c, 1);
-        Run.screens.write(one);
-        piece += one;
-    }
+    if (text.empty()) return;
+    const bool new_row = std::exchange(Run.interrupted, false);
+    const std::string piece = Run.screens.program_writes(text, new_row);
     e_setup_prime(piece.data(), static_cast<int>(piece.size()));
+    const auto kept = editb;
+    e_new_prompt(kPrimeSize);
+    const auto made = std::exchange(editb, kept);
+    Run.screens.check_prompt(made.e_prompt, made.e_plen, made.e_crlf != 0);
 }
 
 void program_writes(std::string_view text) {

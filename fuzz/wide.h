@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "edit.h"
@@ -24,24 +25,49 @@
 
 namespace fuzz {
 
+// What a program writes for a byte that isn't printable ASCII. Of these kRight alone makes the
+// prompt one that can't be written again.
+constexpr std::string_view kRight = "\x1b[C";
+// A colour that stays on from row to row belongs to no prompt.
+constexpr std::string_view kNewRow = "\x1b[m\r\n";
+constexpr std::string_view kProgramPieces[] = {
+    // clang-format off
+    "\xc3\xa9", "\xe4\xb8\x96", "e\xcc\x81", "\xe2\x9d\xa4\xef\xb8\x8f", "\xf0\x9f\x87\xa9",
+    "\xf0\x9f\x91\xa9\xe2\x80\x8d\xf0\x9f\x91\xa7", "\xf0\x9f\x8f\xbd", "\x1b[31m", "\x1b[1;44m",
+    "\x1b[m", "\x1b]0;t\a", "\x1b[?25h", "\x1b(B", "\1", "\2", "\a", "\x1b[K", "\x1b[m\r\x1b[K", kRight};
+// clang-format on
+
 class Terminal {
 public:
     Terminal() = default;
     Terminal(int columns, bool joins)
         : columns_(columns), joins_(joins), cells_(static_cast<std::size_t>(columns)) {}
 
-    // Of control characters and sequences only those that an editor may write are known.
-    void write(std::string_view bytes) {
+    // Of control characters and sequences only those that an editor may write are known, and of
+    // the `program` those of kProgramPieces.
+    void write(std::string_view bytes, bool program = false) {
+        program_ = program;
         for (const char c : bytes) take(byte_of(c));
     }
     int column() const { return at_; }
-    std::string row() const {
+    // The columns from `from` on, up to `to`; behind `coloured` without their colours.
+    std::string row(int from, int to, int coloured) const {
         std::string text;
-        for (const std::string &cell : cells_) text += cell.empty() ? " " : cell;
+        for (int k = from; k < to; k++) {
+            const Cell &cell = cells_[static_cast<std::size_t>(k)];
+            if (k < coloured) text += cell.colour;
+            text += cell.text.empty() ? " " : cell.text;
+        }
         return text;
     }
+    std::string row(int coloured = 0) const { return row(0, columns_, coloured); }
 
 private:
+    struct Cell {
+        std::string text;    // empty: blank
+        std::string colour;  // the sequences in force
+    };
+
     void demand(bool holds, const char *breach, genchar u) const {
         if (holds) return;
         (void)std::fprintf(stderr, "%s: %x, column %d of %d\n[%s]\n", breach,
@@ -52,7 +78,8 @@ private:
     void take(int c) {
         if (!sequence_.empty()) {
             sequence_ += static_cast<char>(c);
-            if (sequence_.size() > 2 && c >= 0x40) end_sequence();
+            const bool text = sequence_[1] == ']';
+            if (text ? c == kBell : sequence_.size() > 2 && c >= 0x40) end_sequence();
             return;
         }
         genchar units[kDecodedUnits];
@@ -62,7 +89,7 @@ private:
 
     void control(genchar c) {
         const bool allowed = c == '\r' || c == '\n' || c == '\b' || c == kBell || c == kEscape;
-        demand(allowed, "written", c);
+        demand(allowed || program_, "written", c);
         if (c == '\n') erase(0);
         if (c == '\b') at_ = std::max(at_ - 1, 0);
         if (c == '\r' || c == '\n') at_ = 0;
@@ -70,26 +97,29 @@ private:
     }
 
     void end_sequence() {
-        const char final = sequence_.back();
-        require(sequence_ == "\x1b[K" || sequence_ == "\x1b[J" || final == 'm');
-        if (final != 'm') erase(at_);
-        sequence_.clear();
+        const std::string sequence = std::exchange(sequence_, "");
+        const bool erases = sequence == "\x1b[K" || sequence == "\x1b[J";
+        const bool colours = sequence.back() == 'm';
+        require(erases || colours || program_);
+        if (erases) erase(at_);
+        if (colours) colour_ = sequence == "\x1b[m" ? "" : colour_ + sequence;
+        if (sequence == kRight) at_++;
     }
 
-    void erase(int from) { std::fill(cells_.begin() + from, cells_.end(), ""); }
+    void erase(int from) { std::fill(cells_.begin() + from, cells_.end(), Cell()); }
 
     // One of the columns of a character of several: the others don't show any more.
     void clear(int at) {
         int first = at;
-        while (first > 0 && cell(first) == kRest) first--;
-        do cell(first++).clear();
-        while (first < columns_ && cell(first) == kRest);
+        while (first > 0 && cell(first).text == kRest) first--;
+        do cell(first++) = {};
+        while (first < columns_ && cell(first).text == kRest);
     }
 
     // The unit at the end of the character left of the cursor, which another one may join.
     genchar left() {
         const int base = left_cell();
-        const std::string text = base < 0 ? "" : cell(base);
+        const std::string text = base < 0 ? "" : cell(base).text;
         genchar units[64] = {};
         const int n = units_from_bytes(units, 64, text.data(), static_cast<int>(text.size()));
         const bool pair = n == 2 && is_regional(units[0]) && is_regional(units[1]);
@@ -98,7 +128,7 @@ private:
 
     int left_cell() {
         int base = at_ - 1;
-        while (base > 0 && cell(base) == kRest) base--;
+        while (base > 0 && cell(base).text == kRest) base--;
         return base;
     }
 
@@ -115,8 +145,8 @@ private:
         }
         demand(at_ + width < columns_, "the row wraps behind", u);  // the last column stays free
         for (int k = at_; k < at_ + width; k++) clear(k);
-        if (u != ' ') cell(at_) = spell(u);
-        for (int k = at_ + 1; k < at_ + width; k++) cell(k) = kRest;
+        cell(at_) = {u != ' ' ? spell(u) : "", colour_};
+        for (int k = at_ + 1; k < at_ + width; k++) cell(k) = {kRest, colour_};
         at_ += width;
     }
 
@@ -124,11 +154,11 @@ private:
     void join(genchar u, genchar before) {
         const int base = left_cell();
         if (base < 0) return;
-        cell(base) += spell(u);
+        cell(base).text += spell(u);
         if (u != 0xfe0f || joins_ || wcwidth(static_cast<wchar_t>(before)) != 1) return;
         demand(at_ + 1 < columns_, "the row wraps behind", u);
         clear(at_);
-        cell(at_++) = kRest;
+        cell(at_++) = {kRest, cell(base).colour};
     }
 
     static bool is_regional(genchar u) { return u >= 0x1f1e6 && u <= 0x1f1ff; }
@@ -145,20 +175,22 @@ private:
         return {bytes, static_cast<std::size_t>(bytes_from_units(bytes, sizeof bytes, &u, 1))};
     }
 
-    std::string &cell(int at) { return cells_[static_cast<std::size_t>(at)]; }
+    Cell &cell(int at) { return cells_[static_cast<std::size_t>(at)]; }
 
     static constexpr const char *kRest = "\x7f";  // what is never shown
     int columns_ = 0;
     bool joins_ = false;
-    std::vector<std::string> cells_;  // empty: blank
+    std::vector<Cell> cells_;
     int at_ = 0;
     Decoder decoder_ = {};
     std::string sequence_;
+    std::string colour_;
+    bool program_ = false;  // writes
 };
 
 // What prompt and window are when they are printed afresh, up to the cursor, and from there on.
 struct Printed {
-    std::string before, behind;
+    std::string prompt, before, behind;
 };
 
 // One cluster, or one column of what is spelled.
@@ -264,7 +296,7 @@ inline Printed wide_expected() {
     require(image.cursor >= first && image.cursor < first + width + (in_vi() ? 1 : 0));
     const bool lead = Row.lead_len > 0;
     const bool prompt = !lead && (in_vi() || first < editb.e_plen || first == 0);
-    Printed printed = {prompt ? editb.e_prompt + 1 : "", ""};
+    Printed printed = {prompt ? editb.e_prompt + 1 : "", "", ""};
     int column = lead ? 0 : Row.start;
     const auto print = [&](const Piece &piece) {
         const int from = std::max(column, first);
@@ -292,7 +324,55 @@ public:
     void write(std::string_view bytes) {
         for (Terminal &terminal : each_) terminal.write(bytes);
     }
+    // On the terminal that takes most.
     int column() const { return each_[0].column(); }
+
+    // The program writes what `text` stands for, at first a `new_row`; no row wraps. Returns the
+    // bytes.
+    std::string program_writes(std::string_view text, bool new_row) {
+        std::string piece;
+        const auto write = [&](std::string_view bytes) {
+            for (Terminal &terminal : each_) terminal.write(bytes, true);
+            piece += bytes;
+            prompt_ += bytes;
+            if (bytes.find('\r') == std::string_view::npos) return;
+            prompt_.clear();
+            cut_ = false;
+        };
+        if (new_row) write(kNewRow);
+        // An editor may have given the prompt up, in whose colour a row of its own is.
+        if (column() == 0) write("\x1b[m");
+        constexpr int kWidestPiece = 6;
+        for (const char &c : text) {
+            const auto byte = static_cast<std::size_t>(byte_of(c));
+            if (c == '\n' || column() + kWidestPiece >= columns_)
+                write(kNewRow);
+            else
+                write(is_printable(byte_of(c)) ? std::string_view(&c, 1)
+                                               : kProgramPieces[byte % std::size(kProgramPieces)]);
+        }
+        return piece;
+    }
+
+    // The `prompt` that is taken up looks as the program has left it; of one cut at its left what is
+    // left. Only one with a movement in it, or too many sequences, is not `again` written.
+    void check_prompt(const char *prompt, int columns, bool again) {
+        constexpr std::size_t kManySequences = 700;
+        const bool plain = prompt_.find(kRight) == std::string::npos && !prompt_.empty();
+        require(again || !plain || prompt_.size() > kManySequences);
+        for (std::size_t i = 0; i < 2 && again && !cut_; i++) {
+            Terminal wanted(columns_, i == 1);
+            wanted.write(prompt + 1);
+            const int n = wanted.column();
+            const int from = each_[i].column() - n;
+            const int cut = n > 0 && wanted.row(0, 1, 0) == "<" ? 1 : 0;
+            require(n <= columns && (cut != 0 ? from >= 0 : from == 0));
+            require(from == 0 || columns <= (columns_ - 3) / 2);
+            if (wanted.row(cut, n, n) != each_[i].row(from + cut, from + n, from + n))
+                fail_row(each_[i].row(n), from + n, wanted.row(n), n);
+        }
+        cut_ = cut_ || (again && each_[0].column() > columns);
+    }
 
     // The row is as it would be afresh.
     void check() const {
@@ -303,17 +383,21 @@ public:
             if (joins && cut_within_cluster()) continue;
             const Terminal &shown = each_[joins ? 1 : 0];
             Terminal wanted(columns_, joins);
+            wanted.write(printed.prompt);
+            const int n = wanted.column();
             wanted.write(printed.before);
             const int cursor = wanted.column();
             wanted.write(printed.behind);
-            if (shown.column() == cursor && shown.row() == wanted.row()) continue;
-            fail_row(shown.row(), shown.column(), wanted.row(), cursor);
+            if (shown.column() == cursor && shown.row(n) == wanted.row(n)) continue;
+            fail_row(shown.row(n), shown.column(), wanted.row(n), cursor);
         }
     }
 
 private:
     int columns_ = 0;
     std::array<Terminal, 2> each_;
+    std::string prompt_;  // what the program has written since the last line end
+    bool cut_ = false;    // which is shown without its start
 };
 
 // Where the `typed` keys are text and nothing else, of a paste all of it: the text.
