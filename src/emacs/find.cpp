@@ -30,6 +30,7 @@ static constexpr int kMostLead = kSearchSize + 16;
 
 // State of one search.
 static bool Finding = false;
+static bool Taking_key = false;  // nothing is looked for meanwhile
 static genchar Text[kSearchSize];
 static FindStep Steps[kFindSteps];
 static int Step_count = 0;
@@ -127,7 +128,23 @@ static void show() {
     draw(UPDATE);
 }
 
+// The end of a paste is no key: what was pasted is looked for before the next one is waited for.
+void find_make_up() {
+    if (!Finding || !Taking_key || decode_in_paste()) return;
+    if (newest_step().result != Result::looking) return;
+    while (!look()) {
+    }
+    show();
+}
+
 // --- Keys ---
+
+static int take_key() {
+    Taking_key = true;
+    const int key = next_key();
+    Taking_key = false;
+    return key;
+}
 
 static void type(genchar unit) {
     if (newest_step().repeat) finish_looking();
@@ -203,6 +220,7 @@ static bool type_quoted(int key) {
 
 static void begin(int direction) {
     Finding = true;
+    Taking_key = false;
     keep_newest();
     keep_line();
     Began = {editb.e_hline, editb.e_hloff};
@@ -251,7 +269,7 @@ After find_while_typed(Command &command) {
     for (;;) {
         look_for_a_while();
         if (newest_step().result != Result::looking) show();
-        const int key = next_key();
+        const int key = take_key();
         const bool pasted = (key & kPasted) != 0;
         if (type_quoted(key)) continue;
         const int code = pasted ? key : code_of(key);

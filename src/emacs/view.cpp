@@ -5,6 +5,7 @@
 #include "edit/chars.h"
 #include "edit/host.h"
 #include "edit/prompt.h"
+#include "emacs/find.h"
 #include "emacs_internal.h"
 
 namespace emacs {
@@ -107,6 +108,11 @@ static int text(char *dst) {
 
 static bool within_line() { return editb.e_cur < editb.e_eol; }
 
-const EditView view = {step_off, come_back, redraw, resized, text, within_line, make_up};
+static void make_up_all() {
+    find_make_up();
+    make_up();
+}
+
+const EditView view = {step_off, come_back, redraw, resized, text, within_line, make_up_all};
 
 }  // namespace emacs
