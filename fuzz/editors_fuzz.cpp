@@ -192,8 +192,8 @@ void check_prompt(const std::pair<std::string, bool> &before, const std::string 
     std::erase(text, '\a');
     const auto &[now, again] = prompt();
     fuzz::require(now.size() >= kPrimeSize / 4 || now == text);
-    fuzz::require(again == (any && std::ranges::all_of(
-                                       now, [](char c) { return is_printable(byte_of(c)); })));
+    fuzz::require(again == (any && std::all_of(now.begin(), now.end(),
+                                               [](char c) { return is_printable(byte_of(c)); })));
 }
 
 // What the program has left behind its cursor, as far as it is known. Else nothing is there.
@@ -204,7 +204,8 @@ int take_rest() {
     const std::string known(rest, rest + len);
     char *const from = Run.cells + Run.column;
     fuzz::require(!Run.plain || std::string_view(from, known.size()) == known);
-    fuzz::require(std::ranges::all_of(known, [](char c) { return is_printable(byte_of(c)); }));
+    fuzz::require(
+        std::all_of(known.begin(), known.end(), [](char c) { return is_printable(byte_of(c)); }));
     std::fill(from, Run.cells + kColumns, ' ');
     std::copy_n(known.data(), known.size(), from);
     return Run.column + static_cast<int>(known.find_last_not_of(' ') + 1);

@@ -85,7 +85,7 @@ const std::vector<Case> &rows_of(const std::string &table) {
 
 // Printable characters and nothing else.
 bool simple(const std::string &text) {
-    return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
 // Whether `at` is inside a character of several bytes.
@@ -152,8 +152,9 @@ struct Soak {
     // What the program is able to, and what is installed.
     bool can(const std::string &needs) {
         const auto traits = harness::words_of(harness::get(program, "can"));
-        return std::ranges::all_of(harness::words_of(needs), [&](const std::string &need) {
-            return std::ranges::find(traits, need) != traits.end() ||
+        const auto wanted = harness::words_of(needs);
+        return std::all_of(wanted.begin(), wanted.end(), [&](const std::string &need) {
+            return std::find(traits.begin(), traits.end(), need) != traits.end() ||
                    fs::exists("/usr/bin/" + need);
         });
     }
@@ -370,7 +371,8 @@ struct Soak {
         all << std::ifstream(dir + "/lines").rdbuf();
         const Lines seen = split(all.str());
         if (!perhaps.empty() && seen.size() == recorded->size() + 1) typed(perhaps);
-        const auto [want, is] = std::ranges::mismatch(*recorded, seen);
+        const auto [want, is] =
+            std::mismatch(recorded->begin(), recorded->end(), seen.begin(), seen.end());
         if (want != recorded->end() || is != seen.end())
             fault("recorded from line " + std::to_string(is - seen.begin() + 1) + ": \"" +
                   visible(is == seen.end() ? "" : *is) + "\" instead of \"" +

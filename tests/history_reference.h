@@ -91,7 +91,7 @@ inline std::string difference(const std::string &file, int reach) {
     if (fc_fix->fixind != want.number) return "next is " + std::to_string(want.number);
     for (int n = fc_fix->fixind + 2; n > fc_fix->fixind - 2 * reach - 20; n -= 1 + reach / 50) {
         const std::string_view text = want.text(n);
-        const int lines = int(std::ranges::count(text, '\n'));
+        const int lines = int(std::count(text.begin(), text.end(), '\n'));
         bool same = hist_position(n) == want.start(n) && hist_copy(nullptr, n, -1) == lines;
         for (const int line : {-1, 0, 1}) {
             char to[kMaxLine];

@@ -5,6 +5,7 @@
 #include <termios.h>
 #include <unistd.h>
 #include <cerrno>
+#include <cstddef>
 
 extern "C" {
 // The linker's names for the system's call and its replacement (--wrap).

@@ -173,7 +173,8 @@ static After escape_command(Command &command) {
 }
 
 static const Binding *find_binding(std::span<const Binding> bindings, int key) {
-    const auto found = std::ranges::find(bindings, key, &Binding::key);
+    const auto found = std::find_if(bindings.begin(), bindings.end(),
+                                    [key](const Binding &binding) { return binding.key == key; });
     return found == bindings.end() ? nullptr : &*found;
 }
 

@@ -51,7 +51,8 @@ std::vector<Case> Section::cases() const {
 
 std::vector<Section::Line> Section::steps() const {
     if (!is_table(*this)) return lines;
-    const auto at = std::ranges::find(lines, "steps", &Line::text);
+    const auto at = std::find_if(lines.begin(), lines.end(),
+                                 [](const Line &line) { return line.text == "steps"; });
     return {at == lines.end() ? at : at + 1, lines.end()};
 }
 

@@ -173,7 +173,8 @@ std::vector<std::string> Session::command() const {
 void Session::become_holder(int control) {
     std::vector<std::string> words = command();
     std::vector<char *> pointers(words.size() + 1);
-    std::ranges::transform(words, pointers.begin(), [](std::string &word) { return word.data(); });
+    std::transform(words.begin(), words.end(), pointers.begin(),
+                   [](std::string &word) { return word.data(); });
     const auto vars = environment();
     clearenv();
     for (const auto &[name, value] : vars) setenv(name.c_str(), value.c_str(), 1);
