@@ -34,8 +34,10 @@ constexpr std::string_view kProgramPieces[] = {
     // clang-format off
     "\xc3\xa9", "\xe4\xb8\x96", "e\xcc\x81", "\xe2\x9d\xa4\xef\xb8\x8f", "\xf0\x9f\x87\xa9",
     "\xf0\x9f\x91\xa9\xe2\x80\x8d\xf0\x9f\x91\xa7", "\xf0\x9f\x8f\xbd", "\x1b[31m", "\x1b[1;44m",
-    "\x1b[m", "\x1b]0;t\a", "\x1b[?25h", "\x1b(B", "\1", "\2", "\a", "\x1b[K", "\x1b[m\r\x1b[K", kRight};
-// clang-format on
+    "\x1b[m", "\x1b]0;t\a", "\x1b[?25h", "\x1b(B", "\1", "\2", "\a", "\x1b[K",
+    "\x1b[m\r\x1b[K", kRight,
+    // clang-format on
+};
 
 class Terminal {
 public:
@@ -354,8 +356,8 @@ public:
         return piece;
     }
 
-    // The `prompt` that is taken up looks as the program has left it; of one cut at its left what is
-    // left. Only one with a movement in it, or too many sequences, is not `again` written.
+    // The `prompt` that is taken up looks as the program has left it, one cut at its left as far as
+    // it goes. Only one with a movement in it, or too many sequences, is not `again` written.
     void check_prompt(const char *prompt, int columns, bool again) {
         constexpr std::size_t kManySequences = 700;
         const bool plain = prompt_.find(kRight) == std::string::npos && !prompt_.empty();

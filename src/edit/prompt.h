@@ -65,9 +65,9 @@ extern int e_row_stale;
 // The text of the row has been renewed: clears e_row_stale.
 void e_row_renewed();
 
-// Copies what the program has left on the row from its cursor on to `dst` (kRowColumns): a unit that
-// prints for each column, 0 in the second one of a wide character. Returns the number of columns: 0
-// also where the row isn't known.
+// Copies what the program has left on the row from its cursor on to `dst` (kRowColumns): a unit
+// that prints for each column, 0 in the second one of a wide character. Returns the number of
+// columns: 0 also where the row isn't known.
 int out_row_rest(genchar *dst);
 // The column of the program's cursor, -1 where the row isn't known.
 int out_row_column();
