@@ -302,7 +302,8 @@ struct Soak {
             return harness::words_of(rows_of("WildKeys")[row].fields.at("keys"));
         };
         Lines all = keys_of(vi ? 1 : 0);
-        if (extended) std::ranges::copy(keys_of(2), std::back_inserter(all));
+        const Lines more = extended ? keys_of(2) : Lines{};
+        all.insert(all.end(), more.begin(), more.end());
         for (std::size_t n = 1 + roll(25); n > 0; --n) send(unescaped(any_of(all)));
         do {
             send("\r");
