@@ -30,6 +30,8 @@ static Window Windows[2];
 static Window *Shown_window = &Windows[0];
 static Window *Wanted = &Windows[1];
 RowState Row;
+// State: what stands right of the marker may have been erased.
+static bool Tail_erased = false;
 // State: the colour in which the terminal writes, as in Cell. It is none whenever the row is left:
 // row_take and row_leave change from and to the program's.
 static int Pen = 0;
@@ -296,6 +298,8 @@ void row_take_off(const genchar *rest, int len, int used) {
     const bool doubtful = std::any_of(
         rest, rest + len, [](genchar u) { return u != 0 && !cluster_shown(&u, 1, 0).safe; });
     const bool far = (doubtful || unsafe(*Shown_window, 0, Row.width)) && Row.home.known;
+    // Behind the marker nothing was covered, but what erases takes that too.
+    if (!far) len = std::min(len, Row.width + 1);
     used = std::max({used, Row.at, len});
     row_back();
     for (int i = 0; i < used; i++)
@@ -369,6 +373,7 @@ static void erase_behind(bool counted) {
         set_pen(0);
         e_write("\033[K", 3);
         Row.marker = ' ';
+        Tail_erased = true;
     }
 }
 
@@ -403,6 +408,15 @@ void row_overwrite(genchar u, int step) {
         Row.at++;
     else
         e_putchar('\b');
+}
+
+void row_write_tail(const genchar *tail, int len) {
+    if (len <= 1 || !Tail_erased || !Row.home.known) return;
+    row_move(Row.width);
+    for (int i = 0; i < len; i++)
+        if (i == 0 || tail[i] != 0) write_unit(tail[i] != 0 ? tail[i] : ' ');
+    e_write(Row.home.bytes, std::char_traits<char>::length(Row.home.bytes));
+    Row.at = 0;
 }
 
 void row_mark(int c) {

@@ -98,5 +98,8 @@ void row_write_from(int column);
 // True where single columns can't be brought up to date, since a terminal may take other widths for
 // what is, or was, there from `column` on: all behind has to be written.
 bool row_unsafe_from(int column);
+// Puts what the program has left from the marker's column on, `tail`, there again where what was
+// written may have erased it.
+void row_write_tail(const genchar *tail, int len);
 // Puts marker `c` right of the window unless it stands there.
 void row_mark(int c);

@@ -49,6 +49,7 @@ static void step_off() {
     row_want_output(prompt, rest, len);
     write_differences();
     row_mark(room < len && rest[room] != 0 ? static_cast<int>(rest[room]) : ' ');
+    row_write_tail(rest + room, len - room);
     row_move(prompt);
     row_leave();
 }

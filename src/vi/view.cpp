@@ -18,8 +18,7 @@ static void step_off() {
     if (own_row) out_row_new();
     // Output that the text has covered shows again.
     genchar rest[kRowColumns];
-    const int len = std::min(out_row_rest(rest), editb.e_wsize + 1);
-    row_take_off(rest, len, std::max(Row.used, marked));
+    row_take_off(rest, out_row_rest(rest), std::max(Row.used, marked));
     margin_shown() = ' ';
 }
 
