@@ -96,6 +96,7 @@ TEST_F(Tabs, WordsOfTheOutput) {
         {"blanks alone", "alpha", "  ", "  TAB"},
         {"a backslash", "alpha", "x\\", "x\t"},
         {"the longest word, and longer ones", "{x*255} xx{y*254}", "a x", "a {x*255}"},
+        {"a word longer than any", "{x*255}", "a {x*300}", "a {x*300}."},
     };
     for (const Case &c : kCases) {
         SCOPED_TRACE(c.name);

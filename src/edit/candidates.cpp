@@ -40,8 +40,8 @@ void time_begin() { End_ns = now_ns() + kTime; }
 bool late() { return now_ns() > End_ns; }
 
 void candidates_begin(const genchar *word, int n, bool repeated) {
-    Word_len = std::min(n, kMostBytes);
-    std::copy_n(word, Word_len, Word);
+    Word_len = n;  // what is longer than any candidate has none
+    std::copy_n(word, std::min(n, kMostBytes), Word);
     Shared_len = Found = Kept_count = 0;
     Pool_len = 0;
     Last = {};
