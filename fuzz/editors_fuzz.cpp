@@ -91,11 +91,12 @@ void demand(const fuzz::Expected &want) {
     fuzz::fail_row({Run.cells, kColumns}, Run.column, want.cells, want.column);
 }
 
-// In extended mode a row that can't be led back to its first column can't be told.
+// In extended mode a row that can't be led back to its first column can't be told, and while keys
+// are held none is drawn.
 void check_row() {
     if (Run.broken || !fuzz::up_to_date()) return;
     if (Extended != 0) {
-        const bool told = editb.e_crlf != 0 && fuzz::window_base() >= 0;
+        const bool told = editb.e_index == 0 && editb.e_crlf != 0 && fuzz::window_base() >= 0;
         return told ? Run.screens.check() : void();
     }
     if (Run.fresh) Run.base = Run.column - (fuzz::image(false).cursor - fuzz::window_first());
