@@ -3,6 +3,8 @@
 // both. Nothing here runs inside a signal catcher.
 #pragma once
 
+#include "morp_defs.h"
+
 // Characters of program output kept for the prompt.
 inline constexpr int kPrimeSize = 8192;
 // Most columns of a row that are kept, at least those of the widest window and its prompt.
